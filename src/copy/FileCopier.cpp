@@ -1,0 +1,225 @@
+#include "copy/FileCopier.hpp"
+
+#include "copy/FileInfo.hpp"
+#include "copy/FileTransfer.hpp"
+#include "copy/SourceListing.hpp"
+#include "copy/SwapBatch.hpp"
+#include "support/Paths.hpp"
+
+namespace quillstow {
+
+namespace {
+
+using Path = std::filesystem::path;
+
+const RunningEditors noEditors;
+const SystemWallClock systemWallClock;
+const MonotonicClock monotonicClock;
+
+// Every how many items the two top folders are checked for presence.
+constexpr std::size_t volumeCheckInterval = 10;
+
+[[noreturn]] void raise(const Path& url, const char* operation, Error error) {
+    throw FileOperationFailure({url, operation, std::move(error)});
+}
+
+// The stages below are called at their fixed points of a pass. Each belongs to a component of
+// its own; until that is there, a stage lets the pass through unchanged.
+
+// Refuses pairs whose paths would make a mirror dangerous.
+void validatePaths(const Path& /*source*/, const Path& /*destination*/) {}
+
+// Whether both top folders are still there; the error that ends the pass otherwise.
+std::optional<FileOperationError> checkVolumes(const Path& /*source*/,
+                                               const Path& /*destination*/) {
+    return std::nullopt;
+}
+
+// Leaves a marker in the mirror that tells of a pass under way.
+void writeCheckpoint(const Path& /*destination*/, Date /*start*/) {}
+void removeCheckpoint(const Path& /*destination*/) {}
+
+// Moves mirror items that have left the source into the dated archive. Returns how many moved.
+int archiveOrphans(const Path& /*source*/, const Path& /*destination*/, const Path& /*trashRoot*/,
+                   const ExclusionFilter& /*filter*/, Date /*start*/,
+                   const std::vector<ListedItem>& /*items*/, BackupResult& /*result*/,
+                   std::stop_token /*stop*/) {
+    return 0;
+}
+
+// Thins out copying while the user works.
+void pauseBetweenFiles(std::stop_token /*stop*/) {}
+
+}  // namespace
+
+FileCopier::FileCopier(FileSystem& fileManager, const RunningEditors& editors,
+                       const WallClock& wallClock, const Clock& clock)
+    : fileManager_(fileManager), editors_(editors), wallClock_(wallClock), clock_(clock) {}
+
+FileCopier::FileCopier(FileSystem& fileManager)
+    : FileCopier(fileManager, noEditors, systemWallClock, monotonicClock) {}
+
+BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination,
+                                     const Path& trashRoot, const ExclusionFilter& filter,
+                                     const ProgressCallback& onProgress,
+                                     std::stop_token stop) const {
+    const Date startDate = wallClock_.now();
+    const double startTime = clock_.now();
+
+    validatePaths(source, destination);
+
+    const auto destinationInfo = files::readInfo(destination);
+    if (destinationInfo && destinationInfo->isSymbolicLink()) {
+        raise(destination, "validateDestination",
+              errors::quillstow(1003,
+                                "Destination path is a symbolic link — refusing to write "
+                                "to prevent data redirection."));
+    }
+    if (!files::isReadable(source)) {
+        raise(source, "validateSource",
+              errors::quillstow(1004,
+                                "Source folder is not readable — check permissions or "
+                                "reconnect the drive."));
+    }
+    if (!destinationInfo) {
+        try {
+            fileManager_.createDirectories(destination);
+        } catch (const Failure& failure) {
+            raise(destination, "createDirectory", failure.error());
+        }
+    }
+    if (!files::isWritable(destination)) {
+        raise(destination, "validateDestination",
+              errors::quillstow(1005,
+                                "Destination folder is not writable — check permissions "
+                                "or disk space."));
+    }
+
+    writeCheckpoint(destination, startDate);
+
+    BackupResult result;
+    const std::vector<ListedItem> items = listSource(source, filter);
+    const EditorSnapshot editors = editors_.snapshot();
+
+    std::vector<std::string> relativePaths;
+    relativePaths.reserve(items.size());
+    for (const auto& item : items) {
+        relativePaths.push_back(item.relativePath);
+        result.approximateSourceBytes += item.fileSize.value_or(0);
+    }
+    result.recommendedProfile = recommendProfile(relativePaths, source.native());
+
+    SwapBatch batch(fileManager_, destination);
+    const std::size_t total = items.size();
+    bool volumeLost = false;
+    for (std::size_t i = 0; i < total; ++i) {
+        if (stop.stop_requested()) break;
+        if (i > 0 && i % volumeCheckInterval == 0) {
+            if (auto lost = checkVolumes(source, destination)) {
+                // Copies made before the loss still go in where the mirror is there to take them.
+                if (files::isFolder(destination)) {
+                    batch.flush(result);
+                } else {
+                    batch.abandon(result);
+                }
+                result.errors.push_back(std::move(*lost));
+                result.abortedDueToVolumeLoss = true;
+                volumeLost = true;
+                break;
+            }
+        }
+
+        const std::string& relative = items[i].relativePath;
+        const Path sourceItem = paths::appending(source, relative);
+        const Path destinationItem = paths::appending(destination, relative);
+        if (onProgress) {
+            onProgress(double(i) / double(total), paths::lastPathComponent(sourceItem));
+        }
+
+        const auto sourceInfo = files::readInfo(sourceItem);
+        if (!needsCopy(sourceInfo, files::readInfo(destinationItem))) continue;
+
+        if (editors.hasEditors() &&
+            isOpenInEditor(editors, sourceItem, sourceInfo ? &*sourceInfo : nullptr)) {
+            for (const auto& name : editors.names)
+                result.filesDeferredByEditor[name] += 1;
+            continue;
+        }
+
+        pauseBetweenFiles(stop);
+
+        if (!files::isReadable(sourceItem)) {
+            batch.addError({sourceItem, "copy",
+                            errors::quillstow(1008, "Source file became unreadable mid-backup.")});
+            continue;
+        }
+
+        // The first attempt, and at once a second one after a transient error; the swap of
+        // either waits for the batch.
+        for (bool isRetry : {false, true}) {
+            try {
+                batch.addCopy(transfer::prepareCopy(fileManager_, sourceItem, destinationItem),
+                              sourceItem, relative, isRetry);
+                break;
+            } catch (const Failure& failure) {
+                if (isRetry || !transfer::isTransient(failure.error())) {
+                    batch.addError({sourceItem, "copy", failure.error()});
+                    break;
+                }
+            } catch (const FileOperationFailure& failure) {
+                batch.addError({sourceItem, "copy", asError(failure.error())});
+                break;
+            }
+        }
+        if (batch.isFull()) batch.flush(result);
+    }
+    if (!volumeLost) {
+        batch.flush(result);
+        result.archivedFiles =
+            archiveOrphans(source, destination, trashRoot, filter, startDate, items, result, stop);
+    }
+
+    removeCheckpoint(destination);
+    result.duration = clock_.now() - startTime;
+    return result;
+}
+
+std::int64_t FileCopier::estimateBytesToCopy(const Path& source, const Path& destination,
+                                             const ExclusionFilter& filter) const {
+    std::int64_t bytes = 0;
+    for (const auto& item : listSource(source, filter)) {
+        const Path sourceItem = paths::appending(source, item.relativePath);
+        const auto sourceInfo = files::readInfo(sourceItem);
+        if (!sourceInfo || !sourceInfo->fileSize) continue;
+        if (needsCopy(sourceInfo,
+                      files::readInfo(paths::appending(destination, item.relativePath)))) {
+            bytes += *sourceInfo->fileSize;
+        }
+    }
+    return bytes;
+}
+
+std::vector<std::string> FileCopier::differingSizes(
+    const Path& source, const Path& destination,
+    const std::vector<std::string>& relativePaths) const {
+    std::vector<std::string> differing;
+    for (const auto& relative : relativePaths) {
+        const auto sourceInfo = files::readInfo(paths::appending(source, relative));
+        const auto destinationInfo = files::readInfo(paths::appending(destination, relative));
+        const bool same = sourceInfo && destinationInfo && sourceInfo->fileSize &&
+                          destinationInfo->fileSize &&
+                          *sourceInfo->fileSize == *destinationInfo->fileSize;
+        if (!same) differing.push_back(relative);
+    }
+    return differing;
+}
+
+void FileCopier::removeStaleTemporaries(const Path& destination) const {
+    transfer::removeStaleTemporaries(fileManager_, destination);
+}
+
+std::int64_t FileCopier::copyFile(const Path& source, const Path& destination) const {
+    return transfer::copyFile(fileManager_, source, destination);
+}
+
+}  // namespace quillstow

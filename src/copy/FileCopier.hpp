@@ -1,0 +1,66 @@
+#pragma once
+
+// One pass over a source folder: the checks, the listing, a copy of every item that differs
+// from the mirror, and the result. The pass is one-way and never deletes: the source is only
+// read, and the mirror changes only by swaps of whole items.
+//
+// A FileCopier has no state of its own, so one instance may serve many passes. A pass runs on
+// one background task and polls its stop token between items; onProgress is called on that
+// task.
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "copy/ExclusionFilter.hpp"
+#include "copy/FileSystem.hpp"
+#include "copy/RunningEditors.hpp"
+#include "model/Results.hpp"
+#include "support/Clock.hpp"
+
+namespace quillstow {
+
+class FileCopier {
+  public:
+    using Path = std::filesystem::path;
+    using ProgressCallback = std::function<void(double fraction, const std::string& text)>;
+
+    FileCopier(FileSystem& fileManager, const RunningEditors& editors, const WallClock& wallClock,
+               const Clock& clock);
+    // The local disk and the platform's clocks, with no editors reported.
+    explicit FileCopier(FileSystem& fileManager);
+
+    // Mirrors `source` into `destination`. Raises FileOperationFailure when a check before the
+    // first file fails; after that every failure is an entry of the result's errors.
+    // Cancellation ends the pass early with a normal result.
+    BackupResult scanAndCopy(const Path& source, const Path& destination, const Path& trashRoot,
+                             const ExclusionFilter& filter, const ProgressCallback& onProgress,
+                             std::stop_token stop = {}) const;
+
+    // The bytes a pass would copy: the sizes of the listed items that need copying. Never fails.
+    std::int64_t estimateBytesToCopy(const Path& source, const Path& destination,
+                                     const ExclusionFilter& filter) const;
+
+    // The relative paths whose items differ in size between the two sides, in the given order.
+    // A size that can't be read, on either side, differs; so a folder copied whole always does.
+    std::vector<std::string> differingSizes(const Path& source, const Path& destination,
+                                            const std::vector<std::string>& relativePaths) const;
+
+    // Sweeps what interrupted copies left below `destination`. Never raises.
+    void removeStaleTemporaries(const Path& destination) const;
+
+    // Copies one item into place, flushed and swapped; one more attempt after a transient error.
+    // Returns the source's size as read at the start.
+    std::int64_t copyFile(const Path& source, const Path& destination) const;
+
+  private:
+    FileSystem& fileManager_;
+    const RunningEditors& editors_;
+    const WallClock& wallClock_;
+    const Clock& clock_;
+};
+
+}  // namespace quillstow

@@ -1,0 +1,51 @@
+#pragma once
+
+// The few file operations that a copy is made of. LocalFileSystem does them on the real disk;
+// tests wrap it to inject what a real disk can't produce on demand (EIO, EINTR on a swap).
+//
+// Every operation throws Failure with the POSIX error of the call that failed. Any thread may
+// call; an instance has no state.
+
+#include <filesystem>
+
+namespace quillstow {
+
+class FileSystem {
+  public:
+    using Path = std::filesystem::path;
+
+    virtual ~FileSystem() = default;
+
+    // Copies a file, or a folder tree with links kept as links, keeping what `cp -a` keeps:
+    // mode, owner and group where permitted, extended attributes, and access and modification
+    // times to the nanosecond. Nothing may exist at `to`.
+    virtual void copyItem(const Path& from, const Path& to) = 0;
+
+    // Puts `with` in the place of `target` in one step, so that a reader sees the old item or
+    // the new one; `with` is consumed. Both lie in one folder.
+    virtual void replaceItem(const Path& target, const Path& with) = 0;
+
+    // Renames `from` to `to`; fails if something is at `to`.
+    virtual void moveItem(const Path& from, const Path& to) = 0;
+
+    virtual void createDirectories(const Path& folder) = 0;
+
+    // Removes a file, a link, or a folder with everything in it.
+    virtual void removeItem(const Path& path) = 0;
+
+    // Makes every write so far to the volume that holds `anyPathOnVolume` durable, so that
+    // after a power cut the data of a copy is there before its name is.
+    virtual void flushVolume(const Path& anyPathOnVolume) = 0;
+};
+
+class LocalFileSystem final : public FileSystem {
+  public:
+    void copyItem(const Path& from, const Path& to) override;
+    void replaceItem(const Path& target, const Path& with) override;
+    void moveItem(const Path& from, const Path& to) override;
+    void createDirectories(const Path& folder) override;
+    void removeItem(const Path& path) override;
+    void flushVolume(const Path& anyPathOnVolume) override;
+};
+
+}  // namespace quillstow

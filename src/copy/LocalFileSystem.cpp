@@ -1,0 +1,277 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "copy/FileSystem.hpp"
+#include "support/Error.hpp"
+
+namespace quillstow {
+
+namespace {
+
+// Closes a descriptor on every path out.
+class Descriptor {
+  public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+
+    int get() const { return fd_; }
+
+    // Closes now and reports the error, which network file systems may hold back until here.
+    void closeChecked() {
+        const int fd = fd_;
+        fd_ = -1;
+        if (::close(fd) != 0 && errno != EINTR) throwPosix(errno);
+    }
+
+  private:
+    int fd_;
+};
+
+int openSource(const char* path) {
+    // O_NOATIME keeps a backup from touching the source's access times; it needs ownership.
+    int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOATIME);
+    if (fd < 0 && errno == EPERM) fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) throwPosix(errno);
+    return fd;
+}
+
+bool meansUnsupported(int error) {
+    return error == EXDEV || error == EOPNOTSUPP || error == EINVAL || error == ENOSYS ||
+           error == ENOTTY || error == EBADF;
+}
+
+void copyByReadAndWrite(int from, int to) {
+    constexpr std::size_t bufferSize = 1 << 20;
+    thread_local std::unique_ptr<char[]> buffer(new char[bufferSize]);
+    for (;;) {
+        const ssize_t read = ::read(from, buffer.get(), bufferSize);
+        if (read == 0) return;
+        if (read < 0) {
+            if (errno == EINTR) continue;
+            throwPosix(errno);
+        }
+        for (ssize_t written = 0; written < read;) {
+            const ssize_t count = ::write(to, buffer.get() + written, std::size_t(read - written));
+            if (count < 0) {
+                if (errno == EINTR) continue;
+                throwPosix(errno);
+            }
+            written += count;
+        }
+    }
+}
+
+// A clone where the file system shares blocks, else an in-kernel copy, else plain reads and
+// writes; each falls back when the one before can't serve these two files.
+void copyData(int from, int to, off_t size) {
+    if (size == 0) return;
+    if (::ioctl(to, FICLONE, from) == 0) return;
+    if (!meansUnsupported(errno) && errno != EPERM) throwPosix(errno);
+
+    off_t copied = 0;
+    for (;;) {
+        const ssize_t count = ::copy_file_range(from, nullptr, to, nullptr, 1 << 30, 0);
+        if (count > 0) {
+            copied += count;
+            continue;
+        }
+        if (count == 0) {
+            // Some file systems answer 0 instead of an error; only a copy under way has met
+            // the end of the file.
+            if (copied > 0) return;
+            break;
+        }
+        if (errno == EINTR) continue;
+        if (copied == 0 && meansUnsupported(errno)) break;
+        throwPosix(errno);
+    }
+    copyByReadAndWrite(from, to);
+}
+
+// Extended attributes that this user may set; the others are dropped one by one.
+void copyExtendedAttributes(int from, int to) {
+    ssize_t listSize = ::flistxattr(from, nullptr, 0);
+    if (listSize <= 0) return;
+    std::vector<char> names(std::size_t(listSize) + 1);
+    listSize = ::flistxattr(from, names.data(), names.size());
+    if (listSize <= 0) return;
+    std::vector<char> value;
+    for (const char* name = names.data(); name < names.data() + listSize;
+         name += std::strlen(name) + 1) {
+        if (*name == '\0') continue;
+        const ssize_t valueSize = ::fgetxattr(from, name, nullptr, 0);
+        if (valueSize < 0) continue;
+        value.resize(std::size_t(valueSize) + 1);
+        const ssize_t read = ::fgetxattr(from, name, value.data(), value.size());
+        if (read < 0) continue;
+        (void)::fsetxattr(to, name, value.data(), std::size_t(read), 0);
+    }
+}
+
+// Owner (where permitted), extended attributes, mode, then times, last so that nothing after
+// them moves the modification time. Failures are dropped: the copy stands without them.
+void copyMetadata(int from, int to, const struct stat& status) {
+    if (::fchown(to, status.st_uid, status.st_gid) != 0) {
+        (void)::fchown(to, uid_t(-1), status.st_gid);
+    }
+    copyExtendedAttributes(from, to);
+    (void)::fchmod(to, status.st_mode & 07777);
+    const timespec times[2] = {status.st_atim, status.st_mtim};
+    (void)::futimens(to, times);
+}
+
+void copyRegularFile(const char* from, const char* to) {
+    Descriptor source(openSource(from));
+    struct stat status {};
+    if (::fstat(source.get(), &status) != 0) throwPosix(errno);
+    Descriptor target(::open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (target.get() < 0) throwPosix(errno);
+    copyData(source.get(), target.get(), status.st_size);
+    copyMetadata(source.get(), target.get(), status);
+    target.closeChecked();
+}
+
+void copyLink(const char* from, const char* to, const struct stat& status) {
+    std::string destination(std::size_t(status.st_size > 0 ? status.st_size : PATH_MAX) + 1, '\0');
+    const ssize_t length = ::readlink(from, destination.data(), destination.size());
+    if (length < 0) throwPosix(errno);
+    destination.resize(std::size_t(length));
+    if (::symlink(destination.c_str(), to) != 0) throwPosix(errno);
+    (void)::lchown(to, status.st_uid, status.st_gid);
+    const timespec times[2] = {status.st_atim, status.st_mtim};
+    (void)::utimensat(AT_FDCWD, to, times, AT_SYMLINK_NOFOLLOW);
+}
+
+void copyTree(const std::string& from, const std::string& to);
+
+void copyAny(const std::string& from, const std::string& to) {
+    struct stat status {};
+    if (::lstat(from.c_str(), &status) != 0) throwPosix(errno);
+    if (S_ISREG(status.st_mode)) {
+        copyRegularFile(from.c_str(), to.c_str());
+    } else if (S_ISDIR(status.st_mode)) {
+        copyTree(from, to);
+    } else if (S_ISLNK(status.st_mode)) {
+        copyLink(from.c_str(), to.c_str(), status);
+    }
+    // Sockets, pipes and devices are nothing a backup can keep.
+}
+
+void copyTree(const std::string& from, const std::string& to) {
+    Descriptor folder(::open(from.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+    if (folder.get() < 0) throwPosix(errno);
+    struct stat status {};
+    if (::fstat(folder.get(), &status) != 0) throwPosix(errno);
+    if (::mkdir(to.c_str(), 0700) != 0) throwPosix(errno);
+
+    std::vector<std::string> names;
+    {
+        DIR* listing = ::fdopendir(::dup(folder.get()));
+        if (!listing) throwPosix(errno);
+        std::unique_ptr<DIR, int (*)(DIR*)> closer(listing, ::closedir);
+        while (const dirent* entry = ::readdir(listing)) {
+            const std::string_view name(entry->d_name);
+            if (name != "." && name != "..") names.emplace_back(name);
+        }
+    }
+    for (const auto& name : names)
+        copyAny(from + "/" + name, to + "/" + name);
+
+    // The folder's own metadata last, since filling it moved its times.
+    Descriptor target(::open(to.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+    if (target.get() < 0) throwPosix(errno);
+    copyMetadata(folder.get(), target.get(), status);
+}
+
+void removeTree(const std::string& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) {
+        if (errno == ENOENT) return;
+        throwPosix(errno);
+    }
+    if (!S_ISDIR(status.st_mode)) {
+        if (::unlink(path.c_str()) != 0 && errno != ENOENT) throwPosix(errno);
+        return;
+    }
+    std::vector<std::string> names;
+    {
+        DIR* listing = ::opendir(path.c_str());
+        if (!listing) throwPosix(errno);
+        std::unique_ptr<DIR, int (*)(DIR*)> closer(listing, ::closedir);
+        while (const dirent* entry = ::readdir(listing)) {
+            const std::string_view name(entry->d_name);
+            if (name != "." && name != "..") names.emplace_back(name);
+        }
+    }
+    for (const auto& name : names)
+        removeTree(path + "/" + name);
+    if (::rmdir(path.c_str()) != 0 && errno != ENOENT) throwPosix(errno);
+}
+
+}  // namespace
+
+void LocalFileSystem::copyItem(const Path& from, const Path& to) {
+    copyAny(from, to);
+}
+
+void LocalFileSystem::replaceItem(const Path& target, const Path& with) {
+    if (::rename(with.c_str(), target.c_str()) == 0) return;
+    const int renameError = errno;
+    // A folder can't be renamed over a non-empty folder, nor over a file or the other way
+    // round: exchange the two in one step, then remove the old one under the temporary name.
+    if (renameError != EISDIR && renameError != ENOTDIR && renameError != ENOTEMPTY &&
+        renameError != EEXIST) {
+        throwPosix(renameError);
+    }
+    if (::renameat2(AT_FDCWD, with.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) {
+        throwPosix(errno);
+    }
+    try {
+        removeTree(with);
+    } catch (const Failure&) {
+        // The old item stays under the temporary name, where the next sweep finds it.
+    }
+}
+
+void LocalFileSystem::moveItem(const Path& from, const Path& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return;
+    if (errno != EINVAL && errno != ENOSYS) throwPosix(errno);
+    // Some file systems can't refuse to replace; a check right before serves them.
+    struct stat status {};
+    if (::lstat(to.c_str(), &status) == 0) throwPosix(EEXIST);
+    if (::rename(from.c_str(), to.c_str()) != 0) throwPosix(errno);
+}
+
+void LocalFileSystem::createDirectories(const Path& folder) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error) throwPosix(error.value());
+}
+
+void LocalFileSystem::removeItem(const Path& path) {
+    removeTree(path);
+}
+
+void LocalFileSystem::flushVolume(const Path& anyPathOnVolume) {
+    Descriptor handle(::open(anyPathOnVolume.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (handle.get() < 0) throwPosix(errno);
+    if (::syncfs(handle.get()) != 0) throwPosix(errno);
+}
+
+}  // namespace quillstow

@@ -1,0 +1,43 @@
+#pragma once
+
+// The listing of a source and the change test, the two reads a pass makes of every item.
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "copy/ExclusionFilter.hpp"
+#include "copy/FileInfo.hpp"
+
+namespace quillstow {
+
+// One item of a pass: a regular file or a folder copied whole.
+struct ListedItem {
+    std::string relativePath;
+    // The size read during the listing; folders have none.
+    std::optional<std::int64_t> fileSize;
+};
+
+// The items below `source` in walk order, which is the order of copying. Links are neither
+// listed nor followed; internal files, excluded names and the contents of package units are
+// left out; empty folders add nothing. A source that can't be opened lists nothing.
+std::vector<ListedItem> listSource(const std::filesystem::path& source,
+                                   const ExclusionFilter& filter);
+
+// The path of `item` relative to `root`, both standardised with links resolved; an item outside
+// the root yields its last component alone, which puts it at the top of the mirror.
+std::string relativePath(const std::filesystem::path& root, const std::filesystem::path& item);
+
+// Differences of up to this much, either way, still count as the same date: FAT keeps even
+// seconds.
+inline constexpr std::chrono::nanoseconds modificationDateTolerance{2'000'000'000};
+
+// Whether the destination copy is stale: missing, unreadable, another size, or a date more than
+// the tolerance away from the source's. Contents are never compared.
+bool needsCopy(const std::optional<FileInfo>& source, const std::optional<FileInfo>& destination);
+bool needsCopy(const std::filesystem::path& source, const std::filesystem::path& destination);
+
+}  // namespace quillstow

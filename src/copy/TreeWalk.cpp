@@ -1,0 +1,68 @@
+#include "copy/TreeWalk.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace quillstow {
+
+namespace {
+
+struct Listed {
+    std::string name;
+    std::optional<FileInfo> info;
+};
+
+// Reads one folder whole and closes it before going deeper, so that a deep tree holds one
+// descriptor at a time.
+bool listFolder(const std::string& path, bool followLink, std::vector<Listed>& entries) {
+    const int fd =
+        ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
+    if (fd < 0) return false;
+    DIR* listing = ::fdopendir(fd);
+    if (!listing) {
+        ::close(fd);
+        return false;
+    }
+    std::unique_ptr<DIR, int (*)(DIR*)> closer(listing, ::closedir);
+    while (const dirent* entry = ::readdir(listing)) {
+        const std::string_view name(entry->d_name);
+        if (name == "." || name == "..") continue;
+        entries.push_back({std::string(name), files::readInfoAt(fd, entry->d_name)});
+    }
+    return true;
+}
+
+bool walkFolder(const std::string& path, const std::string& relativeFolder,
+                const std::function<bool(const WalkEntry&)>& visit) {
+    std::vector<Listed> entries;
+    // Only the root may be reached through a link; below it nothing is followed.
+    if (!listFolder(path, relativeFolder.empty(), entries)) return false;
+    std::string relativePath;
+    for (const auto& entry : entries) {
+        // An entry that vanished between listing and reading is no longer there to visit.
+        if (!entry.info) continue;
+        relativePath = relativeFolder.empty() ? entry.name : relativeFolder + "/" + entry.name;
+        const bool goIn = visit(WalkEntry{relativePath, entry.name, *entry.info});
+        if (goIn && entry.info->isDirectory()) {
+            walkFolder(path + "/" + entry.name, relativePath, visit);
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool walkTree(const std::filesystem::path& root,
+              const std::function<bool(const WalkEntry&)>& visit) {
+    std::string rootPath = root.native();
+    while (rootPath.size() > 1 && rootPath.back() == '/')
+        rootPath.pop_back();
+    return walkFolder(rootPath, "", visit);
+}
+
+}  // namespace quillstow

@@ -1,0 +1,116 @@
+#include "model/BackupPair.hpp"
+
+#include <algorithm>
+
+namespace quillstow {
+
+json::Value toJson(const BackupPair& pair) {
+    using coding::fromDate;
+    using coding::fromFileUrl;
+    json::Value value{
+        {"id", pair.id.text()},
+        {"name", pair.name},
+        {"sourceURL", fromFileUrl(pair.sourceURL)},
+        {"destinationURL", fromFileUrl(pair.destinationURL)},
+        {"isEnabled", pair.isEnabled},
+        {"createdAt", fromDate(pair.createdAt)},
+        {"profile", coding::nameOf(backupProfileNames, pair.profile)},
+        {"didSuggestProfile", pair.didSuggestProfile},
+    };
+    if (pair.sourceBookmark) value["sourceBookmark"] = base64::encode(*pair.sourceBookmark);
+    if (pair.destinationBookmark) {
+        value["destinationBookmark"] = base64::encode(*pair.destinationBookmark);
+    }
+    if (pair.lastBackupAt) value["lastBackupAt"] = fromDate(*pair.lastBackupAt);
+    if (pair.lastBackupFileCount) value["lastBackupFileCount"] = *pair.lastBackupFileCount;
+    if (pair.lastBackupByteCount) value["lastBackupByteCount"] = *pair.lastBackupByteCount;
+    if (pair.offsiteURL) value["offsiteURL"] = fromFileUrl(*pair.offsiteURL);
+    if (pair.offsiteBookmark) value["offsiteBookmark"] = base64::encode(*pair.offsiteBookmark);
+    if (pair.lastOffsiteAt) value["lastOffsiteAt"] = fromDate(*pair.lastOffsiteAt);
+    if (pair.lastOffsiteFileCount) value["lastOffsiteFileCount"] = *pair.lastOffsiteFileCount;
+    return value;
+}
+
+BackupPair backupPairFromJson(const json::Value& value) {
+    using namespace coding;
+    const Value& source = object(value, "a pair");
+    BackupPair pair;
+    pair.id = toUuid(required(source, "id"), "id");
+    pair.name = toString(required(source, "name"), "name");
+    pair.sourceURL = toFileUrl(required(source, "sourceURL"), "sourceURL");
+    pair.destinationURL = toFileUrl(required(source, "destinationURL"), "destinationURL");
+    if (const Value* bytes = optional(source, "sourceBookmark")) {
+        pair.sourceBookmark = toBytes(*bytes, "sourceBookmark");
+    }
+    if (const Value* bytes = optional(source, "destinationBookmark")) {
+        pair.destinationBookmark = toBytes(*bytes, "destinationBookmark");
+    }
+    pair.isEnabled = toBool(required(source, "isEnabled"), "isEnabled");
+    pair.createdAt = toDate(required(source, "createdAt"), "createdAt");
+    if (const Value* date = optional(source, "lastBackupAt")) {
+        pair.lastBackupAt = toDate(*date, "lastBackupAt");
+    }
+    if (const Value* count = optional(source, "lastBackupFileCount")) {
+        pair.lastBackupFileCount = toInteger(*count, "lastBackupFileCount");
+    }
+    if (const Value* count = optional(source, "lastBackupByteCount")) {
+        pair.lastBackupByteCount = toInteger(*count, "lastBackupByteCount");
+    }
+    if (const Value* url = optional(source, "offsiteURL")) {
+        pair.offsiteURL = toFileUrl(*url, "offsiteURL");
+    }
+    if (const Value* bytes = optional(source, "offsiteBookmark")) {
+        pair.offsiteBookmark = toBytes(*bytes, "offsiteBookmark");
+    }
+    if (const Value* date = optional(source, "lastOffsiteAt")) {
+        pair.lastOffsiteAt = toDate(*date, "lastOffsiteAt");
+    }
+    if (const Value* count = optional(source, "lastOffsiteFileCount")) {
+        pair.lastOffsiteFileCount = toInteger(*count, "lastOffsiteFileCount");
+    }
+    if (const Value* profile = optional(source, "profile")) {
+        pair.profile = toEnum(backupProfileNames, *profile, "profile");
+    }
+    if (const Value* suggested = optional(source, "didSuggestProfile")) {
+        pair.didSuggestProfile = toBool(*suggested, "didSuggestProfile");
+    }
+    return pair;
+}
+
+namespace {
+
+// One pass from the left, like a plain replace of every occurrence with nothing.
+void removeAll(std::string& text, std::string_view piece) {
+    std::string kept;
+    kept.reserve(text.size());
+    std::size_t position = 0;
+    for (auto found = text.find(piece); found != std::string::npos;
+         found = text.find(piece, position)) {
+        kept.append(text, position, found - position);
+        position = found + piece.size();
+    }
+    kept.append(text, position);
+    text = std::move(kept);
+}
+
+bool isWhitespaceOrNewline(unsigned char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+}
+
+}  // namespace
+
+std::string sanitizedFolderName(const std::string& name) {
+    std::string result = name;
+    removeAll(result, "..");
+    removeAll(result, "/");
+    removeAll(result, "\\");
+    removeAll(result, std::string_view("\0", 1));
+    const auto first = std::find_if_not(result.begin(), result.end(), isWhitespaceOrNewline);
+    const auto last = std::find_if_not(result.rbegin(), result.rend(), isWhitespaceOrNewline);
+    result = first < last.base() ? std::string(first, last.base()) : std::string();
+    const auto firstNonDot = result.find_first_not_of('.');
+    result.erase(0, firstNonDot == std::string::npos ? result.size() : firstNonDot);
+    return result.empty() ? "Untitled Backup" : result;
+}
+
+}  // namespace quillstow

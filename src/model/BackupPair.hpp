@@ -1,0 +1,46 @@
+#pragma once
+
+// One source folder paired with one destination, as the settings file holds it.
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "model/BackupProfile.hpp"
+#include "support/Base64.hpp"
+#include "support/Dates.hpp"
+#include "support/Uuid.hpp"
+
+namespace quillstow {
+
+struct BackupPair {
+    Uuid id;
+    std::string name;
+    std::filesystem::path sourceURL;
+    std::filesystem::path destinationURL;
+    std::optional<base64::Bytes> sourceBookmark;
+    std::optional<base64::Bytes> destinationBookmark;
+    bool isEnabled = true;
+    Date createdAt;
+    std::optional<Date> lastBackupAt;
+    std::optional<std::int64_t> lastBackupFileCount;
+    std::optional<std::int64_t> lastBackupByteCount;
+    std::optional<std::filesystem::path> offsiteURL;
+    std::optional<base64::Bytes> offsiteBookmark;
+    std::optional<Date> lastOffsiteAt;
+    std::optional<std::int64_t> lastOffsiteFileCount;
+    BackupProfile profile = BackupProfile::standard;
+    bool didSuggestProfile = false;
+
+    bool operator==(const BackupPair&) const = default;
+};
+
+json::Value toJson(const BackupPair& pair);
+BackupPair backupPairFromJson(const json::Value& value);
+
+// The pair's folder name on a destination: every "..", "/", "\" and NUL removed, whitespace
+// trimmed, leading dots dropped; "Untitled Backup" when nothing is left.
+std::string sanitizedFolderName(const std::string& name);
+
+}  // namespace quillstow

@@ -1,0 +1,91 @@
+#include "support/FileUrl.hpp"
+
+namespace quillstow::fileurls {
+
+namespace {
+
+constexpr std::string_view scheme = "file://";
+
+// Unreserved and sub-delimiter characters, ":", "@" and "/" stay as they are in a path.
+bool staysLiteral(unsigned char c) {
+    if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) return true;
+    switch (c) {
+        case '-':
+        case '.':
+        case '_':
+        case '~':
+        case '!':
+        case '$':
+        case '&':
+        case '\'':
+        case '(':
+        case ')':
+        case '*':
+        case '+':
+        case ',':
+        case ';':
+        case '=':
+        case ':':
+        case '@':
+        case '/':
+            return true;
+        default:
+            return false;
+    }
+}
+
+int hexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+
+}  // namespace
+
+std::string fromPath(const std::filesystem::path& path) {
+    static constexpr char hex[] = "0123456789ABCDEF";
+    const std::string native =
+        path.is_absolute() ? path.native() : std::filesystem::absolute(path).native();
+    std::string url(scheme);
+    url.reserve(scheme.size() + native.size());
+    for (unsigned char c : native) {
+        if (staysLiteral(c)) {
+            url.push_back(char(c));
+        } else {
+            url.push_back('%');
+            url.push_back(hex[c >> 4]);
+            url.push_back(hex[c & 0xF]);
+        }
+    }
+    return url;
+}
+
+std::optional<std::filesystem::path> toPath(std::string_view url) {
+    if (!url.starts_with(scheme)) return std::nullopt;
+    std::string_view rest = url.substr(scheme.size());
+    if (rest.starts_with("localhost/")) rest.remove_prefix(std::string_view("localhost").size());
+    if (!rest.starts_with('/')) return std::nullopt;
+    // A query or fragment has no place in a file URL of ours.
+    if (rest.find_first_of("?#") != std::string_view::npos) return std::nullopt;
+
+    std::string decoded;
+    decoded.reserve(rest.size());
+    for (std::size_t i = 0; i < rest.size(); ++i) {
+        if (rest[i] != '%') {
+            decoded.push_back(rest[i]);
+            continue;
+        }
+        if (i + 2 >= rest.size()) return std::nullopt;
+        const int high = hexValue(rest[i + 1]);
+        const int low = hexValue(rest[i + 2]);
+        if (high < 0 || low < 0) return std::nullopt;
+        const char byte = char(high * 16 + low);
+        if (byte == '\0') return std::nullopt;
+        decoded.push_back(byte);
+        i += 2;
+    }
+    return std::filesystem::path(decoded);
+}
+
+}  // namespace quillstow::fileurls

@@ -1,0 +1,20 @@
+#pragma once
+
+// File URLs as the system writes them: "file://" and the percent-encoded absolute path.
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quillstow::fileurls {
+
+// "/Volumes/My Drive/" gives "file:///Volumes/My%20Drive/". A relative path is taken
+// from the working folder.
+std::string fromPath(const std::filesystem::path& path);
+
+// The absolute path of a file URL ("file:///..." or "file://localhost/..."); nothing for a
+// relative path, another scheme, a remote host, a bad escape or an encoded NUL.
+std::optional<std::filesystem::path> toPath(std::string_view url);
+
+}  // namespace quillstow::fileurls

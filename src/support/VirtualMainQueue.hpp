@@ -1,0 +1,62 @@
+#pragma once
+
+// A main queue in virtual time. The thread that makes it is the main thread; work posted from
+// any thread waits until that thread calls runPending() or advance(). advance(seconds) runs,
+// in order of their due time and then of posting, everything that falls due, moving the clock
+// to each due time as it goes.
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "support/Clock.hpp"
+#include "support/MainQueue.hpp"
+
+namespace quillstow {
+
+class VirtualMainQueue final : public MainQueue {
+  public:
+    explicit VirtualMainQueue(ManualClock& clock);
+    VirtualMainQueue(const VirtualMainQueue&) = delete;
+    VirtualMainQueue& operator=(const VirtualMainQueue&) = delete;
+
+    void post(Work work) override;
+    DelayedWork postDelayed(double seconds, Work work) override;
+    bool isCurrent() const override;
+
+    // Runs posted work, and work it posts in turn, without moving time.
+    void runPending();
+
+    // Moves time forward by `seconds`, running what falls due on the way.
+    void advance(double seconds);
+
+    // Blocks until some thread posts work (or it is already there), at most `timeout` real
+    // seconds; for tests that wait on a background task's hop to the main thread.
+    bool waitForPosted(double timeout);
+
+    // Delayed work not yet run nor cancelled.
+    std::size_t scheduledCount() const;
+
+  private:
+    struct Scheduled {
+        Work work;
+        std::shared_ptr<std::atomic<bool>> cancelled;
+    };
+
+    bool runOneImmediate();
+
+    ManualClock& clock_;
+    const std::thread::id mainThread_;
+    mutable std::mutex mutex_;
+    std::condition_variable posted_;
+    std::deque<Work> immediate_;
+    // Keyed by due time, then by order of posting.
+    std::map<std::pair<double, std::uint64_t>, Scheduled> scheduled_;
+    std::uint64_t sequence_ = 0;
+};
+
+}  // namespace quillstow

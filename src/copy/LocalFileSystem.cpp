@@ -158,6 +158,25 @@ void copyLink(const char* from, const char* to, const struct stat& status) {
     (void)::utimensat(AT_FDCWD, to, times, AT_SYMLINK_NOFOLLOW);
 }
 
+// The names in a folder, read whole before anything in it changes; a link is not followed.
+std::vector<std::string> namesIn(const std::string& folder) {
+    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) throwPosix(errno);
+    DIR* listing = ::fdopendir(fd);
+    if (!listing) {
+        const int error = errno;
+        ::close(fd);
+        throwPosix(error);
+    }
+    std::unique_ptr<DIR, int (*)(DIR*)> closer(listing, ::closedir);
+    std::vector<std::string> names;
+    while (const dirent* entry = ::readdir(listing)) {
+        const std::string_view name(entry->d_name);
+        if (name != "." && name != "..") names.emplace_back(name);
+    }
+    return names;
+}
+
 void copyTree(const std::string& from, const std::string& to);
 
 void copyAny(const std::string& from, const std::string& to) {
@@ -180,17 +199,7 @@ void copyTree(const std::string& from, const std::string& to) {
     if (::fstat(folder.get(), &status) != 0) throwPosix(errno);
     if (::mkdir(to.c_str(), 0700) != 0) throwPosix(errno);
 
-    std::vector<std::string> names;
-    {
-        DIR* listing = ::fdopendir(::dup(folder.get()));
-        if (!listing) throwPosix(errno);
-        std::unique_ptr<DIR, int (*)(DIR*)> closer(listing, ::closedir);
-        while (const dirent* entry = ::readdir(listing)) {
-            const std::string_view name(entry->d_name);
-            if (name != "." && name != "..") names.emplace_back(name);
-        }
-    }
-    for (const auto& name : names)
+    for (const auto& name : namesIn(from))
         copyAny(from + "/" + name, to + "/" + name);
 
     // The folder's own metadata last, since filling it moved its times.
@@ -209,17 +218,7 @@ void removeTree(const std::string& path) {
         if (::unlink(path.c_str()) != 0 && errno != ENOENT) throwPosix(errno);
         return;
     }
-    std::vector<std::string> names;
-    {
-        DIR* listing = ::opendir(path.c_str());
-        if (!listing) throwPosix(errno);
-        std::unique_ptr<DIR, int (*)(DIR*)> closer(listing, ::closedir);
-        while (const dirent* entry = ::readdir(listing)) {
-            const std::string_view name(entry->d_name);
-            if (name != "." && name != "..") names.emplace_back(name);
-        }
-    }
-    for (const auto& name : names)
+    for (const auto& name : namesIn(path))
         removeTree(path + "/" + name);
     if (::rmdir(path.c_str()) != 0 && errno != ENOENT) throwPosix(errno);
 }

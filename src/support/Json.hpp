@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "support/Error.hpp"
+
 namespace quillstow::json {
 
 using Value = nlohmann::json;

@@ -1,0 +1,11 @@
+// The drive fault tests run in a mount namespace of their own.
+
+#include <gtest/gtest.h>
+
+#include "PrivateMounts.hpp"
+
+int main(int argc, char** argv) {
+    quillstow::testing::enterPrivateMountNamespace();
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,229 @@
+// The JSON shape of the settings and the log: what is written, what is read, and what fails
+// the whole document.
+
+#include <gtest/gtest.h>
+
+#include "model/ConfigFile.hpp"
+
+namespace quillstow {
+namespace {
+
+using namespace std::chrono;
+
+json::Value minimalPair() {
+    return json::Value{
+        {"id", "E621E1F8-C36C-495A-93FC-0C247A3E6E5F"},
+        {"name", "Projects"},
+        {"sourceURL", "file:///home/ana/Projects/"},
+        {"destinationURL", "file:///media/ana/Drive/"},
+        {"isEnabled", true},
+        {"createdAt", "2026-03-01T09:30:00Z"},
+    };
+}
+
+json::Value minimalConfig() {
+    return json::Value{
+        {"backupInterval", "1hr"},
+        {"notificationLevel", "errorsOnly"},
+        {"launchAtLogin", true},
+        {"hasCompletedOnboarding", false},
+    };
+}
+
+void expectDecodingFailure(const std::function<void()>& decode, const std::string& why) {
+    try {
+        decode();
+        ADD_FAILURE() << "decoded although " << why;
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.error().domain, errors::decodingDomain) << why;
+    }
+}
+
+TEST(AppConfigCoding, FillsTheLaterKeysWhenMissing) {
+    const AppConfig config = appConfigFromJson(minimalConfig());
+    EXPECT_TRUE(config.trashReminderEnabled);
+    EXPECT_EQ(config.bandwidthMode, BandwidthMode::automatic);
+    EXPECT_EQ(config, AppConfig{});
+}
+
+TEST(AppConfigCoding, RoundTripsEveryCase) {
+    for (auto [interval, intervalName] : backupIntervalNames) {
+        for (auto [level, levelName] : notificationLevelNames) {
+            for (auto [mode, modeName] : bandwidthModeNames) {
+                AppConfig config{interval, level, false, true, false, mode};
+                const json::Value value = toJson(config);
+                EXPECT_EQ(value["backupInterval"], intervalName);
+                EXPECT_EQ(value["bandwidthMode"], modeName);
+                EXPECT_EQ(appConfigFromJson(json::read(json::write(value))), config);
+            }
+        }
+    }
+}
+
+TEST(AppConfigCoding, FailsOnAMissingRequiredKeyOrAnUnknownCase) {
+    for (const char* key :
+         {"backupInterval", "notificationLevel", "launchAtLogin", "hasCompletedOnboarding"}) {
+        json::Value value = minimalConfig();
+        value.erase(key);
+        expectDecodingFailure([&] { appConfigFromJson(value); }, std::string("no ") + key);
+    }
+    json::Value unknown = minimalConfig();
+    unknown["bandwidthMode"] = "turbo";
+    expectDecodingFailure([&] { appConfigFromJson(unknown); }, "unknown mode");
+    json::Value wrongType = minimalConfig();
+    wrongType["launchAtLogin"] = 1;
+    expectDecodingFailure([&] { appConfigFromJson(wrongType); }, "a number for a boolean");
+    json::Value nullRequired = minimalConfig();
+    nullRequired["backupInterval"] = nullptr;
+    expectDecodingFailure([&] { appConfigFromJson(nullRequired); }, "null for a required key");
+}
+
+TEST(BackupPairCoding, OlderPairsReadAsStandardNotYetSuggested) {
+    const BackupPair pair = backupPairFromJson(minimalPair());
+    EXPECT_EQ(pair.profile, BackupProfile::standard);
+    EXPECT_FALSE(pair.didSuggestProfile);
+    EXPECT_FALSE(pair.sourceBookmark);
+    EXPECT_EQ(pair.sourceURL, std::filesystem::path("/home/ana/Projects/"));
+    EXPECT_EQ(pair.createdAt, sys_days{2026y / March / 1} + 9h + 30min);
+}
+
+TEST(BackupPairCoding, WritesAbsentOptionalsAsNoKeyAtAll) {
+    BackupPair pair = backupPairFromJson(minimalPair());
+    const json::Value value = toJson(pair);
+    for (const char* key : {"sourceBookmark", "destinationBookmark", "lastBackupAt",
+                            "lastBackupFileCount", "lastBackupByteCount", "offsiteURL",
+                            "offsiteBookmark", "lastOffsiteAt", "lastOffsiteFileCount"}) {
+        EXPECT_FALSE(value.contains(key)) << key;
+    }
+    EXPECT_EQ(value.size(), 8u);
+    EXPECT_NE(json::write(value).find("\"sourceURL\": \"file:\\/\\/\\/home\\/ana\\/Projects\\/\""),
+              std::string::npos);
+}
+
+TEST(BackupPairCoding, RoundTripsEveryFieldAndLosesOnlyFractionsOfDates) {
+    BackupPair pair;
+    pair.id = Uuid::random();
+    pair.name = "Film \"Final\" / ü";
+    pair.sourceURL = "/home/ana/Film Projects/";
+    pair.destinationURL = "/media/ana/T7 Shield/";
+    pair.sourceBookmark = base64::Bytes{0, 1, 2, 255};
+    pair.destinationBookmark = base64::Bytes{};
+    pair.isEnabled = false;
+    pair.createdAt = sys_days{2025y / December / 31} + 23h + 59min + 59s;
+    pair.lastBackupAt = pair.createdAt + 1s + 250ms;
+    pair.lastBackupFileCount = 42;
+    pair.lastBackupByteCount = 9'000'000'000'000;
+    pair.offsiteURL = "/home/ana/Dropbox/Offsite";
+    pair.offsiteBookmark = base64::Bytes{9};
+    pair.lastOffsiteAt = pair.createdAt;
+    pair.lastOffsiteFileCount = 0;
+    pair.profile = BackupProfile::film;
+    pair.didSuggestProfile = true;
+
+    BackupPair decoded = backupPairFromJson(json::read(json::write(toJson(pair))));
+    EXPECT_EQ(*decoded.lastBackupAt, pair.createdAt + 1s);
+    decoded.lastBackupAt = pair.lastBackupAt;
+    EXPECT_EQ(decoded, pair);
+}
+
+TEST(BackupPairCoding, FailsOnEveryKindOfBadValue) {
+    const std::vector<std::pair<const char*, json::Value>> bad{
+        {"id", "not-a-uuid"},
+        {"id", 7},
+        {"sourceURL", "relative/path"},
+        {"sourceURL", "https://example.com/"},
+        {"destinationURL", "/no/scheme"},
+        {"createdAt", "2026-03-01"},
+        {"createdAt", "2026-03-01T09:30:00.5Z"},
+        {"sourceBookmark", "not base64!"},
+        {"lastBackupFileCount", 1.5},
+        {"lastBackupByteCount", "12"},
+        {"profile", "cinema"},
+        {"didSuggestProfile", "yes"},
+        {"isEnabled", nullptr},
+    };
+    for (const auto& [key, value] : bad) {
+        json::Value pair = minimalPair();
+        pair[key] = value;
+        expectDecodingFailure([&] { backupPairFromJson(pair); },
+                              std::string(key) + " = " + value.dump());
+    }
+    for (const char* key :
+         {"id", "name", "sourceURL", "destinationURL", "isEnabled", "createdAt"}) {
+        json::Value pair = minimalPair();
+        pair.erase(key);
+        expectDecodingFailure([&] { backupPairFromJson(pair); }, std::string("no ") + key);
+    }
+}
+
+TEST(ConfigFileCoding, OneBadPairFailsTheWholeFile) {
+    json::Value file{{"pairs", json::Value::array({minimalPair(), minimalPair()})},
+                     {"appConfig", minimalConfig()}};
+    EXPECT_EQ(configFileFromJson(file).pairs.size(), 2u);
+    file["pairs"][1]["profile"] = "cinema";
+    expectDecodingFailure([&] { configFileFromJson(file); }, "the second pair is bad");
+    expectDecodingFailure(
+        [&] {
+            configFileFromJson(json::Value{{"pairs", json::Value::array()}});
+        },
+        "no appConfig");
+    expectDecodingFailure([&] { configFileFromJson(json::Value::array()); }, "not an object");
+    expectDecodingFailure(
+        [&] {
+            configFileFromJson(json::Value{{"pairs", 1}, {"appConfig", minimalConfig()}});
+        },
+        "pairs is no array");
+}
+
+TEST(EventLogCoding, RoundTripsAndAcceptsEveryType) {
+    std::vector<BackupEvent> events;
+    for (auto [type, name] : eventTypeNames) {
+        BackupEvent event;
+        event.id = Uuid::random();
+        event.pairId = Uuid::random();
+        event.timestamp = sys_days{2026y / November / 23} + 5h;
+        event.type = type;
+        event.filesAffected = 3;
+        event.bytesTransferred = 1 << 20;
+        event.duration = 1.25;
+        if (type == BackupEvent::EventType::error)
+            event.message = "3 of 4 files couldn't be backed up.";
+        events.push_back(event);
+    }
+    const json::Value value = toJson(events);
+    EXPECT_FALSE(value[0].contains("message"));
+    EXPECT_EQ(eventLogFromJson(json::read(json::write(value))), events);
+
+    json::Value bad = value;
+    bad[3]["type"] = "exploded";
+    expectDecodingFailure([&] { eventLogFromJson(bad); }, "unknown event type");
+    bad = value;
+    bad[0].erase("duration");
+    expectDecodingFailure([&] { eventLogFromJson(bad); }, "no duration");
+}
+
+TEST(SanitizedFolderName, RemovesWhatCouldLeaveTheFolder) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"../My Docs/", "My Docs"},
+        {"Projects", "Projects"},
+        {"a/b\\c", "abc"},
+        {std::string("nul\0l", 5), "null"},
+        {"  \n Photos 2026 \t", "Photos 2026"},
+        {"...hidden", "hidden"},
+        {".config", "config"},
+        // Whitespace is trimmed before the dots go, so a blank behind a dot stays.
+        {". .name", " .name"},
+        {"....", "Untitled Backup"},
+        {"...", "Untitled Backup"},
+        {" . ", "Untitled Backup"},
+        {"", "Untitled Backup"},
+        {"/", "Untitled Backup"},
+        {"v1.0..2", "v1.02"},
+        {"./.", "Untitled Backup"},
+    };
+    for (const auto& [name, folder] : cases)
+        EXPECT_EQ(sanitizedFolderName(name), folder) << name;
+}
+
+}  // namespace
+}  // namespace quillstow

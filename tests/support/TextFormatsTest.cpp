@@ -1,0 +1,151 @@
+// Dates, identifiers, file URLs, base64, JSON and byte counts: the forms values take in files
+// and in front of the user.
+
+#include <gtest/gtest.h>
+
+#include "support/Base64.hpp"
+#include "support/ByteCount.hpp"
+#include "support/Dates.hpp"
+#include "support/FileUrl.hpp"
+#include "support/Json.hpp"
+#include "support/Uuid.hpp"
+
+namespace quillstow {
+namespace {
+
+using namespace std::chrono;
+
+TEST(Dates, WritesUtcToTheSecondAndCutsFractions) {
+    const Date date = sys_days{2026y / March / 1} + 9h + 30min + 59s + 999ms;
+    EXPECT_EQ(dates::formatISO8601(date), "2026-03-01T09:30:59Z");
+    EXPECT_EQ(dates::formatISO8601(Date{}), "1970-01-01T00:00:00Z");
+    EXPECT_EQ(dates::formatISO8601(Date{} - 1ns), "1969-12-31T23:59:59Z");
+}
+
+TEST(Dates, ReadsWhatItWritesAndOffsets) {
+    const Date date = sys_days{2024y / February / 29} + 23h + 59min + 58s;
+    EXPECT_EQ(dates::parseISO8601("2024-02-29T23:59:58Z"), date);
+    EXPECT_EQ(dates::parseISO8601("2024-03-01T01:59:58+02:00"), date);
+    EXPECT_EQ(dates::parseISO8601("2024-02-29T20:29:58-03:30"), date);
+}
+
+TEST(Dates, RefusesAnythingElse) {
+    for (const char* text :
+         {"", "2024-02-30T00:00:00Z", "2023-02-29T00:00:00Z", "2024-13-01T00:00:00Z",
+          "2024-01-01T24:00:00Z", "2024-01-01T00:60:00Z", "2024-01-01T00:00:00",
+          "2024-01-01T00:00:00.5Z", "2024-01-01 00:00:00Z", "2024-01-01T00:00:00Zjunk",
+          "20240101T000000Z", "2024-01-01T00:00:00+2:00", "x024-01-01T00:00:00Z"}) {
+        EXPECT_FALSE(dates::parseISO8601(text)) << text;
+    }
+}
+
+TEST(Uuids, AreUpperCaseCanonicalAndReadInEitherCase) {
+    const Uuid uuid = Uuid::random();
+    const std::string text = uuid.text();
+    ASSERT_EQ(text.size(), 36u);
+    EXPECT_EQ(text.find_first_of("abcdef"), std::string::npos);
+    EXPECT_EQ(text[14], '4');  // version 4, random
+    EXPECT_EQ(Uuid::parse(text), uuid);
+
+    const auto lower = Uuid::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f");
+    ASSERT_TRUE(lower);
+    EXPECT_EQ(lower->text(), "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+    EXPECT_NE(Uuid::random(), Uuid::random());
+}
+
+TEST(Uuids, RefuseMalformedText) {
+    for (const char* text :
+         {"", "E621E1F8C36C495A93FC0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5",
+          "{E621E1F8-C36C-495A-93FC-0C247A3E6E5F}", "G621E1F8-C36C-495A-93FC-0C247A3E6E5F",
+          "E621E1F8-C36C-495A-93FC-0C247A3E6E5FF"}) {
+        EXPECT_FALSE(Uuid::parse(text)) << text;
+    }
+}
+
+TEST(FileUrls, EncodeWhatAPathMayHoldAndDecodeItBack) {
+    EXPECT_EQ(fileurls::fromPath("/Volumes/Drive/Projects/"), "file:///Volumes/Drive/Projects/");
+    EXPECT_EQ(fileurls::fromPath("/My Drive/100%/a#b?c"), "file:///My%20Drive/100%25/a%23b%3Fc");
+    EXPECT_EQ(fileurls::fromPath("/Fotos/Zürich"), "file:///Fotos/Z%C3%BCrich");
+    EXPECT_EQ(fileurls::fromPath("/a-b_c.d~e!$&'()*+,;=:@"), "file:///a-b_c.d~e!$&'()*+,;=:@");
+
+    for (const char* path : {"/", "/My Drive/100%/a#b?c", "/Fotos/Zürich/", "/tab\there",
+                             "/\xff\xfe not utf-8", "/new\nline"}) {
+        EXPECT_EQ(fileurls::toPath(fileurls::fromPath(path)), std::filesystem::path(path)) << path;
+    }
+    EXPECT_EQ(fileurls::toPath("file://localhost/tmp/x"), std::filesystem::path("/tmp/x"));
+    EXPECT_EQ(fileurls::toPath("file:///tmp/%7e"), std::filesystem::path("/tmp/~"));
+}
+
+TEST(FileUrls, RefuseRelativeRemoteAndBrokenUrls) {
+    for (const char* url :
+         {"", "/tmp/x", "tmp/x", "file:tmp/x", "file://server/share", "http://example.com/x",
+          "FILE:///tmp", "file:///tmp/%", "file:///tmp/%4", "file:///tmp/%zz",
+          "file:///tmp/%00null", "file:///tmp/x?query", "file:///tmp/x#fragment"}) {
+        EXPECT_FALSE(fileurls::toPath(url)) << url;
+    }
+}
+
+TEST(Base64, RoundTripsEveryLengthAndRefusesBadText) {
+    base64::Bytes bytes;
+    for (int length = 0; length < 10; ++length) {
+        EXPECT_EQ(base64::decode(base64::encode(bytes)), bytes);
+        bytes.push_back(std::uint8_t(250 - length * 7));
+    }
+    EXPECT_EQ(base64::encode({'M', 'a', 'n'}), "TWFu");
+    EXPECT_EQ(base64::encode({'M', 'a'}), "TWE=");
+    EXPECT_EQ(base64::encode({'M'}), "TQ==");
+    for (const char* text : {"TWF", "TW=u", "T===", "TWFu!A==", "TQ==TQ==", "TW Fu", "=TWF"}) {
+        EXPECT_FALSE(base64::decode(text)) << text;
+    }
+}
+
+TEST(JsonWriter, SortsKeysIndentsAndEscapesSlashes) {
+    const json::Value value{{"b", "file:///a/b"}, {"a", 1}, {"c", json::Value::array()}};
+    EXPECT_EQ(json::write(value),
+              "{\n  \"a\": 1,\n  \"b\": \"file:\\/\\/\\/a\\/b\",\n  \"c\": []\n}");
+    EXPECT_EQ(json::read(json::write(value)), value);
+}
+
+TEST(JsonWriter, NeverFailsOnBytesThatAreNotUtf8) {
+    const json::Value value{{"name", std::string("caf\xe9")}};
+    EXPECT_EQ(json::write(value), "{\n  \"name\": \"caf\xef\xbf\xbd\"\n}");
+}
+
+TEST(JsonReader, FailsWithTheDecodingError) {
+    try {
+        json::read("{\"a\": ");
+        FAIL() << "no failure";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.error().domain, errors::decodingDomain);
+    }
+}
+
+TEST(ByteCounts, FollowTheFileStyle) {
+    const std::pair<std::int64_t, const char*> cases[] = {
+        {0, "Zero KB"},
+        {1, "1 byte"},
+        {2, "2 bytes"},
+        {999, "999 bytes"},
+        {1000, "1 KB"},
+        {1499, "1 KB"},
+        {1500, "2 KB"},
+        {11999, "12 KB"},
+        {999'499, "999 KB"},
+        {999'999, "1 MB"},
+        {1'000'000, "1 MB"},
+        {1'300'000, "1.3 MB"},
+        {12'345'678, "12.3 MB"},
+        {123'456'789, "123.5 MB"},
+        {1'234'567'898, "1.23 GB"},
+        {1'500'000'000, "1.5 GB"},
+        {12'345'678'987, "12.35 GB"},
+        {2'000'000'000'000, "2 TB"},
+        {9'223'372'036'854'775'807, "9.22 EB"},
+        {-1, "-1 byte"},
+    };
+    for (const auto& [bytes, text] : cases)
+        EXPECT_EQ(formatByteCount(bytes), text) << bytes;
+}
+
+}  // namespace
+}  // namespace quillstow

@@ -1,0 +1,175 @@
+// quillstow-pass from the outside: its JSON, its exit status, and what a kill at any moment
+// leaves in the mirror.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <random>
+#include <thread>
+
+#include "Processes.hpp"
+#include "TestTree.hpp"
+#include "copy/FileSystem.hpp"
+#include "copy/FileTransfer.hpp"
+#include "support/Json.hpp"
+
+namespace quillstow {
+namespace {
+
+using namespace testing;
+namespace fs = std::filesystem;
+
+const std::string tool = QUILLSTOW_PASS_TOOL;
+
+TEST(PassTool, PrintsTheResultWithTheRecordsFieldNames) {
+    TemporaryFolder root;
+    writeFile(root / "src/a.txt", "alpha");
+    const ProcessResult run = runProcess({tool, root / "src", root / "drive/mirror"});
+    ASSERT_EQ(run.exitStatus, 0) << run.output;
+    const json::Value result = json::read(run.output);
+    EXPECT_EQ(result["copiedFiles"], 1);
+    EXPECT_EQ(result["copiedRelativePaths"], json::Value::array({"a.txt"}));
+    EXPECT_EQ(result["bytesTransferred"], 5);
+    EXPECT_EQ(result["recommendedProfile"], "standard");
+    for (const char* key : {"archivedFiles", "duration", "errors", "abortedDueToVolumeLoss",
+                            "filesDeferredByEditor", "approximateSourceBytes"}) {
+        EXPECT_TRUE(result.contains(key)) << key;
+    }
+    EXPECT_EQ(readFile(root / "drive/mirror/a.txt"), "alpha");
+}
+
+TEST(PassTool, PrintsTheRaisedErrorAndExitsWithTwo) {
+    TemporaryFolder root;
+    makeFolder(root / "src");
+    makeFolder(root / "target");
+    makeLink(root / "link", root / "target");
+    const ProcessResult run = runProcess({tool, root / "src", root / "link"});
+    EXPECT_EQ(run.exitStatus, 2);
+    const json::Value error = json::read(run.output);
+    EXPECT_EQ(error["operation"], "validateDestination");
+    EXPECT_EQ(error["url"], "file://" + (root / "link").native());
+    EXPECT_EQ(error["underlying"]["domain"], "Quillstow");
+    EXPECT_EQ(error["underlying"]["code"], 1003);
+}
+
+TEST(PassTool, RefusesBadUsageInItsOwnWords) {
+    EXPECT_EQ(runProcess({tool}).exitStatus, 64);
+    EXPECT_EQ(runProcess({tool, "--profile", "cinema", "/a", "/b"}).exitStatus, 64);
+    EXPECT_EQ(runProcess({tool, "--frobnicate", "/a", "/b"}).exitStatus, 64);
+    EXPECT_EQ(runProcess({tool, "--help"}).exitStatus, 0);
+}
+
+// A tree of a few hundred files, some of them large enough that a kill lands inside a copy.
+std::map<std::string, std::string> makeTree(const fs::path& root, std::mt19937& random,
+                                            const std::string& flavour) {
+    std::map<std::string, std::string> files;
+    std::uniform_int_distribution<int> smallSize(0, 48 * 1024);
+    std::uniform_int_distribution<int> letter('a', 'z');
+    for (int folder = 0; folder < 30; ++folder) {
+        for (int file = 0; file < 8; ++file) {
+            const std::string relative =
+                "folder" + std::to_string(folder) + "/file" + std::to_string(file);
+            const int size =
+                (folder % 10 == 0 && file == 0) ? 2 * 1024 * 1024 + folder : smallSize(random);
+            std::string content(std::size_t(size), char(letter(random)));
+            content.insert(0, flavour + relative);
+            writeFile(root / relative, content);
+            files[relative] = content;
+        }
+    }
+    return files;
+}
+
+class KilledPassTest : public ::testing::Test {
+  protected:
+    TemporaryFolder root;
+    std::mt19937 random{20261123};
+
+    // Runs the tool and kills it after a random delay; returns whether it was still running.
+    bool runAndKill(const fs::path& source, const fs::path& mirror,
+                    std::chrono::microseconds longest) {
+        const pid_t child = startProcess({tool, source, mirror});
+        std::uniform_int_distribution<long> delay(0, longest.count());
+        std::this_thread::sleep_for(std::chrono::microseconds(delay(random)));
+        const bool killed = ::kill(child, SIGKILL) == 0;
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return killed && WIFSIGNALED(status);
+    }
+
+    std::chrono::microseconds timeOfOneRun(const fs::path& source, const fs::path& mirror) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(runProcess({tool, source, mirror}).exitStatus, 0);
+        return std::chrono::duration_cast<std::chrono::microseconds>(
+            std::chrono::steady_clock::now() - start);
+    }
+
+    // Every final name holds one of the allowed versions, whole.
+    void expectOnlyWholeFiles(
+        const fs::path& mirror,
+        const std::vector<const std::map<std::string, std::string>*>& versions, int run) {
+        if (!fs::exists(mirror)) return;
+        for (const auto& [relative, content] : filesBelow(mirror)) {
+            if (transfer::isReservedName(fs::path(relative).filename().native())) continue;
+            bool matches = false;
+            for (const auto* version : versions) {
+                const auto found = version->find(relative);
+                matches = matches || (found != version->end() && found->second == content);
+            }
+            EXPECT_TRUE(matches) << "run " << run << ": " << relative << " holds " << content.size()
+                                 << " bytes of no known version";
+        }
+    }
+};
+
+TEST_F(KilledPassTest, AFirstCopyKilledAtAnyMomentLeavesOnlyWholeFiles) {
+    const auto source = makeTree(root / "source", random, "v1 ");
+    const auto longest = timeOfOneRun(root / "source", root / "timing") * 5 / 4;
+    int killedMidway = 0;
+    for (int run = 0; run < 50; ++run) {
+        const fs::path mirror = root / ("mirror" + std::to_string(run));
+        killedMidway += runAndKill(root / "source", mirror, longest);
+        expectOnlyWholeFiles(mirror, {&source}, run);
+        if (run < 49) fs::remove_all(mirror);
+    }
+    EXPECT_GT(killedMidway, 10) << "too few kills landed while the pass ran";
+
+    const fs::path last = root / "mirror49";
+    ASSERT_EQ(runProcess({tool, root / "source", last}).exitStatus, 0);
+    EXPECT_EQ(filesBelow(last), source);
+}
+
+TEST_F(KilledPassTest, AReCopyKilledAtAnyMomentLeavesOldOrNewVersionsOnly) {
+    const auto oldVersion = makeTree(root / "source", random, "v1 ");
+    ASSERT_EQ(runProcess({tool, root / "source", root / "base"}).exitStatus, 0);
+    // Half of the files change, with other sizes.
+    std::map<std::string, std::string> newVersion = oldVersion;
+    int index = 0;
+    for (auto& [relative, content] : newVersion) {
+        if (index++ % 2 == 0) continue;
+        content = "v2 " + content + std::string(std::size_t(index % 7), '+');
+        writeFile(root / "source" / relative, content);
+    }
+    LocalFileSystem fileSystem;
+    fileSystem.copyItem(root / "base", root / "timing");
+    const auto longest = timeOfOneRun(root / "source", root / "timing") * 5 / 4;
+
+    int killedMidway = 0;
+    for (int run = 0; run < 50; ++run) {
+        const fs::path mirror = root / ("mirror" + std::to_string(run));
+        fileSystem.copyItem(root / "base", mirror);
+        killedMidway += runAndKill(root / "source", mirror, longest);
+        expectOnlyWholeFiles(mirror, {&oldVersion, &newVersion}, run);
+        if (run < 49) fs::remove_all(mirror);
+    }
+    EXPECT_GT(killedMidway, 10) << "too few kills landed while the pass ran";
+
+    const fs::path last = root / "mirror49";
+    ASSERT_EQ(runProcess({tool, root / "source", last}).exitStatus, 0);
+    EXPECT_EQ(filesBelow(last), newVersion);
+}
+
+}  // namespace
+}  // namespace quillstow

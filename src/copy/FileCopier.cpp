@@ -105,7 +105,7 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
     relativePaths.reserve(items.size());
     for (const auto& item : items) {
         relativePaths.push_back(item.relativePath);
-        result.approximateSourceBytes += item.fileSize.value_or(0);
+        result.approximateSourceBytes += item.info.fileSize.value_or(0);
     }
     result.recommendedProfile = recommendProfile(relativePaths, source.native());
 
@@ -136,11 +136,10 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
             onProgress(double(i) / double(total), paths::lastPathComponent(sourceItem));
         }
 
-        const auto sourceInfo = files::readInfo(sourceItem);
+        const FileInfo& sourceInfo = items[i].info;
         if (!needsCopy(sourceInfo, files::readInfo(destinationItem))) continue;
 
-        if (editors.hasEditors() &&
-            isOpenInEditor(editors, sourceItem, sourceInfo ? &*sourceInfo : nullptr)) {
+        if (editors.hasEditors() && isOpenInEditor(editors, sourceItem, &sourceInfo)) {
             for (const auto& name : editors.names)
                 result.filesDeferredByEditor[name] += 1;
             continue;
@@ -188,12 +187,10 @@ std::int64_t FileCopier::estimateBytesToCopy(const Path& source, const Path& des
                                              const ExclusionFilter& filter) const {
     std::int64_t bytes = 0;
     for (const auto& item : listSource(source, filter)) {
-        const Path sourceItem = paths::appending(source, item.relativePath);
-        const auto sourceInfo = files::readInfo(sourceItem);
-        if (!sourceInfo || !sourceInfo->fileSize) continue;
-        if (needsCopy(sourceInfo,
+        if (!item.info.fileSize) continue;
+        if (needsCopy(item.info,
                       files::readInfo(paths::appending(destination, item.relativePath)))) {
-            bytes += *sourceInfo->fileSize;
+            bytes += *item.info.fileSize;
         }
     }
     return bytes;

@@ -63,10 +63,12 @@ PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path&
 }
 
 void swapIntoPlace(FileSystem& fileSystem, const PreparedCopy& copy) {
-    if (files::exists(copy.destination)) {
-        fileSystem.replaceItem(copy.destination, copy.temporary);
-    } else {
+    // A rename that refuses to replace answers "is something there?" in the same call.
+    try {
         fileSystem.moveItem(copy.temporary, copy.destination);
+    } catch (const Failure& failure) {
+        if (!errors::isPosix(failure.error(), EEXIST)) throw;
+        fileSystem.replaceItem(copy.destination, copy.temporary);
     }
 }
 
@@ -97,7 +99,7 @@ bool sameSize(const Path& source, const Path& destination) {
 
 void removeStaleTemporaries(FileSystem& fileSystem, const Path& destination) {
     if (!files::exists(destination)) return;
-    walkTree(destination, [&](const WalkEntry& entry) {
+    walkTree(destination, WalkDetail::typeOnly, [&](const WalkEntry& entry) {
         if (!isReservedName(entry.name)) return true;
         try {
             fileSystem.removeItem(paths::appending(destination, entry.relativePath));

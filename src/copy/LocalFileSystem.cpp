@@ -78,22 +78,25 @@ void copyByReadAndWrite(int from, int to) {
 }
 
 // A clone where the file system shares blocks, else an in-kernel copy, else plain reads and
-// writes; each falls back when the one before can't serve these two files.
+// writes; each falls back when the one before can't serve these two files. The copy takes the
+// file as long as it was when the copy began: a file that grows meanwhile has a newer date,
+// and the next pass copies it again.
 void copyData(int from, int to, off_t size) {
     if (size == 0) return;
     if (::ioctl(to, FICLONE, from) == 0) return;
     if (!meansUnsupported(errno) && errno != EPERM) throwPosix(errno);
 
     off_t copied = 0;
-    for (;;) {
-        const ssize_t count = ::copy_file_range(from, nullptr, to, nullptr, 1 << 30, 0);
+    while (copied < size) {
+        const ssize_t count =
+            ::copy_file_range(from, nullptr, to, nullptr, std::size_t(size - copied), 0);
         if (count > 0) {
             copied += count;
             continue;
         }
         if (count == 0) {
             // Some file systems answer 0 instead of an error; only a copy under way has met
-            // the end of the file.
+            // the end of a file that shrank.
             if (copied > 0) return;
             break;
         }
@@ -101,7 +104,7 @@ void copyData(int from, int to, off_t size) {
         if (copied == 0 && meansUnsupported(errno)) break;
         throwPosix(errno);
     }
-    copyByReadAndWrite(from, to);
+    if (copied < size) copyByReadAndWrite(from, to);
 }
 
 // Extended attributes that this user may set; the others are dropped one by one.

@@ -10,7 +10,7 @@ std::vector<ListedItem> listSource(const std::filesystem::path& source,
     std::vector<ListedItem> items;
     // Walking the resolved root makes every item's path a resolved one: the walk follows no
     // link below it, so the relative path of an item is the path it was reached by.
-    walkTree(paths::resolved(source), [&](const WalkEntry& entry) {
+    walkTree(paths::resolved(source), WalkDetail::metadata, [&](const WalkEntry& entry) {
         const FileInfo& info = entry.info;
         if (info.isSymbolicLink()) return false;
         if (isInternalFileName(entry.name)) return false;
@@ -18,12 +18,12 @@ std::vector<ListedItem> listSource(const std::filesystem::path& source,
         if (info.isDirectory()) {
             const std::string_view extension = pathExtension(entry.name);
             if (!extension.empty() && isPackageUnit(extension, filter.profile)) {
-                items.push_back({entry.relativePath, std::nullopt});
+                items.push_back({entry.relativePath, info});
                 return false;
             }
             return true;
         }
-        if (info.isRegularFile()) items.push_back({entry.relativePath, info.fileSize});
+        if (info.isRegularFile()) items.push_back({entry.relativePath, info});
         return false;
     });
     return items;

@@ -14,11 +14,12 @@
 
 namespace quillstow {
 
-// One item of a pass: a regular file or a folder copied whole.
+// One item of a pass: a regular file or a folder copied whole, with what the listing read of
+// it. The change test uses these values, so an unchanged item costs one more read only, of
+// its copy in the mirror.
 struct ListedItem {
     std::string relativePath;
-    // The size read during the listing; folders have none.
-    std::optional<std::int64_t> fileSize;
+    FileInfo info;
 };
 
 // The items below `source` in walk order, which is the order of copying. Links are neither

@@ -19,7 +19,27 @@ struct Listed {
 
 // Reads one folder whole and closes it before going deeper, so that a deep tree holds one
 // descriptor at a time.
-bool listFolder(const std::string& path, bool followLink, std::vector<Listed>& entries) {
+std::optional<FileInfo> typeOf(unsigned char type) {
+    FileInfo info;
+    switch (type) {
+        case DT_REG:
+            info.type = FileInfo::Type::regular;
+            return info;
+        case DT_DIR:
+            info.type = FileInfo::Type::directory;
+            return info;
+        case DT_LNK:
+            info.type = FileInfo::Type::symbolicLink;
+            return info;
+        case DT_UNKNOWN:
+            return std::nullopt;
+        default:
+            return info;
+    }
+}
+
+bool listFolder(const std::string& path, bool followLink, WalkDetail detail,
+                std::vector<Listed>& entries) {
     const int fd =
         ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
     if (fd < 0) return false;
@@ -32,16 +52,19 @@ bool listFolder(const std::string& path, bool followLink, std::vector<Listed>& e
     while (const dirent* entry = ::readdir(listing)) {
         const std::string_view name(entry->d_name);
         if (name == "." || name == "..") continue;
-        entries.push_back({std::string(name), files::readInfoAt(fd, entry->d_name)});
+        std::optional<FileInfo> info;
+        if (detail == WalkDetail::typeOnly) info = typeOf(entry->d_type);
+        if (!info) info = files::readInfoAt(fd, entry->d_name);
+        entries.push_back({std::string(name), std::move(info)});
     }
     return true;
 }
 
-bool walkFolder(const std::string& path, const std::string& relativeFolder,
+bool walkFolder(const std::string& path, const std::string& relativeFolder, WalkDetail detail,
                 const std::function<bool(const WalkEntry&)>& visit) {
     std::vector<Listed> entries;
     // Only the root may be reached through a link; below it nothing is followed.
-    if (!listFolder(path, relativeFolder.empty(), entries)) return false;
+    if (!listFolder(path, relativeFolder.empty(), detail, entries)) return false;
     std::string relativePath;
     for (const auto& entry : entries) {
         // An entry that vanished between listing and reading is no longer there to visit.
@@ -49,7 +72,7 @@ bool walkFolder(const std::string& path, const std::string& relativeFolder,
         relativePath = relativeFolder.empty() ? entry.name : relativeFolder + "/" + entry.name;
         const bool goIn = visit(WalkEntry{relativePath, entry.name, *entry.info});
         if (goIn && entry.info->isDirectory()) {
-            walkFolder(path + "/" + entry.name, relativePath, visit);
+            walkFolder(path + "/" + entry.name, relativePath, detail, visit);
         }
     }
     return true;
@@ -57,12 +80,12 @@ bool walkFolder(const std::string& path, const std::string& relativeFolder,
 
 }  // namespace
 
-bool walkTree(const std::filesystem::path& root,
+bool walkTree(const std::filesystem::path& root, WalkDetail detail,
               const std::function<bool(const WalkEntry&)>& visit) {
     std::string rootPath = root.native();
     while (rootPath.size() > 1 && rootPath.back() == '/')
         rootPath.pop_back();
-    return walkFolder(rootPath, "", visit);
+    return walkFolder(rootPath, "", detail, visit);
 }
 
 }  // namespace quillstow

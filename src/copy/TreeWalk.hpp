@@ -20,9 +20,14 @@ struct WalkEntry {
     const FileInfo& info;
 };
 
+enum class WalkDetail {
+    metadata,  // every field of FileInfo, one stat per entry
+    typeOnly,  // only FileInfo::type, from the listing itself where the file system gives it
+};
+
 // Calls `visit` for every entry below `root`; for a folder, its answer says whether to go in.
 // Returns false when the root itself can't be opened.
-bool walkTree(const std::filesystem::path& root,
+bool walkTree(const std::filesystem::path& root, WalkDetail detail,
               const std::function<bool(const WalkEntry&)>& visit);
 
 }  // namespace quillstow

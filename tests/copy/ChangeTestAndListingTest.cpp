@@ -109,7 +109,7 @@ TEST(ListSource, SkipsTheMirrorsOwnFilesAndKeepsTheSizes) {
     for (const auto& item : items) {
         paths.push_back(item.relativePath);
         if (item.relativePath == "data.bin") {
-            EXPECT_EQ(item.fileSize, 1234);
+            EXPECT_EQ(item.info.fileSize, 1234);
         }
     }
     std::sort(paths.begin(), paths.end());

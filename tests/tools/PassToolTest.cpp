@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <random>
@@ -59,6 +60,44 @@ TEST(PassTool, RefusesBadUsageInItsOwnWords) {
     EXPECT_EQ(runProcess({tool, "--profile", "cinema", "/a", "/b"}).exitStatus, 64);
     EXPECT_EQ(runProcess({tool, "--frobnicate", "/a", "/b"}).exitStatus, 64);
     EXPECT_EQ(runProcess({tool, "--help"}).exitStatus, 0);
+}
+
+TEST(PassTool, CtrlCCancelsThePassWhichReportsWhatItDid) {
+    TemporaryFolder root;
+    for (int i = 0; i < 3000; ++i) {
+        writeFile(root / "src" / std::to_string(i % 30) / std::to_string(i),
+                  std::string(2048, 'x'));
+    }
+    int output[2];
+    ASSERT_EQ(::pipe(output), 0);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    const std::string source = root / "src";
+    const std::string mirror = root / "mirror";
+    if (child == 0) {
+        ::dup2(output[1], STDOUT_FILENO);
+        ::execl(tool.c_str(), tool.c_str(), source.c_str(), mirror.c_str(), nullptr);
+        ::_exit(127);
+    }
+    ::close(output[1]);
+    // Interrupt as soon as the first copy exists, long before the 3000th.
+    while (!fs::exists(mirror) || fs::is_empty(mirror))
+        std::this_thread::yield();
+    ::kill(child, SIGINT);
+    std::string printed;
+    char buffer[4096];
+    for (ssize_t count; (count = ::read(output[0], buffer, sizeof buffer)) > 0;) {
+        printed.append(buffer, std::size_t(count));
+    }
+    ::close(output[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    const json::Value result = json::read(printed);
+    const int copied = result["copiedFiles"].get<int>();
+    EXPECT_LT(copied, 3000);
+    EXPECT_EQ(std::size_t(copied), filesBelow(mirror).size());
 }
 
 // A tree of a few hundred files, some of them large enough that a kill lands inside a copy.

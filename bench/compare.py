@@ -68,15 +68,18 @@ def change_one_percent(root, seed=11):
 
 
 def run(command):
-    """Runs a shell command; returns (seconds, peak resident KiB of the process tree's largest)."""
+    """Runs a shell command; returns (seconds, peak resident KiB of its largest process).
+
+    GNU time measures the peak: a process started straight from this one would inherit its
+    peak as a floor."""
     touch_memory()
     start = time.monotonic()
-    process = subprocess.Popen(command, shell=True, stdout=subprocess.DEVNULL)
-    _, status, usage = os.wait4(process.pid, 0)
+    timed = subprocess.run(["/usr/bin/time", "-f", "%M", "sh", "-c", command],
+                           stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
     seconds = time.monotonic() - start
-    if os.waitstatus_to_exitcode(status) != 0:
-        sys.exit(f"failed: {command}")
-    return seconds, usage.ru_maxrss
+    if timed.returncode != 0:
+        sys.exit(f"failed: {command}\n{timed.stderr}")
+    return seconds, int(timed.stderr.strip().splitlines()[-1])
 
 
 def main():
@@ -88,7 +91,7 @@ def main():
     parser.add_argument("--tool", default=os.path.join(HERE, "..", "build", "tools", "quillstow-pass"))
     args = parser.parse_args()
 
-    for program in ("rsync", "cp", args.tool):
+    for program in ("rsync", "cp", "/usr/bin/time", args.tool):
         if not shutil.which(program):
             sys.exit(f"missing: {program}")
     work = os.path.abspath(args.work)
@@ -109,6 +112,20 @@ def main():
         results[name] = (seconds, peak)
         print(f"  {name:<34} {seconds:8.2f} s   peak {peak / 1024:7.1f} MiB", flush=True)
 
+    def measure_alternating(commands, rounds=3):
+        """Runs the commands in turn, several rounds, so that none always runs on colder
+        caches than the others; keeps the median of each."""
+        samples = {name: [] for name, _ in commands}
+        for _ in range(rounds):
+            for name, command in commands:
+                samples[name].append(run(command))
+        for name, values in samples.items():
+            seconds = sorted(v[0] for v in values)[len(values) // 2]
+            peak = max(v[1] for v in values)
+            results[name] = (seconds, peak)
+            print(f"  {name:<34} {seconds:8.2f} s   peak {peak / 1024:7.1f} MiB (median of {rounds})",
+                  flush=True)
+
     def mirror(name):
         return os.path.join(work, "mirrors", name)
 
@@ -121,8 +138,8 @@ def main():
     subprocess.run(["sync"], check=True)
 
     print("small tree, nothing changed")
-    measure("quillstow no-op", f"{tool} {small} {mirror('q-small')}")
-    measure("rsync -a no-op", f"rsync -a {small}/ {mirror('r-small')}/")
+    measure_alternating([("quillstow no-op", f"{tool} {small} {mirror('q-small')}"),
+                         ("rsync -a no-op", f"rsync -a {small}/ {mirror('r-small')}/")])
 
     changed = change_one_percent(small)
     print(f"small tree, {changed} files changed")

@@ -3,6 +3,7 @@
 // The typed failure of a whole operation, with the words the user reads.
 
 #include <cstdint>
+#include <exception>
 #include <filesystem>
 #include <string>
 
@@ -51,6 +52,17 @@ class BackupError {
     std::string reason_;
     std::int64_t first_ = 0;
     std::int64_t second_ = 0;
+};
+
+// Carries a BackupError through a throw.
+class BackupFailure : public std::exception {
+  public:
+    explicit BackupFailure(BackupError error) : error_(std::move(error)) {}
+    const BackupError& error() const noexcept { return error_; }
+    const char* what() const noexcept override { return "backup error"; }
+
+  private:
+    BackupError error_;
 };
 
 }  // namespace quillstow

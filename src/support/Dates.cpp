@@ -74,9 +74,13 @@ std::optional<Date> parseISO8601(std::string_view text) {
         return std::nullopt;
     }
 
-    const auto local =
-        sys_days{ymd} + hours{*hourValue} + minutes{*minuteValue} + seconds{*secondValue};
-    return Date{local - offset};
+    const sys_seconds utc =
+        sys_days{ymd} + hours{*hourValue} + minutes{*minuteValue} + seconds{*secondValue} - offset;
+    // A date is kept to the nanosecond, which reaches from 1677 to 2262; beyond, it can't be held.
+    constexpr auto earliest = floor<seconds>(Date::min().time_since_epoch()) + seconds{1};
+    constexpr auto latest = floor<seconds>(Date::max().time_since_epoch()) - seconds{1};
+    if (utc.time_since_epoch() < earliest || utc.time_since_epoch() > latest) return std::nullopt;
+    return Date{utc.time_since_epoch()};
 }
 
 double secondsSinceEpoch(Date date) {
@@ -84,6 +88,9 @@ double secondsSinceEpoch(Date date) {
 }
 
 Date fromSecondsSinceEpoch(double seconds) {
+    constexpr double limit = 9.2e9;  // within the nanosecond range, either way
+    if (!(seconds > -limit)) seconds = -limit;
+    if (!(seconds < limit)) seconds = limit;
     return Date{duration_cast<nanoseconds>(duration<double>(seconds))};
 }
 

@@ -17,7 +17,8 @@ namespace dates {
 std::string formatISO8601(Date date);
 
 // Reads "YYYY-MM-DDThh:mm:ssZ" or the same with a "+hh:mm"/"-hh:mm" offset. Anything else,
-// including fractions and impossible calendar values, gives nothing.
+// including fractions, impossible calendar values and dates outside 1678...2261 (the range a
+// date to the nanosecond can hold), gives nothing.
 std::optional<Date> parseISO8601(std::string_view text);
 
 // Seconds since the Unix epoch, with fractions.

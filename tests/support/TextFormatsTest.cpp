@@ -22,6 +22,13 @@ TEST(Dates, WritesUtcToTheSecondAndCutsFractions) {
     EXPECT_EQ(dates::formatISO8601(Date{} - 1ns), "1969-12-31T23:59:59Z");
 }
 
+TEST(Dates, ReadsTheEdgesOfWhatItCanHold) {
+    EXPECT_TRUE(dates::parseISO8601("1678-01-01T00:00:00Z"));
+    EXPECT_TRUE(dates::parseISO8601("2262-01-01T00:00:00Z"));
+    EXPECT_EQ(dates::formatISO8601(*dates::parseISO8601("2262-01-01T00:00:00Z")),
+              "2262-01-01T00:00:00Z");
+}
+
 TEST(Dates, ReadsWhatItWritesAndOffsets) {
     const Date date = sys_days{2024y / February / 29} + 23h + 59min + 58s;
     EXPECT_EQ(dates::parseISO8601("2024-02-29T23:59:58Z"), date);
@@ -34,7 +41,8 @@ TEST(Dates, RefusesAnythingElse) {
          {"", "2024-02-30T00:00:00Z", "2023-02-29T00:00:00Z", "2024-13-01T00:00:00Z",
           "2024-01-01T24:00:00Z", "2024-01-01T00:60:00Z", "2024-01-01T00:00:00",
           "2024-01-01T00:00:00.5Z", "2024-01-01 00:00:00Z", "2024-01-01T00:00:00Zjunk",
-          "20240101T000000Z", "2024-01-01T00:00:00+2:00", "x024-01-01T00:00:00Z"}) {
+          "20240101T000000Z", "2024-01-01T00:00:00+2:00", "x024-01-01T00:00:00Z",
+          "0025-01-01T00:00:00Z", "2475-03-01T00:00:00Z", "9999-12-31T23:59:59Z"}) {
         EXPECT_FALSE(dates::parseISO8601(text)) << text;
     }
 }

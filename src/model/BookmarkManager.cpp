@@ -1,0 +1,220 @@
+#include "model/BookmarkManager.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "support/Error.hpp"
+#include "support/Json.hpp"
+#include "support/Logger.hpp"
+#include "support/Paths.hpp"
+
+namespace quillstow {
+
+namespace fs = std::filesystem;
+
+std::string BookmarkError::errorDescription() const {
+    return "Access denied for security-scoped resource at " + url.native() + ".";
+}
+
+namespace BookmarkManager {
+
+namespace {
+
+struct Record {
+    std::string path;
+    std::string volume;      // file system UUID or mount source; may be empty
+    std::string belowMount;  // the path relative to the mount point
+    std::uint64_t inode = 0;
+    std::int64_t birth = 0;  // nanoseconds since the epoch; 0 where the file system keeps none
+    bool readOnly = true;
+};
+
+// The text of /proc/self/mountinfo escapes blanks and a few others as octal.
+std::string unescapeMountField(const std::string& field) {
+    std::string text;
+    for (std::size_t i = 0; i < field.size(); ++i) {
+        if (field[i] == '\\' && i + 3 < field.size()) {
+            const std::string digits = field.substr(i + 1, 3);
+            if (digits.find_first_not_of("01234567") == std::string::npos) {
+                text += char(std::stoi(digits, nullptr, 8));
+                i += 3;
+                continue;
+            }
+        }
+        text += field[i];
+    }
+    return text;
+}
+
+struct MountOf {
+    std::string mountPoint;
+    std::string source;
+};
+
+// The mount that holds a device, from this process's mount table.
+std::optional<MountOf> mountHolding(dev_t device) {
+    std::ifstream table("/proc/self/mountinfo");
+    const std::string wanted = std::to_string(major(device)) + ":" + std::to_string(minor(device));
+    std::optional<MountOf> found;
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream fields(line);
+        std::string id, parent, numbers, root, mountPoint;
+        fields >> id >> parent >> numbers >> root >> mountPoint;
+        if (numbers != wanted) continue;
+        std::string field;
+        while (fields >> field && field != "-") {
+        }
+        std::string type, source;
+        fields >> type >> source;
+        // The last mount of the device in the table is the one on top.
+        found = MountOf{unescapeMountField(mountPoint), unescapeMountField(source)};
+    }
+    return found;
+}
+
+// The UUID of the file system on a block device, from the links udev keeps.
+std::string fileSystemUuid(const std::string& source) {
+    std::error_code error;
+    const fs::path device = fs::weakly_canonical(source, error);
+    if (error || !source.starts_with("/dev/")) return {};
+    for (const auto& entry : fs::directory_iterator("/dev/disk/by-uuid", error)) {
+        if (fs::weakly_canonical(entry.path(), error) == device) return entry.path().filename();
+    }
+    return {};
+}
+
+Record recordOf(const fs::path& folder, bool readOnly) {
+    struct statx status {};
+    if (::statx(AT_FDCWD, folder.c_str(), 0, STATX_INO | STATX_BTIME, &status) != 0) {
+        throwPosix(errno);
+    }
+    Record record;
+    record.path = paths::standardized(folder).native();
+    record.inode = status.stx_ino;
+    if (status.stx_mask & STATX_BTIME) {
+        record.birth =
+            std::int64_t(status.stx_btime.tv_sec) * 1'000'000'000 + status.stx_btime.tv_nsec;
+    }
+    record.readOnly = readOnly;
+    if (const auto mount = mountHolding(makedev(status.stx_dev_major, status.stx_dev_minor))) {
+        const std::string uuid = fileSystemUuid(mount->source);
+        record.volume = uuid.empty() ? mount->source : uuid;
+        record.belowMount = fs::path(record.path).lexically_relative(mount->mountPoint).native();
+    }
+    return record;
+}
+
+base64::Bytes encode(const Record& record) {
+    const json::Value value{{"version", 1},
+                            {"path", record.path},
+                            {"volume", record.volume},
+                            {"belowMount", record.belowMount},
+                            {"inode", record.inode},
+                            {"birth", record.birth},
+                            {"readOnly", record.readOnly}};
+    const std::string text = value.dump(-1, ' ', false, json::Value::error_handler_t::replace);
+    return base64::Bytes(text.begin(), text.end());
+}
+
+std::optional<Record> decode(const base64::Bytes& data) {
+    try {
+        const json::Value value = json::read(std::string(data.begin(), data.end()));
+        if (!value.is_object() || value.value("version", 0) != 1) return std::nullopt;
+        Record record;
+        record.path = value.at("path").get<std::string>();
+        record.volume = value.at("volume").get<std::string>();
+        record.belowMount = value.at("belowMount").get<std::string>();
+        record.inode = value.at("inode").get<std::uint64_t>();
+        record.birth = value.at("birth").get<std::int64_t>();
+        record.readOnly = value.at("readOnly").get<bool>();
+        if (!record.path.starts_with('/')) return std::nullopt;
+        return record;
+    } catch (const Failure&) {
+        return std::nullopt;
+    } catch (const json::Value::exception&) {
+        return std::nullopt;
+    }
+}
+
+bool isSameFolder(const Record& recorded, const Record& current) {
+    if (recorded.inode != current.inode) return false;
+    if (recorded.birth != 0 && current.birth != 0 && recorded.birth != current.birth) return false;
+    if (!recorded.volume.empty() && !current.volume.empty() && recorded.volume != current.volume) {
+        return false;
+    }
+    return true;
+}
+
+[[noreturn]] void raise(BackupError error) {
+    throw BackupFailure(std::move(error));
+}
+
+}  // namespace
+
+base64::Bytes bookmarkData(const fs::path& folder, bool readOnly) {
+    return encode(recordOf(folder, readOnly));
+}
+
+Resolved resolveBookmark(const base64::Bytes& data, const fs::path& fallbackURL, bool readOnly) {
+    const auto recorded = decode(data);
+    if (!recorded) raise(BackupError::bookmarkStale(fallbackURL));
+    const fs::path url = recorded->path;
+
+    // Renamed or moved away: nothing a bookmark of ours can follow, and nothing to back up
+    // silently in a new place.
+    struct stat status {};
+    if (::stat(url.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+        raise(BackupError::bookmarkStale(fallbackURL));
+    }
+
+    const int access = R_OK | X_OK | (readOnly ? 0 : W_OK);
+    if (::faccessat(AT_FDCWD, url.c_str(), access, AT_EACCESS) != 0) {
+        raise(BackupError::bookmarkAccessDenied(fallbackURL));
+    }
+
+    Record current;
+    try {
+        current = recordOf(url, readOnly);
+    } catch (const Failure&) {
+        raise(BackupError::bookmarkStale(fallbackURL));
+    }
+    if (isSameFolder(*recorded, current)) return {url, std::nullopt};
+
+    // Another folder stands at the path. It is the path the user chose, so the record is made
+    // anew for it, unless the record had followed the folder somewhere else.
+    if (paths::resolved(fallbackURL) != paths::resolved(url)) {
+        raise(BackupError::bookmarkStale(fallbackURL));
+    }
+    return {url, encode(current)};
+}
+
+void makeBookmarksForNewPair(BackupPair& pair, bool withPath) {
+    const Logger log("Bookmark");
+    const auto make = [&](const fs::path& folder, bool readOnly,
+                          const char* which) -> std::optional<base64::Bytes> {
+        try {
+            return bookmarkData(folder, readOnly);
+        } catch (const Failure& failure) {
+            if (withPath) {
+                log.error(std::string("Could not create ") + which +
+                              " bookmark for %{private}s: %{public}s",
+                          folder.native(), failure.error().description);
+            } else {
+                log.error(std::string("Could not create ") + which + " bookmark: %{public}s",
+                          failure.error().description);
+            }
+            return std::nullopt;
+        }
+    };
+    pair.sourceBookmark = make(pair.sourceURL, true, "source");
+    pair.destinationBookmark = make(pair.destinationURL, false, "destination");
+    if (pair.offsiteURL) pair.offsiteBookmark = make(*pair.offsiteURL, false, "offsite");
+}
+
+}  // namespace BookmarkManager
+}  // namespace quillstow

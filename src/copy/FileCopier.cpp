@@ -1,7 +1,11 @@
 #include "copy/FileCopier.hpp"
 
+#include "copy/Checkpoint.hpp"
+#include "copy/DeletionArchive.hpp"
 #include "copy/FileInfo.hpp"
 #include "copy/FileTransfer.hpp"
+#include "copy/PathRules.hpp"
+#include "copy/ProfileRecommendation.hpp"
 #include "copy/SourceListing.hpp"
 #include "copy/SwapBatch.hpp"
 #include "support/Paths.hpp"
@@ -23,31 +27,8 @@ constexpr std::size_t volumeCheckInterval = 10;
     throw FileOperationFailure({url, operation, std::move(error)});
 }
 
-// The stages below are called at their fixed points of a pass. Each belongs to a component of
-// its own; until that is there, a stage lets the pass through unchanged.
-
-// Refuses pairs whose paths would make a mirror dangerous.
-void validatePaths(const Path& /*source*/, const Path& /*destination*/) {}
-
-// Whether both top folders are still there; the error that ends the pass otherwise.
-std::optional<FileOperationError> checkVolumes(const Path& /*source*/,
-                                               const Path& /*destination*/) {
-    return std::nullopt;
-}
-
-// Leaves a marker in the mirror that tells of a pass under way.
-void writeCheckpoint(const Path& /*destination*/, Date /*start*/) {}
-void removeCheckpoint(const Path& /*destination*/) {}
-
-// Moves mirror items that have left the source into the dated archive. Returns how many moved.
-int archiveOrphans(const Path& /*source*/, const Path& /*destination*/, const Path& /*trashRoot*/,
-                   const ExclusionFilter& /*filter*/, Date /*start*/,
-                   const std::vector<ListedItem>& /*items*/, BackupResult& /*result*/,
-                   std::stop_token /*stop*/) {
-    return 0;
-}
-
-// Thins out copying while the user works.
+// Thins out copying while the user works; the gates that decide it come with the power and
+// activity readings.
 void pauseBetweenFiles(std::stop_token /*stop*/) {}
 
 }  // namespace
@@ -95,19 +76,15 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
                                 "or disk space."));
     }
 
-    writeCheckpoint(destination, startDate);
+    const CheckpointGuard checkpoint(destination, startDate);
 
     BackupResult result;
     const std::vector<ListedItem> items = listSource(source, filter);
     const EditorSnapshot editors = editors_.snapshot();
 
-    std::vector<std::string> relativePaths;
-    relativePaths.reserve(items.size());
-    for (const auto& item : items) {
-        relativePaths.push_back(item.relativePath);
+    result.recommendedProfile = recommendProfile(items, source);
+    for (const auto& item : items)
         result.approximateSourceBytes += item.info.fileSize.value_or(0);
-    }
-    result.recommendedProfile = recommendProfile(relativePaths, source.native());
 
     SwapBatch batch(fileManager_, destination);
     const std::size_t total = items.size();
@@ -157,8 +134,12 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
         // either waits for the batch.
         for (bool isRetry : {false, true}) {
             try {
-                batch.addCopy(transfer::prepareCopy(fileManager_, sourceItem, destinationItem),
+                batch.addCopy(transfer::prepareVerifiedCopy(fileManager_, sourceItem,
+                                                            destinationItem, destination),
                               sourceItem, relative, isRetry);
+                break;
+            } catch (const transfer::SizeMismatch& mismatch) {
+                batch.addError(sizeMismatchError(mismatch.destination));
                 break;
             } catch (const Failure& failure) {
                 if (isRetry || !transfer::isTransient(failure.error())) {
@@ -174,11 +155,9 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
     }
     if (!volumeLost) {
         batch.flush(result);
-        result.archivedFiles =
-            archiveOrphans(source, destination, trashRoot, filter, startDate, items, result, stop);
+        result.archivedFiles = archiveOrphans(fileManager_, source, destination, trashRoot, filter,
+                                              startDate, items, result, stop);
     }
-
-    removeCheckpoint(destination);
     result.duration = clock_.now() - startTime;
     return result;
 }

@@ -31,10 +31,12 @@ bool isTransient(const Error& error) {
     }
 }
 
-PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path& destination) {
+PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path& destination,
+                         const Path& root) {
     const Path folder = destination.parent_path();
     try {
-        fileSystem.createDirectories(folder);
+        if (!root.empty() && !files::isFolder(root)) throwPosix(ENOENT);
+        if (!files::isFolder(folder)) fileSystem.createDirectories(folder);
     } catch (const Failure& failure) {
         throw FileOperationFailure({folder, "createDirectory", failure.error()});
     }
@@ -58,6 +60,19 @@ PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path&
         } catch (const Failure&) {
         }
         throw;
+    }
+    return copy;
+}
+
+PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Path& source,
+                                 const Path& destination, const Path& root) {
+    PreparedCopy copy = prepareCopy(fileSystem, source, destination, root);
+    if (!sameSize(source, copy.temporary)) {
+        try {
+            fileSystem.removeItem(copy.temporary);
+        } catch (const Failure&) {
+        }
+        throw SizeMismatch{destination};
     }
     return copy;
 }

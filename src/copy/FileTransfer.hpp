@@ -12,13 +12,14 @@
 #include <string_view>
 
 #include "copy/FileSystem.hpp"
+#include "support/AtomicFile.hpp"
 #include "support/Error.hpp"
 
 namespace quillstow::transfer {
 
 using Path = std::filesystem::path;
 
-inline constexpr std::string_view temporaryPrefix = ".quillstowtmp-";
+inline constexpr std::string_view temporaryPrefix = atomicfile::temporaryPrefix;
 inline constexpr std::string_view resumePrefix = ".quillstowresume-";
 
 // ".quillstowtmp-{first 8 characters of a fresh UUID}-{name}"
@@ -40,7 +41,22 @@ struct PreparedCopy {
 // Makes the destination's folder (a failure raises FileOperationFailure "createDirectory"),
 // reads the source's size, and copies the item to a fresh temporary name. A failed copy removes
 // its temporary file and raises the copy's Failure.
-PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path& destination);
+//
+// With a `root`, only folders below it are made: a mirror whose root has gone (its drive was
+// pulled, leaving the bare mount point) is never recreated by a copy into it.
+PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path& destination,
+                         const Path& root = {});
+
+// A copy whose size differs from its source's right after it was made.
+struct SizeMismatch {
+    Path destination;
+};
+
+// prepareCopy, then the check of the copy's size against the source, before anything is
+// swapped in: a copy that fails it is removed, the mirror keeps what it had, and SizeMismatch
+// is thrown.
+PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Path& source,
+                                 const Path& destination, const Path& root);
 
 // Renames the temporary copy into place; on failure it stays where it is and Failure is raised.
 void swapIntoPlace(FileSystem& fileSystem, const PreparedCopy& copy);

@@ -47,6 +47,14 @@ void SwapBatch::abandon(BackupResult& result) {
     pendingBytes_ = 0;
 }
 
+// The error of a size check that failed, in the pass's words.
+FileOperationError sizeMismatchError(const std::filesystem::path& destination) {
+    return {destination, "verifySize",
+            errors::quillstow(1009,
+                              "File was copied but size doesn't match source — will retry "
+                              "on next backup.")};
+}
+
 void SwapBatch::swap(Outcome& outcome, bool flushed, BackupResult& result) {
     if (outcome.error) {
         result.errors.push_back(std::move(*outcome.error));
@@ -65,27 +73,21 @@ void SwapBatch::swap(Outcome& outcome, bool flushed, BackupResult& result) {
         // The one more attempt, at once and whole, under a new name; the first temporary
         // file stays for the next sweep.
         try {
-            size = transfer::copyOnce(fileSystem_, outcome.source, copy.destination);
+            const transfer::PreparedCopy again = transfer::prepareVerifiedCopy(
+                fileSystem_, outcome.source, copy.destination, destination_);
+            fileSystem_.flushVolume(again.temporary.parent_path());
+            transfer::swapIntoPlace(fileSystem_, again);
+            size = again.size;
         } catch (const Failure& retryFailure) {
             result.errors.push_back({outcome.source, "copy", retryFailure.error()});
             return;
         } catch (const FileOperationFailure& retryFailure) {
             result.errors.push_back({outcome.source, "copy", asError(retryFailure.error())});
             return;
+        } catch (const transfer::SizeMismatch& mismatch) {
+            result.errors.push_back(sizeMismatchError(mismatch.destination));
+            return;
         }
-    }
-
-    if (!transfer::sameSize(outcome.source, copy.destination)) {
-        result.errors.push_back(
-            {copy.destination, "verifySize",
-             errors::quillstow(1009,
-                               "File was copied but size doesn't match source — will "
-                               "retry on next backup.")});
-        try {
-            fileSystem_.removeItem(copy.destination);
-        } catch (const Failure&) {
-        }
-        return;
     }
     result.bytesTransferred += size;
     result.copiedFiles += 1;

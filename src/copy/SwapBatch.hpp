@@ -19,6 +19,8 @@
 
 namespace quillstow {
 
+FileOperationError sizeMismatchError(const std::filesystem::path& destination);
+
 class SwapBatch {
   public:
     // A batch flushes when it holds this many copies or this many bytes.
@@ -29,15 +31,16 @@ class SwapBatch {
     SwapBatch(const SwapBatch&) = delete;
     SwapBatch& operator=(const SwapBatch&) = delete;
 
-    // `isRetry` marks the second attempt after a transient error, which gets no third.
+    // A copy made and checked; `isRetry` marks the second attempt after a transient error,
+    // which gets no third. `root` is the mirror's, for a second attempt at the swap.
     void addCopy(transfer::PreparedCopy copy, std::filesystem::path source,
                  std::string relativePath, bool isRetry);
     void addError(FileOperationError error);
 
     bool isFull() const;
 
-    // Flushes the volume, swaps every copy into place, checks its size and records the
-    // outcomes in `result`. Never raises.
+    // Flushes the volume, swaps every copy into place and records the outcomes in `result`.
+    // Never raises.
     void flush(BackupResult& result);
 
     // Records the errors met so far and forgets the copies, whose volume is gone.

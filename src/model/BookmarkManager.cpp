@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "model/Coding.hpp"
 #include "support/Error.hpp"
 #include "support/Json.hpp"
 #include "support/Logger.hpp"
@@ -114,7 +115,7 @@ base64::Bytes encode(const Record& record) {
                             {"path", record.path},
                             {"volume", record.volume},
                             {"belowMount", record.belowMount},
-                            {"inode", record.inode},
+                            {"inode", std::int64_t(record.inode)},
                             {"birth", record.birth},
                             {"readOnly", record.readOnly}};
     const std::string text = value.dump(-1, ' ', false, json::Value::error_handler_t::replace);
@@ -122,21 +123,21 @@ base64::Bytes encode(const Record& record) {
 }
 
 std::optional<Record> decode(const base64::Bytes& data) {
+    using namespace coding;
     try {
-        const json::Value value = json::read(std::string(data.begin(), data.end()));
-        if (!value.is_object() || value.value("version", 0) != 1) return std::nullopt;
+        const json::Value document = json::read(std::string(data.begin(), data.end()));
+        const json::Value& value = object(document, "a bookmark");
+        if (toInteger(required(value, "version"), "version") != 1) return std::nullopt;
         Record record;
-        record.path = value.at("path").get<std::string>();
-        record.volume = value.at("volume").get<std::string>();
-        record.belowMount = value.at("belowMount").get<std::string>();
-        record.inode = value.at("inode").get<std::uint64_t>();
-        record.birth = value.at("birth").get<std::int64_t>();
-        record.readOnly = value.at("readOnly").get<bool>();
+        record.path = toString(required(value, "path"), "path");
+        record.volume = toString(required(value, "volume"), "volume");
+        record.belowMount = toString(required(value, "belowMount"), "belowMount");
+        record.inode = std::uint64_t(toInteger(required(value, "inode"), "inode"));
+        record.birth = toInteger(required(value, "birth"), "birth");
+        record.readOnly = toBool(required(value, "readOnly"), "readOnly");
         if (!record.path.starts_with('/')) return std::nullopt;
         return record;
     } catch (const Failure&) {
-        return std::nullopt;
-    } catch (const json::Value::exception&) {
         return std::nullopt;
     }
 }

@@ -25,9 +25,10 @@ void writeAll(int fd, std::string_view bytes) {
 }  // namespace
 
 void write(const std::filesystem::path& path, std::string_view bytes) {
+    const std::string suffix = "-" + path.filename().native();
     std::string temporary =
-        (path.parent_path() / ("." + path.filename().native() + ".XXXXXX")).native();
-    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
+        (path.parent_path() / (std::string(temporaryPrefix) + "XXXXXX" + suffix)).native();
+    const int fd = ::mkostemps(temporary.data(), int(suffix.size()), O_CLOEXEC);
     if (fd < 0) throwPosix(errno);
     // mkstemp makes the file readable by its owner alone, which suits files that name the
     // user's folders.

@@ -11,6 +11,9 @@
 
 namespace quillstow::atomicfile {
 
+// Every temporary file of this program begins so; a walk of a mirror knows it for a leftover.
+inline constexpr std::string_view temporaryPrefix = ".quillstowtmp-";
+
 // Throws Failure with the POSIX error of the step that failed; the old file is then untouched
 // and no temporary file is left.
 void write(const std::filesystem::path& path, std::string_view bytes);

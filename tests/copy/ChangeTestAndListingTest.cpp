@@ -121,9 +121,7 @@ TEST(ListSource, HonoursTheFilterAndDoesNotEnterExcludedFolders) {
     writeFile(root / "src/keep.txt", "k");
     writeFile(root / "src/cache/inside.txt", "i");
     writeFile(root / "src/notes.tmp", "t");
-    ExclusionFilter filter;
-    filter.excludedNames = {"cache"};
-    filter.excludedExtensions = {"tmp"};
+    const ExclusionFilter filter = ExclusionFilter::with({"cache"}, {}, {"tmp"});
     std::vector<std::string> paths;
     for (const auto& item : listSource(root / "src", filter))
         paths.push_back(item.relativePath);

@@ -51,7 +51,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     roundTrip<ConfigFile>(value, [](const json::Value& v) { return configFileFromJson(v); });
-    roundTrip<std::vector<BackupEvent>>(value, [](const json::Value& v) { return eventLogFromJson(v); });
+    roundTrip<std::vector<BackupEvent>>(value,
+                                        [](const json::Value& v) { return eventLogFromJson(v); });
     roundTrip<AppConfig>(value, [](const json::Value& v) { return appConfigFromJson(v); });
     roundTrip<BackupPair>(value, [](const json::Value& v) { return backupPairFromJson(v); });
     return 0;

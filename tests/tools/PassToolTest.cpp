@@ -12,6 +12,7 @@
 
 #include "Processes.hpp"
 #include "TestTree.hpp"
+#include "copy/ExclusionFilter.hpp"
 #include "copy/FileSystem.hpp"
 #include "copy/FileTransfer.hpp"
 #include "support/Json.hpp"
@@ -151,7 +152,9 @@ class KilledPassTest : public ::testing::Test {
         const std::vector<const std::map<std::string, std::string>*>& versions, int run) {
         if (!fs::exists(mirror)) return;
         for (const auto& [relative, content] : filesBelow(mirror)) {
-            if (transfer::isReservedName(fs::path(relative).filename().native())) continue;
+            const std::string name = fs::path(relative).filename();
+            // Leftovers of the killed pass: temporaries and its marker, never final names.
+            if (transfer::isReservedName(name) || isInternalFileName(name)) continue;
             bool matches = false;
             for (const auto* version : versions) {
                 const auto found = version->find(relative);

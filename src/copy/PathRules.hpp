@@ -1,0 +1,37 @@
+#pragma once
+
+// The guards of a pass: the rules on the two paths before anything is touched, and the checks
+// during the copy loop that the two top folders are still there. A mirror that writes to the
+// wrong place destroys more than it saves, and a vanished drive must not read as deletions.
+
+#include <filesystem>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "model/Results.hpp"
+
+namespace quillstow {
+
+// Folders a mirror may never be written into: the system's own, on every platform it serves.
+const std::vector<std::string_view>& protectedPaths();
+
+// Raises FileOperationFailure at the first rule that fails, in this order: the same folder
+// (1100), the destination inside the source (1101), the source inside the destination (1102), a
+// protected folder (1103), the home folder itself (1104), the root (1105). Paths are compared as
+// text, with case, after removing "." and ".."; links are not resolved.
+void validatePaths(const std::filesystem::path& source, const std::filesystem::path& destination);
+
+// Before every tenth item: both top folders must still exist as folders. The first that doesn't
+// gives its error: 1006 for the source, 1007 for the destination.
+std::optional<FileOperationError> checkVolumes(const std::filesystem::path& source,
+                                               const std::filesystem::path& destination);
+
+// The source check before the archive phase: 1006 with the operation "archive".
+std::optional<FileOperationError> checkSourceBeforeArchival(const std::filesystem::path& source);
+
+// The folders the home rule holds against: the user's home from the user database, and $HOME
+// where it names another.
+std::vector<std::filesystem::path> homeFolders();
+
+}  // namespace quillstow

@@ -73,6 +73,8 @@ std::optional<std::filesystem::path> toPath(std::string_view url) {
     decoded.reserve(rest.size());
     for (std::size_t i = 0; i < rest.size(); ++i) {
         if (rest[i] != '%') {
+            // Anything else must have been escaped: a blank, a control character, raw UTF-8.
+            if (!staysLiteral(static_cast<unsigned char>(rest[i]))) return std::nullopt;
             decoded.push_back(rest[i]);
             continue;
         }

@@ -14,7 +14,8 @@ namespace quillstow::fileurls {
 std::string fromPath(const std::filesystem::path& path);
 
 // The absolute path of a file URL ("file:///..." or "file://localhost/..."); nothing for a
-// relative path, another scheme, a remote host, a bad escape or an encoded NUL.
+// relative path, another scheme, a remote host, a character that should have been escaped, a
+// bad escape or an encoded NUL.
 std::optional<std::filesystem::path> toPath(std::string_view url);
 
 }  // namespace quillstow::fileurls

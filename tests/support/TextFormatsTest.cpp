@@ -85,10 +85,13 @@ TEST(FileUrls, EncodeWhatAPathMayHoldAndDecodeItBack) {
 }
 
 TEST(FileUrls, RefuseRelativeRemoteAndBrokenUrls) {
-    for (const char* url :
-         {"", "/tmp/x", "tmp/x", "file:tmp/x", "file://server/share", "http://example.com/x",
-          "FILE:///tmp", "file:///tmp/%", "file:///tmp/%4", "file:///tmp/%zz",
-          "file:///tmp/%00null", "file:///tmp/x?query", "file:///tmp/x#fragment"}) {
+    using namespace std::string_literals;
+    for (const std::string& url : std::vector<std::string>{
+             ""s, "/tmp/x"s, "tmp/x", "file:tmp/x", "file://server/share", "http://example.com/x",
+             "FILE:///tmp", "file:///tmp/%", "file:///tmp/%4", "file:///tmp/%zz",
+             "file:///tmp/%00null", "file:///tmp/x?query", "file:///tmp/x#fragment",
+             "file:///with space", "file:///tab\there", "file:///Z\xc3\xbcrich",
+             "file:///nul\0inside"s}) {
         EXPECT_FALSE(fileurls::toPath(url)) << url;
     }
 }

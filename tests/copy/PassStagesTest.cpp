@@ -196,5 +196,25 @@ TEST_F(PassStagesTest, TheVolumeCheckRunsBeforeTheEleventhItemAndNotAtTen) {
     EXPECT_EQ(result.archivedFiles, 0);
 }
 
+TEST_F(PassStagesTest, APartlyPresentSourceMeetsTheMassRail) {
+    // A drive that comes back with most of its files unreadable looks like a mass deletion.
+    for (int i = 0; i < 20; ++i)
+        writeFile(source / ("f" + std::to_string(i)), "data");
+    ASSERT_EQ(
+        copier
+            .scanAndCopy(source, mirror, trash, filterForProfile(BackupProfile::standard), nullptr)
+            .copiedFiles,
+        20);
+    for (int i = 2; i < 20; ++i)
+        fs::remove(source / ("f" + std::to_string(i)));
+
+    const BackupResult result = copier.scanAndCopy(
+        source, mirror, trash, filterForProfile(BackupProfile::standard), nullptr);
+
+    EXPECT_EQ(result.errors.at(0).underlying.code, 1002);
+    EXPECT_NE(result.errors[0].underlying.description.find("(18)"), std::string::npos);
+    EXPECT_EQ(filesBelow(mirror).size(), 20u);
+}
+
 }  // namespace
 }  // namespace quillstow

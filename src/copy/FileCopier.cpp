@@ -27,15 +27,20 @@ constexpr std::size_t volumeCheckInterval = 10;
     throw FileOperationFailure({url, operation, std::move(error)});
 }
 
-// Thins out copying while the user works; the gates that decide it come with the power and
-// activity readings.
-void pauseBetweenFiles(std::stop_token /*stop*/) {}
-
 }  // namespace
 
 FileCopier::FileCopier(FileSystem& fileManager, const RunningEditors& editors,
-                       const WallClock& wallClock, const Clock& clock)
-    : fileManager_(fileManager), editors_(editors), wallClock_(wallClock), clock_(clock) {}
+                       const WallClock& wallClock, const Clock& clock, const ActivityGate& gate)
+    : fileManager_(fileManager),
+      editors_(editors),
+      wallClock_(wallClock),
+      clock_(clock),
+      gate_(gate) {}
+
+const ActivityGate& FileCopier::defaultActivityGate() {
+    static const ActivityGate gate;
+    return gate;
+}
 
 FileCopier::FileCopier(FileSystem& fileManager)
     : FileCopier(fileManager, noEditors, systemWallClock, monotonicClock) {}
@@ -109,9 +114,8 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
         const std::string& relative = items[i].relativePath;
         const Path sourceItem = paths::appending(source, relative);
         const Path destinationItem = paths::appending(destination, relative);
-        if (onProgress) {
-            onProgress(double(i) / double(total), paths::lastPathComponent(sourceItem));
-        }
+        const double fraction = double(i) / double(total);
+        if (onProgress) onProgress(fraction, paths::lastPathComponent(sourceItem));
 
         const FileInfo& sourceInfo = items[i].info;
         if (!needsCopy(sourceInfo, files::readInfo(destinationItem))) continue;
@@ -122,7 +126,7 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
             continue;
         }
 
-        pauseBetweenFiles(stop);
+        gate_.pauseBetweenFiles(stop);
 
         if (!files::isReadable(sourceItem)) {
             batch.addError({sourceItem, "copy",
@@ -134,8 +138,9 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
         // either waits for the batch.
         for (bool isRetry : {false, true}) {
             try {
+                const StreamContext context{onProgress, fraction, &gate_, stop};
                 batch.addCopy(transfer::prepareVerifiedCopy(fileManager_, sourceItem,
-                                                            destinationItem, destination),
+                                                            destinationItem, destination, context),
                               sourceItem, relative, isRetry);
                 break;
             } catch (const transfer::SizeMismatch& mismatch) {
@@ -194,8 +199,11 @@ void FileCopier::removeStaleTemporaries(const Path& destination) const {
     transfer::removeStaleTemporaries(fileManager_, destination);
 }
 
-std::int64_t FileCopier::copyFile(const Path& source, const Path& destination) const {
-    return transfer::copyFile(fileManager_, source, destination);
+std::int64_t FileCopier::copyFile(const Path& source, const Path& destination,
+                                  const ProgressCallback& onProgress, double fraction,
+                                  std::stop_token stop) const {
+    return transfer::copyFile(fileManager_, source, destination,
+                              StreamContext{onProgress, fraction, &gate_, stop});
 }
 
 }  // namespace quillstow

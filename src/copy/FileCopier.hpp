@@ -18,6 +18,7 @@
 #include "copy/ExclusionFilter.hpp"
 #include "copy/FileSystem.hpp"
 #include "copy/RunningEditors.hpp"
+#include "environment/Gates.hpp"
 #include "model/Results.hpp"
 #include "support/Clock.hpp"
 
@@ -29,7 +30,7 @@ class FileCopier {
     using ProgressCallback = std::function<void(double fraction, const std::string& text)>;
 
     FileCopier(FileSystem& fileManager, const RunningEditors& editors, const WallClock& wallClock,
-               const Clock& clock);
+               const Clock& clock, const ActivityGate& gate = defaultActivityGate());
     // The local disk and the platform's clocks, with no editors reported.
     explicit FileCopier(FileSystem& fileManager);
 
@@ -53,14 +54,21 @@ class FileCopier {
     void removeStaleTemporaries(const Path& destination) const;
 
     // Copies one item into place, flushed and swapped; one more attempt after a transient error.
-    // Returns the source's size as read at the start.
-    std::int64_t copyFile(const Path& source, const Path& destination) const;
+    // Returns the source's size as read at the start. A large file reports its progress as
+    // "{name} ({done}/{total})" with the item's `fraction`.
+    std::int64_t copyFile(const Path& source, const Path& destination,
+                          const ProgressCallback& onProgress = nullptr, double fraction = 0,
+                          std::stop_token stop = {}) const;
+
+    // The gate of the platform's readings, with no user input reported.
+    static const ActivityGate& defaultActivityGate();
 
   private:
     FileSystem& fileManager_;
     const RunningEditors& editors_;
     const WallClock& wallClock_;
     const Clock& clock_;
+    const ActivityGate& gate_;
 };
 
 }  // namespace quillstow

@@ -6,6 +6,8 @@
 // Every operation throws Failure with the POSIX error of the call that failed. Any thread may
 // call; an instance has no state.
 
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 
 namespace quillstow {
@@ -36,6 +38,15 @@ class FileSystem {
     // Makes every write so far to the volume that holds `anyPathOnVolume` durable, so that
     // after a power cut the data of a copy is there before its name is.
     virtual void flushVolume(const Path& anyPathOnVolume) = 0;
+
+    // Copies up to `length` bytes of the open file `from`, starting at `offset`, to the same
+    // offset of the open file `to`. Returns the count, 0 at the end of `from`. The data stays in
+    // the kernel where the file system allows it; writeback of it starts at once.
+    virtual std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) = 0;
+
+    // Owner where permitted, mode, every extended attribute one at a time, and the access and
+    // modification times last. Failures are dropped: a copy stands without them.
+    virtual void copyMetadata(const Path& from, const Path& to) = 0;
 };
 
 class LocalFileSystem final : public FileSystem {
@@ -46,6 +57,8 @@ class LocalFileSystem final : public FileSystem {
     void createDirectories(const Path& folder) override;
     void removeItem(const Path& path) override;
     void flushVolume(const Path& anyPathOnVolume) override;
+    std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override;
+    void copyMetadata(const Path& from, const Path& to) override;
 };
 
 }  // namespace quillstow

@@ -32,7 +32,7 @@ bool isTransient(const Error& error) {
 }
 
 PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path& destination,
-                         const Path& root) {
+                         const Path& root, const StreamContext& context) {
     const Path folder = destination.parent_path();
     try {
         if (!root.empty() && !files::isFolder(root)) throwPosix(ENOENT);
@@ -46,7 +46,13 @@ PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path&
     // For a folder, what the file system reports for the entry itself.
     copy.size = info ? info->entrySize : 0;
     copy.destination = destination;
-    copy.temporary = folder / temporaryName(paths::lastPathComponent(destination));
+    const std::string name = paths::lastPathComponent(destination);
+    if (info && !info->isDirectory() && copy.size >= streamThreshold) {
+        copy.temporary = folder / partialName(copy.size, name);
+        streamCopy(fileSystem, source, copy.temporary, copy.size, name, context);
+        return copy;
+    }
+    copy.temporary = folder / temporaryName(name);
 
     try {
         fileSystem.removeItem(copy.temporary);
@@ -65,8 +71,9 @@ PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path&
 }
 
 PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Path& source,
-                                 const Path& destination, const Path& root) {
-    PreparedCopy copy = prepareCopy(fileSystem, source, destination, root);
+                                 const Path& destination, const Path& root,
+                                 const StreamContext& context) {
+    PreparedCopy copy = prepareCopy(fileSystem, source, destination, root, context);
     if (!sameSize(source, copy.temporary)) {
         try {
             fileSystem.removeItem(copy.temporary);
@@ -87,20 +94,23 @@ void swapIntoPlace(FileSystem& fileSystem, const PreparedCopy& copy) {
     }
 }
 
-std::int64_t copyOnce(FileSystem& fileSystem, const Path& source, const Path& destination) {
-    const PreparedCopy copy = prepareCopy(fileSystem, source, destination);
+std::int64_t copyOnce(FileSystem& fileSystem, const Path& source, const Path& destination,
+                      const StreamContext& context) {
+    const PreparedCopy copy = prepareCopy(fileSystem, source, destination, {}, context);
     fileSystem.flushVolume(copy.temporary.parent_path());
     swapIntoPlace(fileSystem, copy);
     return copy.size;
 }
 
-std::int64_t copyFile(FileSystem& fileSystem, const Path& source, const Path& destination) {
+std::int64_t copyFile(FileSystem& fileSystem, const Path& source, const Path& destination,
+                      const StreamContext& context) {
     try {
-        return copyOnce(fileSystem, source, destination);
+        return copyOnce(fileSystem, source, destination, context);
     } catch (const Failure& failure) {
         if (!isTransient(failure.error())) throw;
     }
-    return copyOnce(fileSystem, source, destination);
+    // A streamed copy continues from its partial file; a plain one starts under a new name.
+    return copyOnce(fileSystem, source, destination, context);
 }
 
 bool sameSize(const Path& source, const Path& destination) {

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "copy/FileSystem.hpp"
+#include "copy/StreamedCopy.hpp"
 #include "support/AtomicFile.hpp"
 #include "support/Error.hpp"
 
@@ -44,8 +45,12 @@ struct PreparedCopy {
 //
 // With a `root`, only folders below it are made: a mirror whose root has gone (its drive was
 // pulled, leaving the bare mount point) is never recreated by a copy into it.
+//
+// A file of 64 MiB or more is streamed into its partial file, which a failed attempt leaves for
+// the next one to continue; anything smaller, folders included, is copied whole under a fresh
+// temporary name, removed again when the copy fails.
 PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path& destination,
-                         const Path& root = {});
+                         const Path& root = {}, const StreamContext& context = {});
 
 // A copy whose size differs from its source's right after it was made.
 struct SizeMismatch {
@@ -56,16 +61,19 @@ struct SizeMismatch {
 // swapped in: a copy that fails it is removed, the mirror keeps what it had, and SizeMismatch
 // is thrown.
 PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Path& source,
-                                 const Path& destination, const Path& root);
+                                 const Path& destination, const Path& root,
+                                 const StreamContext& context = {});
 
 // Renames the temporary copy into place; on failure it stays where it is and Failure is raised.
 void swapIntoPlace(FileSystem& fileSystem, const PreparedCopy& copy);
 
 // One attempt at one item: prepare, flush, swap. Returns the source's size as read at the start.
-std::int64_t copyOnce(FileSystem& fileSystem, const Path& source, const Path& destination);
+std::int64_t copyOnce(FileSystem& fileSystem, const Path& source, const Path& destination,
+                      const StreamContext& context = {});
 
 // copyOnce, and after a transient error the whole attempt once more at once, under a new name.
-std::int64_t copyFile(FileSystem& fileSystem, const Path& source, const Path& destination);
+std::int64_t copyFile(FileSystem& fileSystem, const Path& source, const Path& destination,
+                      const StreamContext& context = {});
 
 // Whether both sides have the same size; a folder only needs a folder. Never raises: what
 // can't be read answers false.

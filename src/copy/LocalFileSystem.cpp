@@ -276,4 +276,57 @@ void LocalFileSystem::flushVolume(const Path& anyPathOnVolume) {
     if (::syncfs(handle.get()) != 0) throwPosix(errno);
 }
 
+std::size_t LocalFileSystem::copyChunk(int from, int to, std::int64_t offset, std::size_t length) {
+    loff_t readAt = offset;
+    loff_t writeAt = offset;
+    for (;;) {
+        const ssize_t count = ::copy_file_range(from, &readAt, to, &writeAt, length, 0);
+        if (count >= 0) {
+            if (count > 0) {
+                // Start writing the chunk out now, so that the flush before the swap waits for
+                // little more than the last chunks.
+                (void)::sync_file_range(to, offset, count, SYNC_FILE_RANGE_WRITE);
+            }
+            return std::size_t(count);
+        }
+        if (errno == EINTR) continue;
+        if (!meansUnsupported(errno)) throwPosix(errno);
+        break;
+    }
+    // Through user space, one buffer per thread for every chunk.
+    thread_local std::unique_ptr<char[]> buffer;
+    thread_local std::size_t bufferSize = 0;
+    if (bufferSize < length) {
+        buffer.reset(new char[length]);
+        bufferSize = length;
+    }
+    ssize_t read;
+    do {
+        read = ::pread(from, buffer.get(), length, offset);
+    } while (read < 0 && errno == EINTR);
+    if (read < 0) throwPosix(errno);
+    for (ssize_t written = 0; written < read;) {
+        const ssize_t count =
+            ::pwrite(to, buffer.get() + written, std::size_t(read - written), offset + written);
+        if (count < 0) {
+            if (errno == EINTR) continue;
+            throwPosix(errno);
+        }
+        written += count;
+    }
+    return std::size_t(read);
+}
+
+void LocalFileSystem::copyMetadata(const Path& from, const Path& to) {
+    const int source = ::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (source < 0) return;
+    Descriptor sourceHandle(source);
+    const int target = ::open(to.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (target < 0) return;
+    Descriptor targetHandle(target);
+    struct stat status {};
+    if (::fstat(source, &status) != 0) return;
+    quillstow::copyMetadata(source, target, status);
+}
+
 }  // namespace quillstow

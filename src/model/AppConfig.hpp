@@ -2,6 +2,7 @@
 
 // The global settings and their three enumerations.
 
+#include <cstdint>
 #include <optional>
 #include <string_view>
 
@@ -11,7 +12,7 @@ namespace quillstow {
 
 enum class BackupInterval { thirtyMinutes, hourly, fourHours, manual };
 enum class NotificationLevel { errorsOnly, dailySummary, everyBackup, nothing };
-enum class BandwidthMode { automatic, quiet, full };
+enum class BandwidthMode : std::uint8_t { automatic, quiet, full };
 
 inline constexpr coding::EnumNames<BackupInterval, 4> backupIntervalNames{{
     {BackupInterval::thirtyMinutes, "30min"},

@@ -219,22 +219,16 @@ TEST_F(DeletionArchiveTest, CancellationStopsBeforeTheNextItemAndKeepsWhatMoved)
     std::stop_source stop;
     int moves = 0;
     // The first move asks to stop; nothing after it moves.
-    struct StopAfterFirstMove final : FileSystem {
-        FileSystem& real;
+    struct StopAfterFirstMove final : ForwardingFileSystem {
         std::stop_source& stop;
         int& moves;
-        StopAfterFirstMove(FileSystem& r, std::stop_source& s, int& m)
-            : real(r), stop(s), moves(m) {}
-        void copyItem(const Path& a, const Path& b) override { real.copyItem(a, b); }
-        void replaceItem(const Path& a, const Path& b) override { real.replaceItem(a, b); }
-        void moveItem(const Path& a, const Path& b) override {
-            real.moveItem(a, b);
+        StopAfterFirstMove(FileSystem& target, std::stop_source& s, int& m)
+            : ForwardingFileSystem(target), stop(s), moves(m) {}
+        void moveItem(const Path& from, const Path& to) override {
+            ForwardingFileSystem::moveItem(from, to);
             ++moves;
             stop.request_stop();
         }
-        void createDirectories(const Path& a) override { real.createDirectories(a); }
-        void removeItem(const Path& a) override { real.removeItem(a); }
-        void flushVolume(const Path& a) override { real.flushVolume(a); }
     } stopping(fileSystem, stop, moves);
     const int archived =
         archiveOrphans(stopping, source, mirror, trash, filterForProfile(BackupProfile::standard),

@@ -1,7 +1,8 @@
 #pragma once
 
 // The real file operations, with faults on demand: the next calls of one operation fail with a
-// chosen errno, and every call is counted. Everything else reaches the disk.
+// chosen errno, and every call is counted, the bytes of copied chunks too. Everything else
+// reaches the disk.
 
 #include <array>
 #include <functional>
@@ -12,7 +13,29 @@
 
 namespace quillstow::testing {
 
-class FaultyFileSystem final : public FileSystem {
+// Forwards every operation to another file system; a test overrides what it watches.
+class ForwardingFileSystem : public FileSystem {
+  public:
+    explicit ForwardingFileSystem(FileSystem& target) : target_(target) {}
+
+    void copyItem(const Path& from, const Path& to) override { target_.copyItem(from, to); }
+    void replaceItem(const Path& target, const Path& with) override {
+        target_.replaceItem(target, with);
+    }
+    void moveItem(const Path& from, const Path& to) override { target_.moveItem(from, to); }
+    void createDirectories(const Path& folder) override { target_.createDirectories(folder); }
+    void removeItem(const Path& path) override { target_.removeItem(path); }
+    void flushVolume(const Path& anyPathOnVolume) override { target_.flushVolume(anyPathOnVolume); }
+    std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override {
+        return target_.copyChunk(from, to, offset, length);
+    }
+    void copyMetadata(const Path& from, const Path& to) override { target_.copyMetadata(from, to); }
+
+  private:
+    FileSystem& target_;
+};
+
+class FaultyFileSystem final : public ForwardingFileSystem {
   public:
     enum class Operation {
         copyItem,
@@ -20,62 +43,89 @@ class FaultyFileSystem final : public FileSystem {
         moveItem,
         createDirectories,
         removeItem,
-        flushVolume
+        flushVolume,
+        copyChunk,
+        copyMetadata,
     };
 
-    // The next `times` calls of `operation` fail with `errnoValue` before touching the disk.
-    void failNext(Operation operation, int errnoValue, int times = 1) {
-        faults_[operation] = {errnoValue, times};
+    FaultyFileSystem() : ForwardingFileSystem(real_) {}
+
+    // The next `times` calls of `operation` fail with `errnoValue` before touching the disk,
+    // after `after` more calls have gone through.
+    void failNext(Operation operation, int errnoValue, int times = 1, int after = 0) {
+        faults_[operation] = {errnoValue, times, after};
     }
     int calls(Operation operation) const { return calls_[std::size_t(operation)]; }
+    std::int64_t bytesCopiedInChunks() const { return chunkBytes_; }
 
     // Runs after each successful copyItem, to tamper with what was copied.
     std::function<void(const Path& from, const Path& to)> afterCopy;
+    // Runs after each chunk, with the offset reached.
+    std::function<void(std::int64_t reached)> afterChunk;
 
     void copyItem(const Path& from, const Path& to) override {
         enter(Operation::copyItem);
-        real_.copyItem(from, to);
+        ForwardingFileSystem::copyItem(from, to);
         if (afterCopy) afterCopy(from, to);
     }
     void replaceItem(const Path& target, const Path& with) override {
         enter(Operation::replaceItem);
-        real_.replaceItem(target, with);
+        ForwardingFileSystem::replaceItem(target, with);
     }
     void moveItem(const Path& from, const Path& to) override {
         enter(Operation::moveItem);
-        real_.moveItem(from, to);
+        ForwardingFileSystem::moveItem(from, to);
     }
     void createDirectories(const Path& folder) override {
         enter(Operation::createDirectories);
-        real_.createDirectories(folder);
+        ForwardingFileSystem::createDirectories(folder);
     }
     void removeItem(const Path& path) override {
         enter(Operation::removeItem);
-        real_.removeItem(path);
+        ForwardingFileSystem::removeItem(path);
     }
     void flushVolume(const Path& anyPathOnVolume) override {
         enter(Operation::flushVolume);
-        real_.flushVolume(anyPathOnVolume);
+        ForwardingFileSystem::flushVolume(anyPathOnVolume);
+    }
+    std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override {
+        enter(Operation::copyChunk);
+        const std::size_t copied = ForwardingFileSystem::copyChunk(from, to, offset, length);
+        chunkBytes_ += std::int64_t(copied);
+        if (afterChunk && copied > 0) afterChunk(offset + std::int64_t(copied));
+        return copied;
+    }
+    void copyMetadata(const Path& from, const Path& to) override {
+        enter(Operation::copyMetadata);
+        ForwardingFileSystem::copyMetadata(from, to);
     }
 
   private:
     struct Fault {
         int errnoValue = 0;
         int remaining = 0;
+        int after = 0;
     };
 
     void enter(Operation operation) {
         ++calls_[std::size_t(operation)];
         auto found = faults_.find(operation);
-        if (found != faults_.end() && found->second.remaining > 0) {
-            --found->second.remaining;
-            throwPosix(found->second.errnoValue);
+        if (found == faults_.end()) return;
+        Fault& fault = found->second;
+        if (fault.after > 0) {
+            --fault.after;
+            return;
+        }
+        if (fault.remaining > 0) {
+            --fault.remaining;
+            throwPosix(fault.errnoValue);
         }
     }
 
     LocalFileSystem real_;
     std::map<Operation, Fault> faults_;
-    std::array<int, 6> calls_{};
+    std::array<int, 8> calls_{};
+    std::int64_t chunkBytes_ = 0;
 };
 
 }  // namespace quillstow::testing

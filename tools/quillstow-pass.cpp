@@ -19,6 +19,7 @@
 
 #include "copy/FileCopier.hpp"
 #include "model/BackupProfile.hpp"
+#include "platform/LinuxUserActivity.hpp"
 #include "platform/ProcRunningEditors.hpp"
 #include "support/Paths.hpp"
 
@@ -29,15 +30,17 @@ using namespace quillstow;
 constexpr int usageStatus = 64;
 
 constexpr const char* usage =
-    "usage: quillstow-pass [--profile NAME] [--trash DIR] SOURCE DESTINATION\n"
+    "usage: quillstow-pass [--profile NAME] [--trash DIR] [--bandwidth MODE] SOURCE DESTINATION\n"
     "\n"
     "Mirrors SOURCE into DESTINATION once and prints the result as JSON.\n"
     "  --profile NAME  standard (the default), film, photography, music, developer, documents\n"
     "  --trash DIR     root of the deletion archive; {parent of DESTINATION}/.Quillstow-Trash\n"
-    "                  by default\n";
+    "                  by default\n"
+    "  --bandwidth MODE  auto (the default: slower while you work), quiet, full\n";
 
 struct Arguments {
     BackupProfile profile = BackupProfile::standard;
+    BandwidthMode bandwidth = BandwidthMode::automatic;
     std::optional<std::filesystem::path> trash;
     std::filesystem::path source;
     std::filesystem::path destination;
@@ -56,11 +59,17 @@ Arguments parseArguments(int argc, char** argv) {
         if (argument == "--help" || argument == "-h") {
             std::cout << usage;
             std::exit(0);
-        } else if (argument == "--profile" || argument == "--trash") {
+        } else if (argument == "--profile" || argument == "--trash" || argument == "--bandwidth") {
             if (i + 1 >= argc) failUsage(argument + " needs a value.");
             const std::string value = argv[++i];
             if (argument == "--trash") {
                 arguments.trash = std::filesystem::absolute(value);
+                continue;
+            }
+            if (argument == "--bandwidth") {
+                const auto mode = coding::caseNamed(bandwidthModeNames, value);
+                if (!mode) failUsage("There is no bandwidth mode \"" + value + "\".");
+                arguments.bandwidth = *mode;
                 continue;
             }
             const auto profile = coding::caseNamed(backupProfileNames, value);
@@ -120,7 +129,11 @@ int main(int argc, char** argv) {
     ProcRunningEditors editors;
     SystemWallClock wallClock;
     MonotonicClock clock;
-    FileCopier copier(fileSystem, editors, wallClock, clock);
+    setCurrentBandwidthMode(arguments.bandwidth);
+    LinuxUserActivity activity;
+    Sleeper sleeper;
+    ActivityGate gate(activity, sleeper);
+    FileCopier copier(fileSystem, editors, wallClock, clock, gate);
 
     // As before every pass of the engine: what an interrupted pass left is swept first.
     copier.removeStaleTemporaries(arguments.destination);

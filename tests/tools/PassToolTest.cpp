@@ -60,6 +60,7 @@ TEST(PassTool, RefusesBadUsageInItsOwnWords) {
     EXPECT_EQ(runProcess({tool}).exitStatus, 64);
     EXPECT_EQ(runProcess({tool, "--profile", "cinema", "/a", "/b"}).exitStatus, 64);
     EXPECT_EQ(runProcess({tool, "--frobnicate", "/a", "/b"}).exitStatus, 64);
+    EXPECT_EQ(runProcess({tool, "--bandwidth", "turbo", "/a", "/b"}).exitStatus, 64);
     EXPECT_EQ(runProcess({tool, "--help"}).exitStatus, 0);
 }
 

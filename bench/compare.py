@@ -138,8 +138,10 @@ def main():
     subprocess.run(["sync"], check=True)
 
     print("small tree, nothing changed")
+    # Like a pass, rsync --delete also walks the mirror for what left the source.
     measure_alternating([("quillstow no-op", f"{tool} {small} {mirror('q-small')}"),
-                         ("rsync -a no-op", f"rsync -a {small}/ {mirror('r-small')}/")])
+                         ("rsync -a no-op", f"rsync -a {small}/ {mirror('r-small')}/"),
+                         ("rsync -a --delete no-op", f"rsync -a --delete {small}/ {mirror('r-small')}/")])
 
     changed = change_one_percent(small)
     print(f"small tree, {changed} files changed")
@@ -167,6 +169,7 @@ def main():
     print(f"  first copy vs rsync -a            {ratio('quillstow first', 'rsync -a first'):.2f}")
     print(f"  first copy vs cp -a               {ratio('quillstow first', 'cp -a first'):.2f}")
     print(f"  no-op re-run vs rsync -a          {ratio('quillstow no-op', 'rsync -a no-op'):.2f}   (target <= 1.0)")
+    print(f"  no-op re-run vs rsync -a --delete {ratio('quillstow no-op', 'rsync -a --delete no-op'):.2f}")
     print(f"  1% changed vs rsync -a; sync      {ratio('quillstow 1% changed', 'rsync -a; sync 1% changed'):.2f}")
     print(f"  1% changed vs rsync -a            {ratio('quillstow 1% changed', 'rsync -a 1% changed'):.2f}")
     big_speed = results["cp -a big"][0] / results["quillstow big"][0]

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <memory>
@@ -43,20 +44,25 @@ bool listFolder(const std::string& path, bool followLink, WalkDetail detail,
     const int fd =
         ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
     if (fd < 0) return false;
-    DIR* listing = ::fdopendir(fd);
-    if (!listing) {
-        ::close(fd);
-        return false;
+    // getdents64 itself: the directory stream of the C library costs an fstat and two fcntl
+    // calls per folder, which a walk of a hundred thousand files feels. On 64-bit Linux the
+    // C library's dirent has the kernel's layout.
+    alignas(8) char buffer[32768];
+    for (;;) {
+        const long length = ::syscall(SYS_getdents64, fd, buffer, sizeof buffer);
+        if (length <= 0) break;
+        for (long at = 0; at < length;) {
+            const auto* entry = reinterpret_cast<const dirent*>(buffer + at);
+            at += entry->d_reclen;
+            const std::string_view name(entry->d_name);
+            if (name == "." || name == "..") continue;
+            std::optional<FileInfo> info;
+            if (detail == WalkDetail::typeOnly) info = typeOf(entry->d_type);
+            if (!info) info = files::readInfoAt(fd, entry->d_name);
+            entries.push_back({std::string(name), std::move(info)});
+        }
     }
-    std::unique_ptr<DIR, int (*)(DIR*)> closer(listing, ::closedir);
-    while (const dirent* entry = ::readdir(listing)) {
-        const std::string_view name(entry->d_name);
-        if (name == "." || name == "..") continue;
-        std::optional<FileInfo> info;
-        if (detail == WalkDetail::typeOnly) info = typeOf(entry->d_type);
-        if (!info) info = files::readInfoAt(fd, entry->d_name);
-        entries.push_back({std::string(name), std::move(info)});
-    }
+    ::close(fd);
     return true;
 }
 

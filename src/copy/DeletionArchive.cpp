@@ -18,22 +18,22 @@ std::vector<std::string> listDestination(const fs::path& destination,
                                          const ExclusionFilter& filter) {
     std::vector<std::string> items;
     walkTree(paths::resolved(destination), WalkDetail::typeOnly, [&](const WalkEntry& entry) {
-        const FileInfo& info = entry.info;
-        if (info.isSymbolicLink()) return false;
-        if (isInternalFileName(entry.name) || transfer::isReservedName(entry.name)) return false;
-        if (filter.isExcluded(entry.name, info.isDirectory())) return false;
-        if (info.isDirectory()) {
-            const std::string_view extension = pathExtension(entry.name);
-            if (!extension.empty() && isPackageUnit(extension, filter.profile)) {
-                items.push_back(entry.relativePath);
-                return false;
-            }
-            return true;
-        }
-        if (info.isRegularFile()) items.push_back(entry.relativePath);
-        return false;
+        const EntryRole role = roleOf(entry.name, entry.info, filter, true);
+        if (role == EntryRole::item) items.push_back(entry.relativePath);
+        return role == EntryRole::folder;
     });
     return items;
+}
+
+MirrorListing listMirror(const fs::path& destination, const ExclusionFilter& filter) {
+    MirrorListing mirror;
+    walkTree(paths::resolved(destination), WalkDetail::metadata, [&](const WalkEntry& entry) {
+        mirror.entries.emplace(entry.relativePath, entry.info);
+        const EntryRole role = roleOf(entry.name, entry.info, filter, true);
+        if (role == EntryRole::item) mirror.items.push_back(entry.relativePath);
+        return role == EntryRole::folder;
+    });
+    return mirror;
 }
 
 std::string datedFolderName(Date date) {
@@ -77,18 +77,50 @@ fs::path collisionFreeName(const fs::path& target) {
 
 }  // namespace
 
+namespace {
+
+// Rail one: a source that is no longer there stops the phase as a volume loss.
+bool sourceHasGone(const fs::path& source, BackupResult& result) {
+    auto lost = checkSourceBeforeArchival(source);
+    if (!lost) return false;
+    result.errors.push_back(std::move(*lost));
+    result.abortedDueToVolumeLoss = true;
+    return true;
+}
+
+int moveOrphans(FileSystem& fileSystem, const fs::path& source, const fs::path& destination,
+                const fs::path& trashRoot, Date start, const std::vector<ListedItem>& sourceItems,
+                const std::vector<std::string>& mirrorItems, BackupResult& result,
+                std::stop_token stop);
+
+}  // namespace
+
 int archiveOrphans(FileSystem& fileSystem, const fs::path& source, const fs::path& destination,
                    const fs::path& trashRoot, const ExclusionFilter& filter, Date start,
                    const std::vector<ListedItem>& sourceItems, BackupResult& result,
                    std::stop_token stop) {
-    if (auto lost = checkSourceBeforeArchival(source)) {
-        result.errors.push_back(std::move(*lost));
-        result.abortedDueToVolumeLoss = true;
-        return 0;
-    }
+    if (sourceHasGone(source, result)) return 0;
+    return moveOrphans(fileSystem, source, destination, trashRoot, start, sourceItems,
+                       listDestination(destination, filter), result, stop);
+}
 
-    const std::vector<std::string> mirrorItems = listDestination(destination, filter);
-    std::unordered_set<std::string> sourcePaths;
+int archiveOrphans(FileSystem& fileSystem, const fs::path& source, const fs::path& destination,
+                   const fs::path& trashRoot, Date start,
+                   const std::vector<ListedItem>& sourceItems,
+                   const std::vector<std::string>& mirrorItems, BackupResult& result,
+                   std::stop_token stop) {
+    if (sourceHasGone(source, result)) return 0;
+    return moveOrphans(fileSystem, source, destination, trashRoot, start, sourceItems, mirrorItems,
+                       result, stop);
+}
+
+namespace {
+
+int moveOrphans(FileSystem& fileSystem, const fs::path& source, const fs::path& destination,
+                const fs::path& trashRoot, Date start, const std::vector<ListedItem>& sourceItems,
+                const std::vector<std::string>& mirrorItems, BackupResult& result,
+                std::stop_token stop) {
+    std::unordered_set<std::string_view> sourcePaths;
     sourcePaths.reserve(sourceItems.size());
     for (const auto& item : sourceItems)
         sourcePaths.insert(item.relativePath);
@@ -145,5 +177,7 @@ int archiveOrphans(FileSystem& fileSystem, const fs::path& source, const fs::pat
     }
     return archived;
 }
+
+}  // namespace
 
 }  // namespace quillstow

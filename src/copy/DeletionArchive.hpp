@@ -11,6 +11,7 @@
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "copy/ExclusionFilter.hpp"
@@ -29,6 +30,14 @@ inline constexpr int massRailFloor = 10;
 std::vector<std::string> listDestination(const std::filesystem::path& destination,
                                          const ExclusionFilter& filter);
 
+// The mirror as a pass finds it before copying: its items as listDestination gives them, and
+// what stands at every path the walk met (links and folders too), for the change test.
+struct MirrorListing {
+    std::vector<std::string> items;
+    std::unordered_map<std::string, FileInfo, StringHash, std::equal_to<>> entries;
+};
+MirrorListing listMirror(const std::filesystem::path& destination, const ExclusionFilter& filter);
+
 // "yyyy-MM-dd" of the date in the local time zone.
 std::string datedFolderName(Date date);
 
@@ -45,6 +54,13 @@ int archiveOrphans(FileSystem& fileSystem, const std::filesystem::path& source,
                    const std::filesystem::path& destination, const std::filesystem::path& trashRoot,
                    const ExclusionFilter& filter, Date start,
                    const std::vector<ListedItem>& sourceItems, BackupResult& result,
+                   std::stop_token stop);
+
+// The same with the mirror's items as the caller knows them, in listing order.
+int archiveOrphans(FileSystem& fileSystem, const std::filesystem::path& source,
+                   const std::filesystem::path& destination, const std::filesystem::path& trashRoot,
+                   Date start, const std::vector<ListedItem>& sourceItems,
+                   const std::vector<std::string>& mirrorItems, BackupResult& result,
                    std::stop_token stop);
 
 }  // namespace quillstow

@@ -145,10 +145,17 @@ const std::map<BackupProfile, NameSet>& packageExtensionsByProfile() {
 
 }  // namespace
 
+namespace {
+
+char lowered(char c) {
+    return char(std::tolower(static_cast<unsigned char>(c)));
+}
+
+}  // namespace
+
 std::string lowercased(std::string_view text) {
     std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
+    std::transform(lower.begin(), lower.end(), lower.begin(), lowered);
     return lower;
 }
 
@@ -163,34 +170,48 @@ std::string_view deletingPathExtension(std::string_view name) {
     return extension.empty() ? name : name.substr(0, name.size() - extension.size() - 1);
 }
 
-bool matchesPattern(std::string_view name, std::string_view pattern) {
-    if (pattern.find('*') == std::string_view::npos) return lowercased(name) == lowercased(pattern);
-    const std::string lowerName = lowercased(name);
-    const std::string lowerPattern = lowercased(pattern);
+namespace {
 
-    std::vector<std::string_view> pieces;
-    std::string_view rest = lowerPattern;
-    for (auto star = rest.find('*'); star != std::string_view::npos; star = rest.find('*')) {
-        pieces.push_back(rest.substr(0, star));
+bool equalIgnoringCase(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return lowered(x) == lowered(y);
+           });
+}
+
+// The first occurrence of `piece` in `text` at or after `from`, ignoring case.
+std::size_t findIgnoringCase(std::string_view text, std::string_view piece, std::size_t from) {
+    if (piece.size() > text.size()) return std::string_view::npos;
+    for (std::size_t at = from; at + piece.size() <= text.size(); ++at) {
+        if (equalIgnoringCase(text.substr(at, piece.size()), piece)) return at;
+    }
+    return std::string_view::npos;
+}
+
+}  // namespace
+
+// Compares as if both sides were lower-cased first, without making lower-cased copies: a pass
+// asks this of every file it lists.
+bool matchesPattern(std::string_view name, std::string_view pattern) {
+    if (pattern.find('*') == std::string_view::npos) return equalIgnoringCase(name, pattern);
+
+    const bool anchoredAtStart = !pattern.starts_with('*');
+    const bool anchoredAtEnd = !pattern.ends_with('*');
+    std::size_t position = 0;
+    std::string_view rest = pattern;
+    for (bool isFirst = true;; isFirst = false) {
+        const auto star = rest.find('*');
+        const bool isLast = star == std::string_view::npos;
+        const std::string_view piece = isLast ? rest : rest.substr(0, star);
+        if (!piece.empty()) {
+            const auto found = findIgnoringCase(name, piece, position);
+            if (found == std::string_view::npos) return false;
+            if (isFirst && anchoredAtStart && found != 0) return false;
+            if (isLast && anchoredAtEnd && found + piece.size() != name.size()) return false;
+            position = found + piece.size();
+        }
+        if (isLast) return true;
         rest.remove_prefix(star + 1);
     }
-    pieces.push_back(rest);
-
-    const bool anchoredAtStart = !lowerPattern.starts_with('*');
-    const bool anchoredAtEnd = !lowerPattern.ends_with('*');
-    std::size_t position = 0;
-    for (std::size_t i = 0; i < pieces.size(); ++i) {
-        if (pieces[i].empty()) continue;
-        const auto found = lowerName.find(pieces[i], position);
-        if (found == std::string::npos) return false;
-        if (i == 0 && anchoredAtStart && found != 0) return false;
-        if (i + 1 == pieces.size() && anchoredAtEnd &&
-            found + pieces[i].size() != lowerName.size()) {
-            return false;
-        }
-        position = found + pieces[i].size();
-    }
-    return true;
 }
 
 ExclusionFilter ExclusionFilter::with(NameSet names, NameSet patterns, NameSet extensions,
@@ -211,7 +232,11 @@ bool ExclusionFilter::isExcluded(std::string_view name, bool isDirectory) const 
     }
     const std::string_view extension = pathExtension(name);
     if (extension.empty()) return false;
-    return excludedExtensions->contains(lowercased(extension));
+    // Lower-cased on the stack: every file of a pass comes here.
+    std::array<char, 32> lower;
+    if (extension.size() > lower.size()) return excludedExtensions->contains(lowercased(extension));
+    std::transform(extension.begin(), extension.end(), lower.begin(), lowered);
+    return excludedExtensions->contains(std::string_view(lower.data(), extension.size()));
 }
 
 ExclusionFilter filterForProfile(BackupProfile profile,

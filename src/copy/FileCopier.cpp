@@ -1,5 +1,8 @@
 #include "copy/FileCopier.hpp"
 
+#include <thread>
+#include <unordered_set>
+
 #include "copy/Checkpoint.hpp"
 #include "copy/DeletionArchive.hpp"
 #include "copy/FileInfo.hpp"
@@ -22,6 +25,24 @@ const MonotonicClock monotonicClock;
 
 // Every how many items the two top folders are checked for presence.
 constexpr std::size_t volumeCheckInterval = 10;
+
+// The name of an item, from its relative path.
+std::string lastComponentOf(const std::string& relativePath) {
+    const auto slash = relativePath.rfind('/');
+    return slash == std::string::npos ? relativePath : relativePath.substr(slash + 1);
+}
+
+// The mirror's items once the pass has copied: what the walk found, and what the pass added.
+std::vector<std::string> itemsAfterCopying(std::vector<std::string> found,
+                                           const BackupResult& result) {
+    const std::unordered_set<std::string_view> known(found.begin(), found.end());
+    std::vector<std::string> added;
+    for (const auto& copied : result.copiedRelativePaths) {
+        if (!known.contains(copied)) added.push_back(copied);
+    }
+    found.insert(found.end(), added.begin(), added.end());
+    return found;
+}
 
 [[noreturn]] void raise(const Path& url, const char* operation, Error error) {
     throw FileOperationFailure({url, operation, std::move(error)});
@@ -83,6 +104,10 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
 
     const CheckpointGuard checkpoint(destination, startDate);
 
+    // The mirror is walked on a second thread while the source is listed, as the two halves of
+    // rsync do: an unchanged tree then costs little more than the longer of the two walks.
+    MirrorListing mirror;
+    std::thread mirrorWalk([&] { mirror = listMirror(destination, filter); });
     BackupResult result;
     const std::vector<ListedItem> items = listSource(source, filter);
     const EditorSnapshot editors = editors_.snapshot();
@@ -90,6 +115,7 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
     result.recommendedProfile = recommendProfile(items, source);
     for (const auto& item : items)
         result.approximateSourceBytes += item.info.fileSize.value_or(0);
+    mirrorWalk.join();
 
     SwapBatch batch(fileManager_, destination);
     const std::size_t total = items.size();
@@ -112,13 +138,20 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
         }
 
         const std::string& relative = items[i].relativePath;
-        const Path sourceItem = paths::appending(source, relative);
-        const Path destinationItem = paths::appending(destination, relative);
         const double fraction = double(i) / double(total);
-        if (onProgress) onProgress(fraction, paths::lastPathComponent(sourceItem));
+        if (onProgress) onProgress(fraction, lastComponentOf(relative));
 
         const FileInfo& sourceInfo = items[i].info;
-        if (!needsCopy(sourceInfo, files::readInfo(destinationItem))) continue;
+        // What the mirror held before the pass is what it holds at this item: a copy writes
+        // only at its own item's path.
+        const auto inMirror = mirror.entries.find(relative);
+        if (!needsCopy(sourceInfo, inMirror == mirror.entries.end()
+                                       ? std::nullopt
+                                       : std::optional<FileInfo>(inMirror->second))) {
+            continue;
+        }
+        const Path sourceItem = paths::appending(source, relative);
+        const Path destinationItem = paths::appending(destination, relative);
 
         if (editors.hasEditors() && isOpenInEditor(editors, sourceItem, &sourceInfo)) {
             for (const auto& name : editors.names)
@@ -160,8 +193,9 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
     }
     if (!volumeLost) {
         batch.flush(result);
-        result.archivedFiles = archiveOrphans(fileManager_, source, destination, trashRoot, filter,
-                                              startDate, items, result, stop);
+        result.archivedFiles =
+            archiveOrphans(fileManager_, source, destination, trashRoot, startDate, items,
+                           itemsAfterCopying(std::move(mirror.items), result), result, stop);
     }
     result.duration = clock_.now() - startTime;
     return result;
@@ -170,12 +204,10 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
 std::int64_t FileCopier::estimateBytesToCopy(const Path& source, const Path& destination,
                                              const ExclusionFilter& filter) const {
     std::int64_t bytes = 0;
+    files::TreeReader mirror(destination);
     for (const auto& item : listSource(source, filter)) {
         if (!item.info.fileSize) continue;
-        if (needsCopy(item.info,
-                      files::readInfo(paths::appending(destination, item.relativePath)))) {
-            bytes += *item.info.fileSize;
-        }
+        if (needsCopy(item.info, mirror.readInfo(item.relativePath))) bytes += *item.info.fileSize;
     }
     return bytes;
 }

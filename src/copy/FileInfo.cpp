@@ -58,4 +58,35 @@ bool isWritable(const std::filesystem::path& path) {
     return ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
 }
 
+TreeReader::TreeReader(const std::filesystem::path& root) : root_(root.native()) {
+    while (root_.size() > 1 && root_.back() == '/')
+        root_.pop_back();
+}
+
+TreeReader::~TreeReader() {
+    if (folderHandle_ >= 0) ::close(folderHandle_);
+}
+
+std::optional<FileInfo> TreeReader::readInfo(std::string_view relativePath) {
+    const auto slash = relativePath.rfind('/');
+    const std::string_view folder =
+        slash == std::string_view::npos ? std::string_view() : relativePath.substr(0, slash);
+    if (!hasFolder_ || folder != folder_) {
+        if (folderHandle_ >= 0) ::close(folderHandle_);
+        const std::string path = folder.empty() ? root_ : root_ + "/" + std::string(folder);
+        // A folder that isn't there is opened again when the next item of it comes: a copy may
+        // have made it since.
+        folderHandle_ = ::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        folder_ = folder;
+        hasFolder_ = true;
+    }
+    if (folderHandle_ < 0) {
+        hasFolder_ = false;
+        return std::nullopt;
+    }
+    const std::string name(slash == std::string_view::npos ? relativePath
+                                                           : relativePath.substr(slash + 1));
+    return readInfoAt(folderHandle_, name.c_str());
+}
+
 }  // namespace quillstow::files

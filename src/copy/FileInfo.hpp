@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <string_view>
 
 #include "support/Dates.hpp"
 
@@ -46,6 +48,26 @@ bool isFolder(const std::filesystem::path& path);
 // Access checks for this user, following links, as the kernel would judge an open.
 bool isReadable(const std::filesystem::path& path);
 bool isWritable(const std::filesystem::path& path);
+
+// Reads the items below a root by their relative paths, keeping the folder of the last one
+// open: items that come in folder order then cost the lookup of one name each instead of a walk
+// of the whole path. Used by one thread.
+class TreeReader {
+  public:
+    explicit TreeReader(const std::filesystem::path& root);
+    TreeReader(const TreeReader&) = delete;
+    TreeReader& operator=(const TreeReader&) = delete;
+    ~TreeReader();
+
+    // Nothing when the item, or its folder, isn't there or can't be read.
+    std::optional<FileInfo> readInfo(std::string_view relativePath);
+
+  private:
+    std::string root_;
+    std::string folder_;
+    int folderHandle_ = -1;
+    bool hasFolder_ = false;
+};
 
 }  // namespace files
 }  // namespace quillstow

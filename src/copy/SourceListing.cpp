@@ -1,9 +1,24 @@
 #include "copy/SourceListing.hpp"
 
+#include "copy/FileTransfer.hpp"
 #include "copy/TreeWalk.hpp"
 #include "support/Paths.hpp"
 
 namespace quillstow {
+
+EntryRole roleOf(std::string_view name, const FileInfo& info, const ExclusionFilter& filter,
+                 bool skipsReservedNames) {
+    if (info.isSymbolicLink()) return EntryRole::none;
+    if (isInternalFileName(name)) return EntryRole::none;
+    if (skipsReservedNames && transfer::isReservedName(name)) return EntryRole::none;
+    if (filter.isExcluded(name, info.isDirectory())) return EntryRole::none;
+    if (info.isDirectory()) {
+        const std::string_view extension = pathExtension(name);
+        const bool isPackage = !extension.empty() && isPackageUnit(extension, filter.profile);
+        return isPackage ? EntryRole::item : EntryRole::folder;
+    }
+    return info.isRegularFile() ? EntryRole::item : EntryRole::none;
+}
 
 std::vector<ListedItem> listSource(const std::filesystem::path& source,
                                    const ExclusionFilter& filter) {
@@ -11,20 +26,9 @@ std::vector<ListedItem> listSource(const std::filesystem::path& source,
     // Walking the resolved root makes every item's path a resolved one: the walk follows no
     // link below it, so the relative path of an item is the path it was reached by.
     walkTree(paths::resolved(source), WalkDetail::metadata, [&](const WalkEntry& entry) {
-        const FileInfo& info = entry.info;
-        if (info.isSymbolicLink()) return false;
-        if (isInternalFileName(entry.name)) return false;
-        if (filter.isExcluded(entry.name, info.isDirectory())) return false;
-        if (info.isDirectory()) {
-            const std::string_view extension = pathExtension(entry.name);
-            if (!extension.empty() && isPackageUnit(extension, filter.profile)) {
-                items.push_back({entry.relativePath, info});
-                return false;
-            }
-            return true;
-        }
-        if (info.isRegularFile()) items.push_back({entry.relativePath, info});
-        return false;
+        const EntryRole role = roleOf(entry.name, entry.info, filter, false);
+        if (role == EntryRole::item) items.push_back({entry.relativePath, entry.info});
+        return role == EntryRole::folder;
     });
     return items;
 }

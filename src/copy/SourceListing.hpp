@@ -22,6 +22,13 @@ struct ListedItem {
     FileInfo info;
 };
 
+// What an entry met by a walk of a source or a mirror is to a pass: an item (a regular file, or a
+// folder copied whole), a folder to go into, or nothing (a link, an internal file, an excluded
+// name, a socket; with `skipsReservedNames`, a temporary of an interrupted copy too).
+enum class EntryRole { item, folder, none };
+EntryRole roleOf(std::string_view name, const FileInfo& info, const ExclusionFilter& filter,
+                 bool skipsReservedNames);
+
 // The items below `source` in walk order, which is the order of copying. Links are neither
 // listed nor followed; internal files, excluded names and the contents of package units are
 // left out; empty folders add nothing. A source that can't be opened lists nothing.

@@ -140,11 +140,19 @@ class KilledPassTest : public ::testing::Test {
         return killed && WIFSIGNALED(status);
     }
 
+    // The quicker of two runs, so that a busy moment of the machine doesn't stretch the span
+    // in which the kills fall past the end of most passes.
     std::chrono::microseconds timeOfOneRun(const fs::path& source, const fs::path& mirror) {
-        const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(runProcess({tool, source, mirror}).exitStatus, 0);
-        return std::chrono::duration_cast<std::chrono::microseconds>(
-            std::chrono::steady_clock::now() - start);
+        std::chrono::microseconds quickest = std::chrono::microseconds::max();
+        for (const char* copy : {"-1", "-2"}) {
+            const fs::path target = mirror.native() + copy;
+            if (fs::exists(mirror)) LocalFileSystem().copyItem(mirror, target);
+            const auto start = std::chrono::steady_clock::now();
+            EXPECT_EQ(runProcess({tool, source, target}).exitStatus, 0);
+            quickest = std::min(quickest, std::chrono::duration_cast<std::chrono::microseconds>(
+                                              std::chrono::steady_clock::now() - start));
+        }
+        return quickest;
     }
 
     // Every final name holds one of the allowed versions, whole.

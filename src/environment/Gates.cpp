@@ -1,9 +1,6 @@
 #include "environment/Gates.hpp"
 
 #include <cmath>
-#include <condition_variable>
-#include <mutex>
-#include <thread>
 
 namespace quillstow {
 
@@ -16,14 +13,6 @@ const UserActivity noUserActivity;
 const Sleeper realSleeper;
 
 }  // namespace
-
-void Sleeper::sleep(double seconds, std::stop_token stop) const {
-    if (seconds <= 0) return;
-    std::mutex mutex;
-    std::condition_variable_any wakeUp;
-    std::unique_lock lock(mutex);
-    wakeUp.wait_for(lock, stop, std::chrono::duration<double>(seconds), [] { return false; });
-}
 
 BandwidthMode currentBandwidthMode() {
     return bandwidthMode.load(std::memory_order_relaxed);

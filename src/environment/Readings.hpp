@@ -6,8 +6,9 @@
 
 #include <cstdint>
 #include <optional>
-#include <stop_token>
 #include <string>
+
+#include "support/Sleeper.hpp"
 
 namespace quillstow {
 
@@ -37,14 +38,6 @@ class PowerReadings {
     }
     virtual ThermalState thermalState() const { return ThermalState::nominal; }
     virtual bool isLowPowerModeEnabled() const { return false; }
-};
-
-// Sleeps for the gates; tests replace it so that no test waits for a clock.
-class Sleeper {
-  public:
-    virtual ~Sleeper() = default;
-    // Returns early when a stop is requested.
-    virtual void sleep(double seconds, std::stop_token stop) const;
 };
 
 }  // namespace quillstow

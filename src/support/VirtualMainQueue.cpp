@@ -11,6 +11,7 @@ void VirtualMainQueue::post(Work work) {
     {
         std::lock_guard lock(mutex_);
         immediate_.push_back(std::move(work));
+        ++generation_;
     }
     posted_.notify_all();
 }
@@ -21,6 +22,7 @@ DelayedWork VirtualMainQueue::postDelayed(double seconds, Work work) {
         std::lock_guard lock(mutex_);
         const double due = clock_.now() + (seconds > 0 ? seconds : 0);
         scheduled_.emplace(std::pair{due, sequence_++}, Scheduled{std::move(work), flag});
+        ++generation_;
     }
     posted_.notify_all();
     return handle;
@@ -70,6 +72,25 @@ bool VirtualMainQueue::waitForPosted(double timeout) {
     std::unique_lock lock(mutex_);
     return posted_.wait_for(lock, std::chrono::duration<double>(timeout),
                             [this] { return !immediate_.empty(); });
+}
+
+bool VirtualMainQueue::runUntil(const std::function<bool()>& condition, double timeout) {
+    for (;;) {
+        std::uint64_t seen;
+        {
+            std::lock_guard lock(mutex_);
+            seen = generation_;
+        }
+        runPending();
+        if (condition()) return true;
+        std::unique_lock lock(mutex_);
+        if (!posted_.wait_for(lock, std::chrono::duration<double>(timeout),
+                              [&] { return generation_ != seen; })) {
+            lock.unlock();
+            runPending();
+            return condition();
+        }
+    }
 }
 
 std::size_t VirtualMainQueue::scheduledCount() const {

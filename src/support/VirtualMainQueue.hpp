@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -38,6 +39,11 @@ class VirtualMainQueue final : public MainQueue {
     // seconds; for tests that wait on a background task's hop to the main thread.
     bool waitForPosted(double timeout);
 
+    // Runs posted work until `condition` holds, waiting for background threads to post more,
+    // without moving time. Gives up after `timeout` real seconds without anything new and
+    // answers whether the condition holds.
+    bool runUntil(const std::function<bool()>& condition, double timeout = 20.0);
+
     // Delayed work not yet run nor cancelled.
     std::size_t scheduledCount() const;
 
@@ -57,6 +63,8 @@ class VirtualMainQueue final : public MainQueue {
     // Keyed by due time, then by order of posting.
     std::map<std::pair<double, std::uint64_t>, Scheduled> scheduled_;
     std::uint64_t sequence_ = 0;
+    // Grows with every post, immediate or delayed.
+    std::uint64_t generation_ = 0;
 };
 
 }  // namespace quillstow

@@ -1,0 +1,241 @@
+// The file watcher on real folders: a burst of changes is one call after half a second, what
+// doesn't count never calls, new folders are watched, the source itself going counts, and a
+// source with more folders than the system allows watches says what to do.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/inotify.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "TestTree.hpp"
+#include "model/BackupError.hpp"
+#include "platform/InotifyWatcher.hpp"
+#include "support/VirtualMainQueue.hpp"
+
+namespace quillstow {
+namespace {
+
+using namespace testing;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+namespace fs = std::filesystem;
+
+class InotifyWatcherTest : public ::testing::Test {
+  protected:
+    TemporaryFolder root;
+    fs::path source = root / "source";
+    ManualClock clock;
+    VirtualMainQueue queue{clock};
+    InotifyWatcher watcher{queue};
+    int calls = 0;
+
+    void SetUp() override {
+        fs::create_directories(source);
+        watcher.onEventsDetected = [this] { ++calls; };
+    }
+
+    // Waits (in real time, bounded) for the reader thread to hand a batch to the main thread,
+    // then lets the half second pass.
+    bool deliverBatch() {
+        if (!queue.runUntil([&] { return queue.scheduledCount() > 0; }, 10)) return false;
+        queue.advance(FileWatcher::latency);
+        return true;
+    }
+
+    // Gives the reader thread a moment to show that nothing comes.
+    bool nothingArrives() {
+        queue.runUntil([] { return false; }, 0.3);
+        return queue.scheduledCount() == 0;
+    }
+};
+
+TEST(CountsAsChange, OnlySixKindsOfChangeCount) {
+    for (const std::uint32_t mask : {IN_CREATE, IN_DELETE, IN_MODIFY, IN_CLOSE_WRITE, IN_MOVED_FROM,
+                                     IN_MOVED_TO, IN_CREATE | IN_ISDIR, IN_Q_OVERFLOW}) {
+        EXPECT_TRUE(countsAsChange(mask, false)) << mask;
+    }
+    for (const std::uint32_t mask : {IN_ATTRIB, IN_IGNORED, IN_OPEN, IN_ACCESS, IN_CLOSE_NOWRITE,
+                                     IN_DELETE_SELF, IN_MOVE_SELF, IN_UNMOUNT}) {
+        EXPECT_FALSE(countsAsChange(mask, false)) << mask;
+    }
+    // The source itself gone, moved or unmounted: "root changed".
+    for (const std::uint32_t mask : {IN_DELETE_SELF, IN_MOVE_SELF, IN_UNMOUNT}) {
+        EXPECT_TRUE(countsAsChange(mask, true)) << mask;
+    }
+    EXPECT_FALSE(countsAsChange(IN_ATTRIB, true));
+}
+
+TEST_F(InotifyWatcherTest, ABurstOfChangesIsOneCallHalfASecondAfterTheFirst) {
+    watcher.startWatching(source);
+    for (int i = 0; i < 300; ++i)
+        writeFile(source / ("f" + std::to_string(i)), "data");
+    ASSERT_TRUE(queue.runUntil([&] { return queue.scheduledCount() > 0; }, 10));
+    queue.advance(0.49);
+    EXPECT_EQ(calls, 0);
+    // Whatever the reader still takes of the burst joins the batch that waits.
+    nothingArrives();
+    queue.advance(0.01);
+    EXPECT_EQ(calls, 1);
+    EXPECT_TRUE(nothingArrives());
+    queue.advance(10);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(InotifyWatcherTest, ASaveByRenameIsHeardAndSoIsTheNextOne) {
+    watcher.startWatching(source);
+    writeFile(root / "draft", "v1");
+    fs::rename(root / "draft", source / "doc.txt");
+    ASSERT_TRUE(deliverBatch());
+    EXPECT_EQ(calls, 1);
+    writeFile(root / "draft", "v2");
+    fs::rename(root / "draft", source / "doc.txt");
+    ASSERT_TRUE(deliverBatch());
+    EXPECT_EQ(calls, 2);
+}
+
+TEST_F(InotifyWatcherTest, AChangeOfModeOrOwnerAloneIsNotHeard) {
+    writeFile(source / "f", "data");
+    watcher.startWatching(source);
+    fs::permissions(source / "f", fs::perms::owner_read);
+    EXPECT_TRUE(nothingArrives());
+    EXPECT_EQ(calls, 0);
+}
+
+TEST_F(InotifyWatcherTest, AFolderMadeAfterTheStartIsWatchedWithWhatItHolds) {
+    watcher.startWatching(source);
+    fs::create_directories(source / "new/deeper/deepest");
+    ASSERT_TRUE(deliverBatch());
+    // Let the creations of the inner folders, if they came apart, be delivered too.
+    while (!nothingArrives())
+        queue.advance(FileWatcher::latency);
+    const int afterFolders = calls;
+    EXPECT_GE(afterFolders, 1);
+
+    writeFile(source / "new/deeper/deepest/file", "x");
+    ASSERT_TRUE(deliverBatch());
+    EXPECT_EQ(calls, afterFolders + 1);
+}
+
+TEST_F(InotifyWatcherTest, AFolderMovedInIsWatchedToo) {
+    fs::create_directories(root / "outside/inner");
+    watcher.startWatching(source);
+    fs::rename(root / "outside", source / "moved");
+    ASSERT_TRUE(deliverBatch());
+    EXPECT_EQ(calls, 1);
+    writeFile(source / "moved/inner/file", "x");
+    ASSERT_TRUE(deliverBatch());
+    EXPECT_EQ(calls, 2);
+}
+
+TEST_F(InotifyWatcherTest, FoldersThatEveryProfileLeavesOutAreNotWatched) {
+    fs::create_directories(source / "app/node_modules/lib");
+    fs::create_directories(source / ".git/objects");
+    watcher.startWatching(source);
+    writeFile(source / "app/node_modules/lib/index.js", "x");
+    writeFile(source / ".git/objects/ab", "x");
+    EXPECT_TRUE(nothingArrives());
+    writeFile(source / "app/main.js", "x");
+    ASSERT_TRUE(deliverBatch());
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(InotifyWatcherTest, TheSourceItselfGoingCounts) {
+    watcher.startWatching(source);
+    fs::rename(source, root / "elsewhere");
+    ASSERT_TRUE(deliverBatch());
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(InotifyWatcherTest, StartAndStopAreIdempotentAndAStoppedWatcherIsSilent) {
+    watcher.startWatching(source);
+    watcher.startWatching(root / "another");  // keeps the first
+    EXPECT_TRUE(watcher.isWatching());
+    writeFile(source / "f", "x");
+    ASSERT_TRUE(deliverBatch());
+    EXPECT_EQ(calls, 1);
+
+    writeFile(source / "g", "x");
+    watcher.stopWatching();
+    watcher.stopWatching();
+    EXPECT_FALSE(watcher.isWatching());
+    queue.advance(10);
+    writeFile(source / "h", "x");
+    EXPECT_TRUE(nothingArrives());
+    EXPECT_EQ(calls, 1) << "a batch due after the stop is dropped";
+}
+
+TEST_F(InotifyWatcherTest, AMissingSourceCannotBeWatched) {
+    try {
+        watcher.startWatching(root / "missing");
+        FAIL() << "no error";
+    } catch (const BackupFailure& failure) {
+        EXPECT_EQ(failure.error().kind(), BackupError::Case::watcherFailed);
+        EXPECT_THAT(failure.error().reason(), HasSubstr("No such file or directory"));
+    }
+    EXPECT_FALSE(watcher.isWatching());
+}
+
+TEST(WatchLimitMessage, SaysHowManyFoldersAndHowToRaiseTheLimit) {
+    EXPECT_EQ(watchLimitMessage(12000, 8192),
+              "The source has 12000 folders to watch for changes, more than the 8192 watches "
+              "that this system allows each user (shared by every program). Raise the limit, for "
+              "example with \"echo fs.inotify.max_user_watches=524288 | sudo tee "
+              "/etc/sysctl.d/90-quillstow.conf && sudo sysctl --system\", then start the backup "
+              "again.");
+    EXPECT_THAT(watchLimitMessage(3, std::nullopt),
+                HasSubstr("more than the watches that this system allows each user"));
+}
+
+// In a user namespace of its own a process may lower its own watch limit: the real ENOSPC.
+TEST(WatchLimit, RunningOutOfWatchesFailsTheStartWithWhatToDo) {
+    TemporaryFolder root;
+    for (int i = 0; i < 9; ++i)
+        fs::create_directories(root / "source" / ("folder" + std::to_string(i)));
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::close(pipe[0]);
+        const auto say = [&](const std::string& text) {
+            (void)::write(pipe[1], text.data(), text.size());
+            ::_exit(0);
+        };
+        const uid_t uid = ::geteuid();
+        const gid_t gid = ::getegid();
+        if (::unshare(CLONE_NEWUSER) != 0) say("skip: no user namespace here");
+        std::ofstream("/proc/self/setgroups") << "deny";
+        std::ofstream("/proc/self/uid_map") << "0 " << uid << " 1\n";
+        std::ofstream("/proc/self/gid_map") << "0 " << gid << " 1\n";
+        std::ofstream limit("/proc/sys/user/max_inotify_watches");
+        limit << 5 << std::flush;
+        if (!limit) say("skip: the watch limit can't be lowered here");
+        ManualClock clock;
+        VirtualMainQueue queue(clock);
+        InotifyWatcher watcher(queue);
+        try {
+            watcher.startWatching(root / "source");
+            say("started");
+        } catch (const BackupFailure& failure) {
+            say(failure.error().reason());
+        }
+    }
+    ::close(pipe[1]);
+    std::string answer;
+    char buffer[4096];
+    for (ssize_t n; (n = ::read(pipe[0], buffer, sizeof buffer)) > 0;)
+        answer.append(buffer, std::size_t(n));
+    ::close(pipe[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (answer.starts_with("skip: ")) GTEST_SKIP() << answer.substr(6);
+    EXPECT_THAT(answer, StartsWith("The source has 10 folders to watch for changes"));
+    EXPECT_THAT(answer, HasSubstr("Raise the limit"));
+}
+
+}  // namespace
+}  // namespace quillstow

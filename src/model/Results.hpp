@@ -6,10 +6,12 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "model/BackupProfile.hpp"
+#include "support/Dates.hpp"
 #include "support/Error.hpp"
 #include "support/Json.hpp"
 
@@ -58,6 +60,17 @@ struct OffsiteSyncResult {
     double duration = 0;
     std::vector<FileOperationError> errors;
     bool abortedDueToFolderLoss = false;
+};
+
+// The outcome of one re-read of a sample of a backup against its recorded digests.
+struct IntegrityResult {
+    int verified = 0;
+    std::vector<std::string> corrupted;
+    std::vector<std::string> missing;
+    Date timestamp;
+    int totalTracked = 0;
+    int neverVerified = 0;
+    std::optional<Date> oldestVerifiedAt;
 };
 
 json::Value toJson(const Error& error);

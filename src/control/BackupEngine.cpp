@@ -1,0 +1,615 @@
+#include "control/BackupEngine.hpp"
+
+#include <array>
+
+#include "copy/DeletionArchive.hpp"
+#include "environment/VolumeSpace.hpp"
+#include "model/BookmarkManager.hpp"
+#include "model/Tips.hpp"
+#include "support/Paths.hpp"
+
+namespace quillstow {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* mirrorFolderName = "Quillstow";
+constexpr const char* archiveFolderName = ".Quillstow-Trash";
+
+std::string counted(std::int64_t count, const char* singular, const char* plural) {
+    return std::to_string(count) + " " + (count == 1 ? singular : plural);
+}
+
+double secondsBetween(Date earlier, Date later) {
+    return std::chrono::duration<double>(later - earlier).count();
+}
+
+// Names inside the bundles and packages that older exclusion rules passed over.
+constexpr std::array<std::string_view, 13> packageMarkers{
+    ".app/",          ".rtfd/",       ".framework/",    ".bundle/", ".xcodeproj/",
+    ".xcworkspace/",  ".playground/", ".pkg/",          ".mpkg/",   ".photoslibrary/",
+    ".musiclibrary/", ".tvlibrary/",  ".imovielibrary/"};
+
+}  // namespace
+
+fs::path mirrorRootAt(const fs::path& location) {
+    return paths::lastPathComponent(location) == mirrorFolderName
+               ? location
+               : paths::appending(location, mirrorFolderName);
+}
+
+fs::path pairFolderAt(const fs::path& location, const std::string& name) {
+    return paths::appending(mirrorRootAt(location), sanitizedFolderName(name));
+}
+
+RunPaths runPaths(const BackupPair& pair, const std::optional<fs::path>& source,
+                  const std::optional<fs::path>& destination) {
+    RunPaths paths;
+    paths.chosen = destination.value_or(pair.destinationURL);
+    paths.mirrorRoot = mirrorRootAt(paths.chosen);
+    paths.pairFolder = pairFolderAt(paths.chosen, pair.name);
+    paths.archiveRoot = paths::appending(paths.chosen, archiveFolderName);
+    paths.source = source.value_or(pair.sourceURL);
+    return paths;
+}
+
+BackupError mappedError(const std::exception& error) {
+    if (const auto* backup = dynamic_cast<const BackupFailure*>(&error)) return backup->error();
+    if (const auto* failure = dynamic_cast<const FileOperationFailure*>(&error)) {
+        return BackupError::watcherFailed(failure->error().underlying.description);
+    }
+    return BackupError::watcherFailed(error.what());
+}
+
+std::shared_ptr<BackupEngine> BackupEngine::make(const Uuid& pairId,
+                                                 const BackupServices& services) {
+    return std::shared_ptr<BackupEngine>(new BackupEngine(pairId, services));
+}
+
+BackupEngine::BackupEngine(const Uuid& pairId, const BackupServices& services)
+    : pairId_(pairId),
+      services_(services),
+      fileCopier_(services.fileSystem, services.editors, services.wallClock, services.clock,
+                  services.activityGate),
+      debouncer_(services.mainQueue, services.clock) {}
+
+BackupEngine::~BackupEngine() {
+    backupTask_.cancel();
+}
+
+Subscription BackupEngine::observeStatus(Observers<BackupStatus>::Observer observer) {
+    return statusObservers_.subscribe(std::move(observer));
+}
+
+Subscription BackupEngine::observeDestinationFreeSpace(
+    Observers<std::optional<std::int64_t>>::Observer observer) {
+    return freeSpaceObservers_.subscribe(std::move(observer));
+}
+
+void BackupEngine::setStatus(const BackupStatus& status) {
+    // An equal value wakes nobody.
+    if (status == status_) return;
+    status_ = status;
+    statusObservers_.notify(status_);
+}
+
+BackupEngine::Resolved BackupEngine::resolved() const {
+    std::lock_guard lock(resolvedMutex_);
+    return resolved_;
+}
+
+RunPaths BackupEngine::pathsFor(const BackupPair& pair) const {
+    const Resolved folders = resolved();
+    return runPaths(pair, folders.source, folders.destination);
+}
+
+void BackupEngine::resolveBookmarks(const BackupPair& pair) {
+    std::optional<BackupPair> refreshed;
+    if (pair.sourceBookmark) {
+        const auto source =
+            BookmarkManager::resolveBookmark(*pair.sourceBookmark, pair.sourceURL, true);
+        {
+            std::lock_guard lock(resolvedMutex_);
+            resolved_.source = source.url;
+        }
+        if (source.newBytes) {
+            refreshed = pair;
+            refreshed->sourceBookmark = source.newBytes;
+        }
+    }
+    if (pair.destinationBookmark) {
+        // A failure here leaves the source's results in place.
+        try {
+            const auto destination = BookmarkManager::resolveBookmark(*pair.destinationBookmark,
+                                                                      pair.destinationURL, false);
+            {
+                std::lock_guard lock(resolvedMutex_);
+                resolved_.destination = destination.url;
+            }
+            if (destination.newBytes) {
+                if (!refreshed) refreshed = pair;
+                refreshed->destinationBookmark = destination.newBytes;
+            }
+        } catch (...) {
+            if (refreshed) postPairUpdate(*refreshed);
+            throw;
+        }
+    }
+    if (refreshed) postPairUpdate(*refreshed);
+}
+
+void BackupEngine::start(const BackupPair& pair) {
+    startedPair_ = pair;
+    if (!pair.isEnabled) {
+        setStatus(BackupStatus::paused());
+        return;
+    }
+    if (!services_.reachability.isDestinationReachable(pathsFor(pair).chosen)) {
+        setStatus(BackupStatus::destinationUnreachable());
+        return;
+    }
+    try {
+        resolveBookmarks(pair);
+    } catch (const std::exception& error) {
+        setStatus(BackupStatus::error(mappedError(error)));
+        return;
+    }
+
+    std::unique_ptr<FileWatcher> watcher = services_.makeFileWatcher();
+    std::weak_ptr<BackupEngine> weak = weak_from_this();
+    watcher->onEventsDetected = [weak] {
+        if (const auto self = weak.lock()) self->handleChange();
+    };
+    const fs::path source = pathsFor(pair).source;
+    try {
+        watcher->startWatching(source);
+    } catch (const BackupFailure& failure) {
+        log_.error("Couldn't watch %{private}s for changes: %{public}s", source.native(),
+                   failure.error().reason());
+        setStatus(BackupStatus::error(failure.error()));
+        return;
+    }
+    fileWatcher_ = std::move(watcher);
+    triggerBackup(pair);
+}
+
+void BackupEngine::handleChange() {
+    // The newest settings of the pair count.
+    BackupPair pair = *startedPair_;
+    if (const auto store = configStore_.lock()) {
+        for (const auto& candidate : store->pairs()) {
+            if (candidate.id == pairId_) pair = candidate;
+        }
+    }
+    std::weak_ptr<BackupEngine> weak = weak_from_this();
+    debouncer_.schedule([weak, pair] {
+        if (const auto self = weak.lock()) self->triggerBackup(pair);
+    });
+}
+
+void BackupEngine::stop() {
+    debouncer_.cancel();
+    backupTask_.cancel();
+    backupTask_ = {};
+    ++generation_;
+    if (backupQueue_) backupQueue_->cancel(pairId_);
+    if (fileWatcher_) fileWatcher_->stopWatching();
+    fileWatcher_.reset();
+    {
+        std::lock_guard lock(resolvedMutex_);
+        resolved_ = {};
+    }
+    switch (status_.kind()) {
+        case BackupStatus::Case::syncing:
+        case BackupStatus::Case::scanning:
+        case BackupStatus::Case::queued:
+            setStatus(BackupStatus::idle());
+            break;
+        default:
+            break;
+    }
+}
+
+void BackupEngine::triggerBackup(const BackupPair& pair) {
+    const TaskHandle previous = backupTask_;
+    previous.cancel();
+    std::weak_ptr<BackupEngine> weak = weak_from_this();
+    const std::uint64_t generation = generation_;
+    MainQueue& mainQueue = services_.mainQueue;
+    backupTask_ =
+        services_.tasks.start([weak, previous, pair, generation, &mainQueue](std::stop_token stop) {
+            // Two runs of one pair never overlap.
+            previous.wait();
+            auto self = weak.lock();
+            if (!self) return;
+            self->runTrigger(pair, generation, stop);
+            // The engine is let go on the main thread, where it lives.
+            mainQueue.post([self = std::move(self)] {});
+        });
+}
+
+void BackupEngine::runTrigger(const BackupPair& pair, std::uint64_t generation,
+                              std::stop_token stop) {
+    if (!services_.reachability.isDestinationReachable(pathsFor(pair).chosen)) {
+        postStatus(BackupStatus::destinationUnreachable(), generation);
+        return;
+    }
+    const Resolved folders = resolved();
+    if (!folders.source || !folders.destination) {
+        try {
+            resolveBookmarks(pair);
+        } catch (const std::exception& error) {
+            postStatus(BackupStatus::error(mappedError(error)), generation);
+            return;
+        }
+    }
+    postStatus(BackupStatus::queued(), generation);
+    if (!backupQueue_) {
+        runBackup(pair, generation, stop);
+        return;
+    }
+    const auto outcome = backupQueue_->enqueue(
+        pairId_,
+        [this, pair, generation](std::stop_token job) { runBackup(pair, generation, job); });
+    handleOutcome(outcome, pair);
+}
+
+void BackupEngine::handleOutcome(BackupQueue::JobOutcome outcome, const BackupPair& pair) {
+    if (outcome != BackupQueue::JobOutcome::timedOut) return;
+    const BackupError error = BackupError::timedOut();
+    // The limit is reported whatever the pair did since.
+    postStatus(BackupStatus::error(error), generation_);
+    postEvent(BackupEvent::EventType::error, error.errorDescription());
+    const std::string message = error.errorDescription();
+    postNotification([name = pair.name, message](Notifier& notifier) {
+        notifier.notifyError(name, message.empty() ? "Backup timed out." : message);
+    });
+}
+
+bool BackupEngine::hasEnoughSpace(const BackupPair& pair, const RunPaths& paths,
+                                  const ExclusionFilter& filter, std::uint64_t generation) {
+    const auto available = volumes::availableCapacity(paths.chosen);
+    if (!available) return true;
+    std::optional<BackupError> shortage;
+    const auto sourceVolume = volumes::volumeIdentifier(paths.source);
+    const auto destinationVolume = volumes::volumeIdentifier(paths.chosen);
+    if (!sourceVolume || !destinationVolume || *sourceVolume != *destinationVolume) {
+        const std::int64_t estimate =
+            fileCopier_.estimateBytesToCopy(paths.source, paths.pairFolder, filter);
+        if (estimate >= 1 && *available < estimate + estimateHeadroom) {
+            shortage = BackupError::diskSpaceLow(*available, estimate + estimateHeadroom);
+        }
+    }
+    if (!shortage && *available < minimumFreeSpace) {
+        shortage = BackupError::diskSpaceLow(*available, minimumFreeSpace);
+    }
+    if (!shortage) return true;
+    postStatus(BackupStatus::error(*shortage), generation);
+    postEvent(BackupEvent::EventType::error, shortage->errorDescription());
+    postNotification([name = pair.name, space = *available](Notifier& notifier) {
+        notifier.notifyLowDisk(name, space);
+    });
+    return false;
+}
+
+void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
+                             std::stop_token stop) {
+    if (stop.stop_requested()) {
+        postStatus(BackupStatus::idle(), generation);
+        return;
+    }
+    if (const auto reason = powerPauseReason(services_.power)) {
+        postStatus(BackupStatus::paused(), generation);
+        postEvent(BackupEvent::EventType::error, *reason);
+        return;
+    }
+    postStatus(BackupStatus::scanning(), generation);
+
+    const RunPaths paths = pathsFor(pair);
+    const ExclusionFilter filter = filterForPair(pair);
+    if (!hasEnoughSpace(pair, paths, filter, generation)) return;
+
+    fileCopier_.removeStaleTemporaries(paths.pairFolder);
+    lastProgressTickTime_ = 0;
+    BackupResult result;
+    try {
+        result = fileCopier_.scanAndCopy(
+            paths.source, paths.pairFolder, paths.archiveRoot, filter,
+            [this, generation](double progress, const std::string& file) {
+                onProgress(progress, file, generation);
+            },
+            stop);
+    } catch (const std::exception& error) {
+        postStatus(BackupStatus::error(mappedError(error)), generation);
+        const auto* failure = dynamic_cast<const FileOperationFailure*>(&error);
+        const std::string description = failure ? failure->error().underlying.description : "";
+        postEvent(BackupEvent::EventType::error,
+                  description.empty() ? "An unexpected error occurred." : description);
+        return;
+    }
+    if (stop.stop_requested()) {
+        // A time limit or a stop: nothing is recorded, and the outcome tells the rest.
+        postStatus(BackupStatus::idle(), generation);
+        return;
+    }
+    followUp(pair, paths, result, generation, stop);
+}
+
+void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths,
+                            const BackupResult& result, std::uint64_t generation,
+                            std::stop_token stop) {
+    BackupPair updated = pair;
+    updated.lastBackupAt = services_.wallClock.now();
+    updated.lastBackupFileCount = result.copiedFiles;
+    updated.lastBackupByteCount = result.bytesTransferred;
+    postPairUpdate(updated);
+
+    if (const auto space = volumes::availableCapacity(paths.chosen)) {
+        std::weak_ptr<BackupEngine> weak = weak_from_this();
+        services_.mainQueue.post([weak, space] {
+            const auto self = weak.lock();
+            if (!self || self->destinationFreeSpace_ == space) return;
+            self->destinationFreeSpace_ = space;
+            self->freeSpaceObservers_.notify(space);
+        });
+    }
+
+    const int errorCount = int(result.errors.size());
+    std::optional<std::string> passMessage;
+    if (result.abortedDueToVolumeLoss) {
+        passMessage =
+            "Backup aborted — a volume disconnected mid-backup. Your existing backups are safe.";
+    } else if (errorCount > 0) {
+        passMessage = counted(errorCount, "file", "files") + " couldn't be copied.";
+    }
+    postEvent(errorCount > 0 ? BackupEvent::EventType::error : BackupEvent::EventType::backup,
+              passMessage, result.copiedFiles, result.bytesTransferred, result.duration);
+
+    BackupStatus toShow = BackupStatus::idle();
+    if (result.abortedDueToVolumeLoss) {
+        toShow = BackupStatus::error(BackupError::partialFailure(0, result.copiedFiles));
+        postNotification([name = pair.name](Notifier& notifier) {
+            notifier.notifyError(
+                name,
+                "Backup aborted — a drive disconnected. Your backups are safe; will retry "
+                "later.");
+        });
+    } else {
+        if (!result.copiedRelativePaths.empty()) {
+            if (services_.integrity) {
+                services_.integrity->recordHashes(result.copiedRelativePaths, paths.pairFolder);
+            }
+            logCatchUp(pair, result);
+        }
+        if (!pair.didSuggestProfile && result.recommendedProfile != BackupProfile::standard) {
+            suggestProfile(pair, result);
+        }
+        for (const auto& [editor, count] : result.filesDeferredByEditor) {
+            if (count < 1) continue;
+            postEvent(BackupEvent::EventType::backup, "Skipped " + counted(count, "file", "files") +
+                                                          " currently being edited in " + editor +
+                                                          " — they'll back up after you close it.");
+        }
+        // The folder icon of the platform this was first written for has no counterpart here.
+        if (services_.integrity) services_.integrity->pruneStaleEntries(paths.pairFolder);
+        checkSample(pair, paths, stop);
+
+        if (!result.copiedRelativePaths.empty()) {
+            const auto failed = fileCopier_.differingSizes(paths.source, paths.pairFolder,
+                                                           result.copiedRelativePaths);
+            if (!failed.empty()) {
+                const std::string message = counted(std::int64_t(failed.size()), "file", "files") +
+                                            " failed verification after copying.";
+                postEvent(BackupEvent::EventType::verificationFailed, message);
+                postNotification([name = pair.name, message](Notifier& notifier) {
+                    notifier.notifyError(name, message);
+                });
+            }
+        }
+
+        if (errorCount > 0) {
+            const int total = result.copiedFiles + errorCount;
+            toShow = BackupStatus::error(BackupError::partialFailure(errorCount, total));
+            postNotification([name = pair.name, errorCount, total](Notifier& notifier) {
+                notifier.notifyError(name, std::to_string(errorCount) + " of " +
+                                               std::to_string(total) +
+                                               " files couldn't be backed up.");
+            });
+        } else {
+            toShow = BackupStatus::completed(result.copiedFiles, result.duration);
+            const bool wasThrottled = services_.activityGate.isThrottling();
+            const auto tip = nextTip(services_.defaults, result.copiedFiles,
+                                     result.bytesTransferred > largeCopyBytes, true, wasThrottled);
+            std::optional<std::string> message;
+            if (tip) message = completionMessage(result.copiedFiles, tip);
+            postNotification(
+                [name = pair.name, count = result.copiedFiles, message](Notifier& notifier) {
+                    notifier.notifyBackupComplete(name, count, message);
+                });
+        }
+    }
+    postStatus(toShow, generation);
+
+    if (const auto size = trashSize(paths.archiveRoot); size && *size >= trashReminderThreshold) {
+        postNotification(
+            [size = *size](Notifier& notifier) { notifier.notifyTrashReminder(size); });
+    }
+    if (!result.abortedDueToVolumeLoss && errorCount == 0) {
+        runOffsiteIfDue(updated, paths, generation, stop);
+    }
+
+    services_.sleeper.sleep(settleDelay, stop);
+    if (stop.stop_requested()) return;
+    std::weak_ptr<BackupEngine> weak = weak_from_this();
+    services_.mainQueue.post([weak, generation] {
+        const auto self = weak.lock();
+        if (!self || self->generation_ != generation) return;
+        const auto kind = self->status_.kind();
+        if (kind == BackupStatus::Case::completed || kind == BackupStatus::Case::error) {
+            self->setStatus(BackupStatus::idle());
+        }
+    });
+}
+
+void BackupEngine::logCatchUp(const BackupPair& pair, const BackupResult& result) {
+    const std::string key = packageUpgradeKey(pair.id);
+    if (services_.defaults.boolean(key)) return;
+    int count = 0;
+    for (const auto& path : result.copiedRelativePaths) {
+        for (const auto marker : packageMarkers) {
+            if (path.find(marker) != std::string::npos) {
+                ++count;
+                break;
+            }
+        }
+    }
+    // Below the threshold nothing is stored, so the next pass counts afresh.
+    if (count < catchUpThreshold) return;
+    postEvent(BackupEvent::EventType::backup,
+              "Found app bundles and document packages that weren't backed up before — catching "
+              "up now. This is a one-time boost and will only happen once.");
+    services_.defaults.setBoolean(key, true);
+}
+
+void BackupEngine::suggestProfile(const BackupPair& pair, const BackupResult& result) {
+    BackupPair suggested = pair;
+    suggested.didSuggestProfile = true;
+    std::weak_ptr<ConfigStore> store = configStore_;
+    NotificationCenter& center = services_.notificationCenter;
+    const NotificationInfo info{
+        {"pairId", pair.id},
+        {"pairName", pair.name},
+        {"recommendedProfile",
+         std::string(coding::nameOf(backupProfileNames, result.recommendedProfile))},
+        {"approximateBytes", result.approximateSourceBytes},
+    };
+    services_.mainQueue.post([store, suggested, &center, info] {
+        if (const auto held = store.lock()) held->updatePair(suggested);
+        center.post(profileSuggestedNotification, info);
+    });
+}
+
+void BackupEngine::checkSample(const BackupPair& pair, const RunPaths& paths,
+                               std::stop_token stop) {
+    IntegrityStage* integrity = services_.integrity;
+    if (!integrity) return;
+    const Date now = services_.wallClock.now();
+    const auto last = integrity->lastCheckDate(paths.pairFolder);
+    if (last && secondsBetween(*last, now) <= integrityPeriod) return;
+
+    const IntegrityResult checked = integrity->verifySample(paths.pairFolder, stop);
+    integrity->writeLastCheck(paths.pairFolder);
+    if (!checked.corrupted.empty()) {
+        const auto n = std::int64_t(checked.corrupted.size());
+        const std::string message =
+            n == 1 ? "1 file on the backup drive may have been damaged. It's worth copying it "
+                     "again."
+                   : std::to_string(n) +
+                         " files on the backup drive may have been damaged. It's worth copying "
+                         "them again.";
+        postEvent(BackupEvent::EventType::verificationFailed, message);
+        postNotification([name = pair.name, message](Notifier& notifier) {
+            notifier.notifyError(name, message);
+        });
+    } else if (checked.verified >= 1) {
+        postEvent(BackupEvent::EventType::integrityChecked,
+                  integrity->coverageDescription(checked, services_.wallClock.now()));
+    }
+}
+
+void BackupEngine::runOffsiteIfDue(const BackupPair& pair, const RunPaths& paths,
+                                   std::uint64_t generation, std::stop_token stop) {
+    OffsiteStage* offsite = services_.offsite;
+    if (!offsite || !pair.offsiteURL) return;
+    const fs::path target = pairFolderAt(*pair.offsiteURL, pair.name);
+    if (pair.lastOffsiteAt &&
+        secondsBetween(*pair.lastOffsiteAt, services_.wallClock.now()) < offsitePeriod) {
+        return;
+    }
+    if (pair.offsiteBookmark) {
+        // Access only: the target stays the one formed from the stored folder.
+        try {
+            (void)BookmarkManager::resolveBookmark(*pair.offsiteBookmark, *pair.offsiteURL, false);
+        } catch (const BackupFailure&) {
+            postEvent(BackupEvent::EventType::error,
+                      "Couldn't access the offsite folder. Re-select it from Settings to fix.");
+            return;
+        }
+    }
+    postStatus(BackupStatus::syncing(0, "Offsite copy starting…"), generation);
+    lastProgressTickTime_ = 0;
+    const OffsiteSyncResult result = offsite->sync(
+        paths.pairFolder, target, filterForPair(pair),
+        [this, generation](double progress, const std::string& name) {
+            onProgress(progress, "Offsite: " + name, generation);
+        },
+        stop);
+
+    BackupPair updated = pair;
+    updated.lastOffsiteAt = services_.wallClock.now();
+    updated.lastOffsiteFileCount = result.copiedFiles;
+    postPairUpdate(updated);
+    if (result.abortedDueToFolderLoss) {
+        postEvent(BackupEvent::EventType::error,
+                  "Offsite copy paused — the cloud folder became unavailable. Will retry next "
+                  "week.");
+    } else if (!result.errors.empty()) {
+        postEvent(
+            BackupEvent::EventType::error,
+            "Offsite copy completed with " + std::to_string(result.errors.size()) + " error(s).");
+    } else if (result.copiedFiles > 0) {
+        postEvent(BackupEvent::EventType::backup, "Offsite copy updated — " +
+                                                      counted(result.copiedFiles, "file", "files") +
+                                                      " synced to your cloud folder.");
+    }
+}
+
+void BackupEngine::onProgress(double progress, const std::string& currentFile,
+                              std::uint64_t generation) {
+    const double now = services_.clock.now();
+    if (now - lastProgressTickTime_ < progressThrottle) return;
+    lastProgressTickTime_ = now;
+    postStatus(BackupStatus::syncing(progress, currentFile), generation);
+}
+
+void BackupEngine::postStatus(BackupStatus status, std::uint64_t generation) {
+    std::weak_ptr<BackupEngine> weak = weak_from_this();
+    services_.mainQueue.post([weak, status = std::move(status), generation] {
+        const auto self = weak.lock();
+        if (self && self->generation_ == generation) self->setStatus(status);
+    });
+}
+
+void BackupEngine::postEvent(BackupEvent::EventType type, std::optional<std::string> message,
+                             std::int64_t filesAffected, std::int64_t bytes, double duration) {
+    BackupEvent event;
+    event.id = Uuid::random();
+    event.pairId = pairId_;
+    event.timestamp = services_.wallClock.now();
+    event.type = type;
+    event.filesAffected = filesAffected;
+    event.bytesTransferred = bytes;
+    event.duration = duration;
+    event.message = std::move(message);
+    std::weak_ptr<ConfigStore> store = configStore_;
+    services_.mainQueue.post([store, event = std::move(event)] {
+        if (const auto held = store.lock()) held->addEvent(event);
+    });
+}
+
+void BackupEngine::postPairUpdate(BackupPair pair) {
+    std::weak_ptr<ConfigStore> store = configStore_;
+    services_.mainQueue.post([store, pair = std::move(pair)] {
+        if (const auto held = store.lock()) held->updatePair(pair);
+    });
+}
+
+void BackupEngine::postNotification(std::function<void(Notifier&)> notify) {
+    std::weak_ptr<Notifier> notifier = notifier_;
+    services_.mainQueue.post([notifier, notify = std::move(notify)] {
+        if (const auto held = notifier.lock()) notify(*held);
+    });
+}
+
+}  // namespace quillstow

@@ -1,0 +1,42 @@
+#pragma once
+
+// Everything the engines of a program share: the main queue and the clocks, the task runner,
+// the file operations, the readings of the machine, and the stages that live beside the
+// engines. Made once by the program (or a test) and outliving every engine.
+
+#include "control/EngineStages.hpp"
+#include "copy/FileSystem.hpp"
+#include "copy/FileWatcher.hpp"
+#include "copy/RunningEditors.hpp"
+#include "environment/Gates.hpp"
+#include "support/Clock.hpp"
+#include "support/MainQueue.hpp"
+#include "support/NotificationCenter.hpp"
+#include "support/Sleeper.hpp"
+#include "support/Tasks.hpp"
+#include "support/UserDefaults.hpp"
+
+namespace quillstow {
+
+struct BackupServices {
+    MainQueue& mainQueue;
+    const WallClock& wallClock;
+    // Monotonic: the progress throttle, the durations and the debouncer's signals.
+    const Clock& clock;
+    // The wait between a finished pass and the return to idle.
+    const Sleeper& sleeper;
+    TaskRunner& tasks;
+    FileSystem& fileSystem;
+    const RunningEditors& editors;
+    const ActivityGate& activityGate;
+    const PowerReadings& power;
+    UserDefaults& defaults;
+    NotificationCenter& notificationCenter;
+    const Reachability& reachability;
+    FileWatcherFactory makeFileWatcher;
+    // Absent stages are left out of a run.
+    IntegrityStage* integrity = nullptr;
+    OffsiteStage* offsite = nullptr;
+};
+
+}  // namespace quillstow

@@ -1,0 +1,280 @@
+#include "control/StatusManager.hpp"
+
+#include "model/BookmarkManager.hpp"
+#include "support/Paths.hpp"
+
+namespace quillstow {
+
+namespace fs = std::filesystem;
+
+bool liesOnVolume(const fs::path& url, const fs::path& volume) {
+    return paths::isWithin(paths::standardized(url), paths::standardized(volume));
+}
+
+StatusManager::StatusManager(std::shared_ptr<ConfigStore> configStore,
+                             const BackupServices& services, Scheduler& watchdogs,
+                             std::shared_ptr<Notifier> notifier)
+    : configStore_(std::move(configStore)),
+      services_(services),
+      backupQueue_(std::make_shared<BackupQueue>(watchdogs, services.tasks)),
+      notifier_(notifier ? std::move(notifier) : std::make_shared<Notifier>()) {
+    setCurrentBandwidthMode(configStore_->appConfig().bandwidthMode);
+    for (const auto& pair : configStore_->pairs())
+        createEngine(pair);
+    rescheduleTimer();
+    powerPollTimer_ = std::make_unique<RepeatingTimer>(services_.mainQueue, powerPollInterval,
+                                                       [this] { powerPollTick(); });
+}
+
+StatusManager::~StatusManager() {
+    if (scheduledTimer_) scheduledTimer_->invalidate();
+    if (powerPollTimer_) powerPollTimer_->invalidate();
+    stopAll();
+}
+
+Subscription StatusManager::observeEngines(Observers<Engines>::Observer observer) {
+    return enginesObservers_.subscribe(std::move(observer));
+}
+
+std::optional<BackupPair> StatusManager::findPair(const Uuid& id) const {
+    for (const auto& pair : configStore_->pairs()) {
+        if (pair.id == id) return pair;
+    }
+    return std::nullopt;
+}
+
+std::shared_ptr<BackupEngine> StatusManager::makeEngine(const Uuid& id) {
+    auto engine = BackupEngine::make(id, services_);
+    engine->setConfigStore(configStore_);
+    engine->setBackupQueue(backupQueue_);
+    engine->setNotifier(notifier_);
+    return engine;
+}
+
+void StatusManager::createEngine(const BackupPair& pair) {
+    if (const auto existing = engines_.find(pair.id); existing != engines_.end()) {
+        existing->second->stop();
+    }
+    auto engine = makeEngine(pair.id);
+    engines_[pair.id] = engine;
+    enginesObservers_.notify(engines_);
+    engine->start(pair);
+}
+
+void StatusManager::addPair(const BackupPair& pair) {
+    configStore_->addPair(pair);
+    createEngine(pair);
+}
+
+void StatusManager::removePair(const Uuid& id) {
+    if (const auto found = engines_.find(id); found != engines_.end()) {
+        found->second->stop();
+        engines_.erase(found);
+        enginesObservers_.notify(engines_);
+    }
+    configStore_->removePair(id);
+}
+
+void StatusManager::relinkPair(const Uuid& id, const fs::path& newDestinationURL) {
+    auto pair = findPair(id);
+    if (!pair) return;
+    if (const auto found = engines_.find(id); found != engines_.end()) {
+        found->second->stop();
+        engines_.erase(found);
+    }
+    pair->destinationURL = newDestinationURL;
+    try {
+        pair->destinationBookmark = BookmarkManager::bookmarkData(newDestinationURL, false);
+    } catch (const Failure& failure) {
+        bookmarkLog_.error("Could not create destination bookmark for relink: %{public}s",
+                           failure.error().description);
+        auto engine = makeEngine(id);
+        engine->setStatus(
+            BackupStatus::error(BackupError::bookmarkAccessDenied(newDestinationURL)));
+        engines_[id] = engine;
+        enginesObservers_.notify(engines_);
+        configStore_->updatePair(*pair);
+        return;
+    }
+    pair->isEnabled = true;
+    configStore_->updatePair(*pair);
+    createEngine(*pair);
+}
+
+void StatusManager::backupAllNow() {
+    for (const auto& [id, engine] : engines_) {
+        if (const auto pair = findPair(id)) {
+            engine->cancelPendingChange();
+            engine->triggerBackup(*pair);
+        }
+    }
+}
+
+void StatusManager::backupPairNow(const Uuid& id) {
+    const auto found = engines_.find(id);
+    const auto pair = findPair(id);
+    if (found == engines_.end() || !pair) return;
+    found->second->cancelPendingChange();
+    found->second->triggerBackup(*pair);
+}
+
+void StatusManager::togglePausePair(const Uuid& id) {
+    const auto found = engines_.find(id);
+    auto pair = findPair(id);
+    if (found == engines_.end() || !pair) return;
+    BackupEngine& engine = *found->second;
+    if (engine.status().kind() == BackupStatus::Case::paused) {
+        pair->isEnabled = true;
+        configStore_->updatePair(*pair);
+        engine.start(*pair);
+    } else {
+        engine.stop();
+        engine.setStatus(BackupStatus::paused());
+        pair->isEnabled = false;
+        configStore_->updatePair(*pair);
+    }
+}
+
+void StatusManager::pauseAll() {
+    for (const auto& [id, engine] : engines_) {
+        engine->stop();
+        engine->setStatus(BackupStatus::paused());
+    }
+}
+
+void StatusManager::resumeAll() {
+    for (const auto& [id, engine] : engines_) {
+        if (const auto pair = findPair(id); pair && pair->isEnabled) engine->start(*pair);
+    }
+}
+
+void StatusManager::rescheduleTimer() {
+    setCurrentBandwidthMode(configStore_->appConfig().bandwidthMode);
+    if (scheduledTimer_) scheduledTimer_->invalidate();
+    scheduledTimer_.reset();
+    const auto seconds = timerSeconds(configStore_->appConfig().backupInterval);
+    if (!seconds) return;
+    // A tick doesn't ask whether a pair is paused: the trigger has no test of isEnabled.
+    scheduledTimer_ =
+        std::make_unique<RepeatingTimer>(services_.mainQueue, *seconds, [this] { backupAllNow(); });
+}
+
+void StatusManager::stopAll() {
+    for (const auto& [id, engine] : engines_)
+        engine->stop();
+    engines_.clear();
+    enginesObservers_.notify(engines_);
+}
+
+void StatusManager::powerPollTick() {
+    if (powerPauseReason(services_.power)) return;
+    for (const auto& [id, engine] : engines_) {
+        if (engine->status().kind() != BackupStatus::Case::paused) continue;
+        // A pair the user paused is disabled and stays as it is.
+        if (const auto pair = findPair(id); pair && pair->isEnabled) {
+            engine->cancelPendingChange();
+            engine->triggerBackup(*pair);
+        }
+    }
+}
+
+BackupStatus StatusManager::overallStatus() const {
+    using Case = BackupStatus::Case;
+    if (engines_.empty()) return BackupStatus::idle();
+    const auto any = [&](Case kind) {
+        for (const auto& [id, engine] : engines_) {
+            if (engine->status().kind() == kind) return true;
+        }
+        return false;
+    };
+    for (const auto& [id, engine] : engines_) {
+        if (engine->status().kind() == Case::error) return engine->status();
+    }
+    if (any(Case::destinationUnreachable)) return BackupStatus::destinationUnreachable();
+    const BackupStatus* furthest = nullptr;
+    for (const auto& [id, engine] : engines_) {
+        const BackupStatus& status = engine->status();
+        if (status.kind() == Case::syncing &&
+            (!furthest || status.progress() > furthest->progress())) {
+            furthest = &status;
+        }
+    }
+    if (furthest) return *furthest;
+    if (any(Case::scanning)) return BackupStatus::scanning();
+    if (any(Case::queued)) return BackupStatus::queued();
+    const BackupStatus* largest = nullptr;
+    for (const auto& [id, engine] : engines_) {
+        const BackupStatus& status = engine->status();
+        if (status.kind() == Case::completed &&
+            (!largest || status.fileCount() > largest->fileCount())) {
+            largest = &status;
+        }
+    }
+    if (largest) return *largest;
+    if (any(Case::paused)) return BackupStatus::paused();
+    return BackupStatus::idle();
+}
+
+std::string StatusManager::statusText() const {
+    using Case = BackupStatus::Case;
+    if (engines_.empty()) return "No backup pairs configured";
+    int attention = 0;
+    int active = 0;
+    for (const auto& [id, engine] : engines_) {
+        const Case kind = engine->status().kind();
+        attention += kind == Case::error || kind == Case::destinationUnreachable;
+        active += kind == Case::syncing || kind == Case::scanning || kind == Case::queued;
+    }
+    if (attention >= 1) {
+        return std::to_string(attention) + " of " + std::to_string(engines_.size()) +
+               " pair(s) need attention";
+    }
+    if (active >= 1) return "Backup in progress…";
+    return overallStatus().displayText();
+}
+
+void StatusManager::addVolumeEvent(const Uuid& pairId, BackupEvent::EventType type) {
+    BackupEvent event;
+    event.id = Uuid::random();
+    event.pairId = pairId;
+    event.timestamp = services_.wallClock.now();
+    event.type = type;
+    configStore_->addEvent(event);
+}
+
+void StatusManager::restoreAfterMount(BackupEngine& engine, const BackupPair& pair) {
+    if (engine.status().kind() != BackupStatus::Case::destinationUnreachable) return;
+    addVolumeEvent(pair.id, BackupEvent::EventType::volumeRestored);
+    try {
+        engine.resolveBookmarks(pair);
+    } catch (const std::exception&) {
+        // The trigger that follows reports it through the status.
+    }
+    engine.triggerBackup(pair);
+}
+
+void StatusManager::onVolumeDidMount(const fs::path& volume) {
+    for (const auto& [id, engine] : engines_) {
+        const auto pair = findPair(id);
+        if (pair && liesOnVolume(pair->destinationURL, volume)) restoreAfterMount(*engine, *pair);
+    }
+}
+
+void StatusManager::onVolumeDidUnmount(const fs::path& volume) {
+    for (const auto& [id, engine] : engines_) {
+        const auto pair = findPair(id);
+        if (!pair || !liesOnVolume(pair->destinationURL, volume)) continue;
+        engine->stop();
+        engine->setStatus(BackupStatus::destinationUnreachable());
+        addVolumeEvent(id, BackupEvent::EventType::volumeLost);
+        notifier_->notifyVolumeLost(pair->name);
+    }
+}
+
+void StatusManager::handleDestinationReconnected(const Uuid& pairId, const BackupPair& pair) {
+    if (const auto found = engines_.find(pairId); found != engines_.end()) {
+        restoreAfterMount(*found->second, pair);
+    }
+}
+
+}  // namespace quillstow

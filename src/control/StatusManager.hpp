@@ -1,0 +1,86 @@
+#pragma once
+
+// The top of the control layer: one engine per pair, the one queue, the scheduled backups and
+// the poll that resumes what the power gate paused. The user interface starts, stops, adds,
+// removes and relinks pairs through it alone, and reads from it the one status and the one
+// line that stand for all pairs.
+//
+// Main thread only. Copying is deleted.
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "control/BackupEngine.hpp"
+#include "control/BackupQueue.hpp"
+#include "control/BackupServices.hpp"
+#include "model/ConfigStore.hpp"
+#include "support/RepeatingTimer.hpp"
+
+namespace quillstow {
+
+class StatusManager {
+  public:
+    using Engines = std::map<Uuid, std::shared_ptr<BackupEngine>>;
+
+    // Starts an engine for every pair, the scheduled timer and the power poll. `watchdogs`
+    // times the queue's limit on a job; `notifier` tells the user.
+    StatusManager(std::shared_ptr<ConfigStore> configStore, const BackupServices& services,
+                  Scheduler& watchdogs, std::shared_ptr<Notifier> notifier = nullptr);
+    StatusManager(const StatusManager&) = delete;
+    StatusManager& operator=(const StatusManager&) = delete;
+    // Ends the timers and every engine.
+    ~StatusManager();
+
+    void addPair(const BackupPair& pair);
+    void removePair(const Uuid& id);
+    // Points the pair at a new destination and starts it afresh there.
+    void relinkPair(const Uuid& id, const std::filesystem::path& newDestinationURL);
+    void backupAllNow();
+    void backupPairNow(const Uuid& id);
+    void togglePausePair(const Uuid& id);
+    // Stops every engine and shows it paused, leaving the pairs enabled: the next power poll
+    // resumes them.
+    void pauseAll();
+    void resumeAll();
+    // Applies the bandwidth mode and the backup interval of the settings.
+    void rescheduleTimer();
+    void stopAll();
+
+    BackupStatus overallStatus() const;
+    std::string statusText() const;
+
+    // A volume came or went at this mount point.
+    void onVolumeDidMount(const std::filesystem::path& volume);
+    void onVolumeDidUnmount(const std::filesystem::path& volume);
+    void handleDestinationReconnected(const Uuid& pairId, const BackupPair& pair);
+
+    const Engines& engines() const { return engines_; }
+    [[nodiscard]] Subscription observeEngines(Observers<Engines>::Observer observer);
+    ConfigStore& configStore() const { return *configStore_; }
+    const std::shared_ptr<BackupQueue>& backupQueue() const { return backupQueue_; }
+
+  private:
+    std::optional<BackupPair> findPair(const Uuid& id) const;
+    void createEngine(const BackupPair& pair);
+    std::shared_ptr<BackupEngine> makeEngine(const Uuid& id);
+    void powerPollTick();
+    void restoreAfterMount(BackupEngine& engine, const BackupPair& pair);
+    void addVolumeEvent(const Uuid& pairId, BackupEvent::EventType type);
+
+    const std::shared_ptr<ConfigStore> configStore_;
+    const BackupServices& services_;
+    const std::shared_ptr<BackupQueue> backupQueue_;
+    const std::shared_ptr<Notifier> notifier_;
+    Engines engines_;
+    Observers<Engines> enginesObservers_;
+    std::unique_ptr<RepeatingTimer> scheduledTimer_;
+    std::unique_ptr<RepeatingTimer> powerPollTimer_;
+    const Logger bookmarkLog_{"Bookmark"};
+};
+
+// Whether a URL lies on the volume mounted at `volume`: the same path, or one below it.
+bool liesOnVolume(const std::filesystem::path& url, const std::filesystem::path& volume);
+
+}  // namespace quillstow

@@ -1,0 +1,103 @@
+#include "EngineHarness.hpp"
+
+namespace quillstow::testing {
+
+void VirtualSleeper::sleep(double seconds, std::stop_token stop) const {
+    struct Alarm {
+        std::mutex mutex;
+        std::condition_variable_any rang;
+        bool hasRung = false;
+    };
+    const auto alarm = std::make_shared<Alarm>();
+    const DelayedWork work = queue_.postDelayed(seconds, [alarm] {
+        std::lock_guard lock(alarm->mutex);
+        alarm->hasRung = true;
+        alarm->rang.notify_all();
+    });
+    ++sleeping_;
+    // Wakes a test that waits for this sleep to begin.
+    queue_.post([] {});
+    {
+        std::unique_lock lock(alarm->mutex);
+        if (!alarm->rang.wait(lock, stop, [&] { return alarm->hasRung; })) work.cancel();
+    }
+    --sleeping_;
+}
+
+EngineHarness::EngineHarness() {
+    store = std::make_shared<ConfigStore>(root / "settings", queue, defaults);
+    services = std::make_unique<BackupServices>(BackupServices{
+        .mainQueue = queue,
+        .wallClock = wallClock,
+        .clock = clock,
+        .sleeper = sleeper,
+        .tasks = tasks,
+        .fileSystem = fileSystem,
+        .editors = editors,
+        .activityGate = activityGate,
+        .power = power,
+        .defaults = defaults,
+        .notificationCenter = notificationCenter,
+        .reachability = reachability,
+        .makeFileWatcher =
+            [this] {
+                auto watcher = std::make_unique<FakeFileWatcher>();
+                if (failWatchers) watcher->failWith = "no more watches";
+                watchers.push_back(watcher.get());
+                return watcher;
+            },
+    });
+    backupQueue = std::make_shared<BackupQueue>(queue, tasks);
+}
+
+EngineHarness::~EngineHarness() {
+    settle();
+}
+
+void EngineHarness::settle() {
+    // Tasks may wait for virtual time (the wait after a pass): let it pass until all have ended.
+    for (int round = 0; round < 400; ++round) {
+        queue.runPending();
+        if (tasks.waitUntilIdle(0.05)) break;
+        queue.advance(BackupEngine::settleDelay);
+    }
+    queue.runPending();
+}
+
+BackupPair EngineHarness::makePair(const std::string& name) {
+    BackupPair pair;
+    pair.id = Uuid::random();
+    pair.name = name;
+    pair.sourceURL = root / ("source-" + name);
+    pair.destinationURL = root / "drive";
+    pair.createdAt = referenceDate();
+    std::filesystem::create_directories(pair.sourceURL);
+    std::filesystem::create_directories(pair.destinationURL);
+    store->addPair(pair);
+    return pair;
+}
+
+std::shared_ptr<BackupEngine> EngineHarness::makeEngine(const BackupPair& pair, bool withQueue) {
+    auto engine = BackupEngine::make(pair.id, *services);
+    engine->setConfigStore(store);
+    engine->setNotifier(notifier);
+    if (withQueue) engine->setBackupQueue(backupQueue);
+    return engine;
+}
+
+std::optional<BackupPair> EngineHarness::storedPair(const Uuid& id) const {
+    for (const auto& pair : store->pairs()) {
+        if (pair.id == id) return pair;
+    }
+    return std::nullopt;
+}
+
+std::vector<BackupStatus::Case> StatusHistory::cases() const {
+    std::vector<BackupStatus::Case> found;
+    for (const auto& status : statuses) {
+        if (found.empty() || found.back() != status.kind()) found.push_back(status.kind());
+    }
+    return found;
+}
+
+}  // namespace quillstow::testing

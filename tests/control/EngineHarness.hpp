@@ -1,0 +1,211 @@
+#pragma once
+
+// Engines in virtual time over real folders: a virtual main queue (which also times the queue's
+// limit and the wait after a pass), the real disk behind a fault-injecting wrapper, and fakes
+// for the services of the machine: power, reachability, the file watcher, the notifier and the
+// integrity and offsite stages.
+
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+#include "../copy/FaultyFileSystem.hpp"
+#include "TestTree.hpp"
+#include "control/BackupServices.hpp"
+#include "control/StatusManager.hpp"
+#include "support/VirtualMainQueue.hpp"
+
+namespace quillstow::testing {
+
+class FakePower final : public PowerReadings {
+  public:
+    std::optional<BatteryDescription> internalBatteryDescription() const override {
+        std::lock_guard lock(mutex_);
+        return battery_;
+    }
+    ThermalState thermalState() const override {
+        std::lock_guard lock(mutex_);
+        return heat_;
+    }
+    void setHeat(ThermalState heat) {
+        std::lock_guard lock(mutex_);
+        heat_ = heat;
+    }
+    void setBattery(std::optional<BatteryDescription> battery) {
+        std::lock_guard lock(mutex_);
+        battery_ = std::move(battery);
+    }
+
+  private:
+    mutable std::mutex mutex_;
+    ThermalState heat_ = ThermalState::nominal;
+    std::optional<BatteryDescription> battery_;
+};
+
+class FakeReachability final : public Reachability {
+  public:
+    bool isDestinationReachable(const std::filesystem::path&) const override { return reachable; }
+    std::atomic<bool> reachable{true};
+};
+
+// A watcher the test fires by hand.
+class FakeFileWatcher final : public FileWatcher {
+  public:
+    void startWatching(const std::filesystem::path& path) override {
+        if (failWith) throw BackupFailure(BackupError::watcherFailed(*failWith));
+        if (watching) return;
+        watching = true;
+        watchedPath = path;
+    }
+    void stopWatching() override { watching = false; }
+    bool isWatching() const override { return watching; }
+
+    void fire() {
+        if (watching && onEventsDetected) onEventsDetected();
+    }
+
+    bool watching = false;
+    std::filesystem::path watchedPath;
+    std::optional<std::string> failWith;
+};
+
+class FakeEditors final : public RunningEditors {
+  public:
+    EditorSnapshot snapshot() const override {
+        std::lock_guard lock(mutex_);
+        return snapshot_;
+    }
+    void set(EditorSnapshot snapshot) {
+        std::lock_guard lock(mutex_);
+        snapshot_ = std::move(snapshot);
+    }
+
+  private:
+    mutable std::mutex mutex_;
+    EditorSnapshot snapshot_;
+};
+
+class RecordingNotifier final : public Notifier {
+  public:
+    void notifyError(const std::string& pairName, const std::string& message) override {
+        sent.push_back("error: " + pairName + " — " + message);
+    }
+    void notifyLowDisk(const std::string& pairName, std::int64_t available) override {
+        sent.push_back("low disk: " + pairName + " " + std::to_string(available));
+    }
+    void notifyTrashReminder(std::int64_t size) override {
+        sent.push_back("trash: " + std::to_string(size));
+    }
+    void notifyVolumeLost(const std::string& pairName) override {
+        sent.push_back("volume lost: " + pairName);
+    }
+    void notifyBackupComplete(const std::string& pairName, int fileCount,
+                              const std::optional<std::string>& message) override {
+        sent.push_back("complete: " + pairName + " " + std::to_string(fileCount) + " " +
+                       message.value_or("(no message)"));
+    }
+    std::vector<std::string> sent;
+};
+
+// Holds the pass at a chosen copy until the test lets it go.
+class CopyGate {
+  public:
+    // The `number`th copy (from 1) stops after it is made.
+    void holdAt(int number) {
+        std::lock_guard lock(mutex_);
+        holdAt_ = number;
+    }
+    void afterCopy() {
+        std::unique_lock lock(mutex_);
+        if (++copies_ != holdAt_) return;
+        isHeld_ = true;
+        changed_.notify_all();
+        changed_.wait(lock, [&] { return !isHeld_; });
+    }
+    bool waitUntilHeld() {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::seconds(20), [&] { return isHeld_; });
+    }
+    void release() {
+        std::lock_guard lock(mutex_);
+        isHeld_ = false;
+        changed_.notify_all();
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int holdAt_ = -1;
+    int copies_ = 0;
+    bool isHeld_ = false;
+};
+
+// Sleeps in virtual time: the wait ends when the test moves the main queue's clock past it.
+class VirtualSleeper final : public Sleeper {
+  public:
+    explicit VirtualSleeper(VirtualMainQueue& queue) : queue_(queue) {}
+    void sleep(double seconds, std::stop_token stop) const override;
+    // Tasks now inside a sleep.
+    int sleeping() const { return sleeping_; }
+
+  private:
+    VirtualMainQueue& queue_;
+    mutable std::atomic<int> sleeping_{0};
+};
+
+class EngineHarness {
+  public:
+    EngineHarness();
+    ~EngineHarness();
+
+    // A pair of `source` into `destination`, both below the harness's folder, made on disk.
+    BackupPair makePair(const std::string& name = "Work");
+    std::shared_ptr<BackupEngine> makeEngine(const BackupPair& pair, bool withQueue = true);
+
+    // Runs main-thread work until the condition holds, waiting for background tasks.
+    bool runUntil(const std::function<bool()>& condition) { return queue.runUntil(condition); }
+    // Lets the background tasks finish and runs what they posted.
+    void settle();
+
+    std::vector<BackupEvent> events() const { return store->events(); }
+    std::optional<BackupPair> storedPair(const Uuid& id) const;
+
+    TemporaryFolder root;
+    ManualClock clock;
+    VirtualMainQueue queue{clock};
+    ManualWallClock wallClock{referenceDate()};
+    VirtualSleeper sleeper{queue};
+    FaultyFileSystem fileSystem;
+    FakeEditors editors;
+    ActivityGate activityGate;
+    FakePower power;
+    InMemoryUserDefaults defaults;
+    NotificationCenter notificationCenter;
+    FakeReachability reachability;
+    std::vector<FakeFileWatcher*> watchers;
+    bool failWatchers = false;
+    std::shared_ptr<ConfigStore> store;
+    std::shared_ptr<RecordingNotifier> notifier = std::make_shared<RecordingNotifier>();
+    IntegrityStage* integrity = nullptr;
+    OffsiteStage* offsite = nullptr;
+    std::unique_ptr<BackupServices> services;
+    std::shared_ptr<BackupQueue> backupQueue;
+    // Last: goes first and waits for every task.
+    TaskRunner tasks;
+};
+
+// Every status an engine takes, in order.
+class StatusHistory {
+  public:
+    explicit StatusHistory(BackupEngine& engine)
+        : subscription_(engine.observeStatus(
+              [this](const BackupStatus& status) { statuses.push_back(status); })) {}
+    // The cases, a run of equal cases counted once.
+    std::vector<BackupStatus::Case> cases() const;
+    std::vector<BackupStatus> statuses;
+
+  private:
+    Subscription subscription_;
+};
+
+}  // namespace quillstow::testing

@@ -1,0 +1,346 @@
+// All pairs together: the one status and line, pausing and resuming by hand and by the power
+// poll, the schedule, adding, removing and relinking pairs, and drives that come and go.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "EngineHarness.hpp"
+#include "LogCapture.hpp"
+#include "model/BookmarkManager.hpp"
+
+namespace quillstow {
+namespace {
+
+using namespace testing;
+using ::testing::ElementsAre;
+using Case = BackupStatus::Case;
+using Type = BackupEvent::EventType;
+namespace fs = std::filesystem;
+
+class StatusManagerTest : public ::testing::Test {
+  protected:
+    EngineHarness h;
+    std::unique_ptr<StatusManager> manager;
+
+    void TearDown() override {
+        if (manager) manager->stopAll();
+        h.settle();
+        manager.reset();
+    }
+
+    void startManager() {
+        startedAt = h.clock.now();
+        manager = std::make_unique<StatusManager>(h.store, *h.services, h.queue, h.notifier);
+    }
+
+    // Seconds until the power poll's next tick.
+    double untilNextPoll() const {
+        const double since = h.clock.now() - startedAt;
+        const double next = (std::floor(since / powerPollInterval) + 1) * powerPollInterval;
+        return next - since;
+    }
+
+    double startedAt = 0;
+
+    BackupEngine& engine(const Uuid& id) { return *manager->engines().at(id); }
+
+    bool runUntilStatus(const Uuid& id, Case kind) {
+        return h.runUntil([&] { return engine(id).status().kind() == kind; });
+    }
+
+    // Lets every run end, waiting its five seconds, until all is quiet.
+    void finishRuns() { h.settle(); }
+
+    std::vector<Type> eventTypes() const {
+        std::vector<Type> types;
+        for (const auto& event : h.events())
+            types.push_back(event.type);
+        return types;
+    }
+
+    BackupPair disabledPair(const std::string& name) {
+        BackupPair pair = h.makePair(name);
+        pair.isEnabled = false;
+        h.store->updatePair(pair);
+        return pair;
+    }
+
+    void setAppConfig(BackupInterval interval) {
+        AppConfig config = h.store->appConfig();
+        config.backupInterval = interval;
+        h.store->setAppConfig(config);
+    }
+};
+
+TEST_F(StatusManagerTest, WithoutPairsAllIsIdle) {
+    startManager();
+    EXPECT_EQ(manager->overallStatus(), BackupStatus::idle());
+    EXPECT_EQ(manager->statusText(), "No backup pairs configured");
+}
+
+TEST_F(StatusManagerTest, TheOneStatusTakesTheMostUrgentCaseAndTheLineCountsPairs) {
+    const auto first = disabledPair("One").id;
+    const auto second = disabledPair("Two").id;
+    startManager();
+    ASSERT_EQ(manager->engines().size(), 2u);
+    const auto show = [&](BackupStatus one, BackupStatus two) {
+        engine(first).setStatus(one);
+        engine(second).setStatus(two);
+    };
+
+    show(BackupStatus::error(BackupError::timedOut()), BackupStatus::syncing(0.5, "a"));
+    EXPECT_EQ(manager->overallStatus(), BackupStatus::error(BackupError::timedOut()));
+    EXPECT_EQ(manager->statusText(), "1 of 2 pair(s) need attention");
+
+    show(BackupStatus::destinationUnreachable(), BackupStatus::destinationUnreachable());
+    EXPECT_EQ(manager->overallStatus(), BackupStatus::destinationUnreachable());
+    EXPECT_EQ(manager->statusText(), "2 of 2 pair(s) need attention");
+
+    show(BackupStatus::syncing(0.2, "a"), BackupStatus::syncing(0.7, "b"));
+    EXPECT_EQ(manager->overallStatus(), BackupStatus::syncing(0.7, "b"));
+    EXPECT_EQ(manager->statusText(), "Backup in progress…");
+
+    show(BackupStatus::queued(), BackupStatus::scanning());
+    EXPECT_EQ(manager->overallStatus(), BackupStatus::scanning());
+    EXPECT_EQ(manager->statusText(), "Backup in progress…");
+
+    show(BackupStatus::queued(), BackupStatus::completed(3, 1));
+    EXPECT_EQ(manager->overallStatus(), BackupStatus::queued());
+
+    show(BackupStatus::completed(3, 1), BackupStatus::completed(30, 2));
+    EXPECT_EQ(manager->overallStatus(), BackupStatus::completed(30, 2));
+    EXPECT_EQ(manager->statusText(), "Backed up 30 files in 2 seconds");
+
+    show(BackupStatus::paused(), BackupStatus::idle());
+    EXPECT_EQ(manager->overallStatus(), BackupStatus::paused());
+    EXPECT_EQ(manager->statusText(), "Paused");
+
+    show(BackupStatus::idle(), BackupStatus::idle());
+    EXPECT_EQ(manager->statusText(), "Up to date");
+}
+
+TEST_F(StatusManagerTest, EveryPairStartsAtLaunchAndADisabledOneStaysPaused) {
+    const BackupPair enabled = h.makePair("On");
+    writeFile(enabled.sourceURL / "f", "x");
+    const BackupPair disabled = disabledPair("Off");
+    writeFile(disabled.sourceURL / "f", "x");
+    startManager();
+    ASSERT_TRUE(runUntilStatus(enabled.id, Case::completed));
+    EXPECT_EQ(engine(disabled.id).status(), BackupStatus::paused());
+    finishRuns();
+    EXPECT_TRUE(fs::exists(enabled.destinationURL / "Quillstow/On/f"));
+    EXPECT_FALSE(fs::exists(disabled.destinationURL / "Quillstow/Off"));
+}
+
+TEST_F(StatusManagerTest, ThePowerPollResumesWhatThePowerGatePausedButNotWhatTheUserPaused) {
+    const BackupPair byPower = h.makePair("Power");
+    writeFile(byPower.sourceURL / "f", "x");
+    const BackupPair byUser = disabledPair("User");
+    writeFile(byUser.sourceURL / "f", "x");
+    h.power.setHeat(ThermalState::critical);
+    startManager();
+    ASSERT_TRUE(runUntilStatus(byPower.id, Case::paused));
+    EXPECT_EQ(engine(byUser.id).status(), BackupStatus::paused());
+    finishRuns();
+
+    h.queue.advance(untilNextPoll());  // still hot: the poll leaves both alone
+    finishRuns();
+    EXPECT_EQ(engine(byPower.id).status(), BackupStatus::paused());
+
+    h.power.setHeat(ThermalState::nominal);
+    h.queue.advance(untilNextPoll() - 0.1);
+    EXPECT_EQ(engine(byPower.id).status(), BackupStatus::paused());
+    h.queue.advance(0.1);
+    ASSERT_TRUE(runUntilStatus(byPower.id, Case::completed));
+    finishRuns();
+    EXPECT_EQ(engine(byUser.id).status(), BackupStatus::paused());
+    EXPECT_TRUE(fs::exists(byPower.destinationURL / "Quillstow/Power/f"));
+    EXPECT_FALSE(fs::exists(byUser.destinationURL / "Quillstow/User"));
+}
+
+TEST_F(StatusManagerTest, PauseAllHoldsUntilTheNextPowerPoll) {
+    const BackupPair pair = h.makePair();
+    startManager();
+    finishRuns();
+    manager->pauseAll();
+    EXPECT_EQ(engine(pair.id).status(), BackupStatus::paused());
+    EXPECT_TRUE(h.storedPair(pair.id)->isEnabled);
+
+    writeFile(pair.sourceURL / "later", "x");
+    h.queue.advance(untilNextPoll() - 0.1);
+    EXPECT_EQ(engine(pair.id).status(), BackupStatus::paused());
+    h.queue.advance(0.1);
+    ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
+    finishRuns();
+    EXPECT_TRUE(fs::exists(pair.destinationURL / "Quillstow/Work/later"));
+}
+
+TEST_F(StatusManagerTest, TheScheduleBacksUpEveryIntervalAndManualHasNoTimer) {
+    const BackupPair pair = h.makePair();
+    setAppConfig(BackupInterval::manual);
+    startManager();
+    finishRuns();
+    writeFile(pair.sourceURL / "first", "x");
+    h.queue.advance(14400);
+    finishRuns();
+    EXPECT_FALSE(fs::exists(pair.destinationURL / "Quillstow/Work/first"))
+        << "no tick while manual";
+
+    setAppConfig(BackupInterval::hourly);
+    manager->rescheduleTimer();
+    h.queue.advance(3599);
+    finishRuns();
+    EXPECT_FALSE(fs::exists(pair.destinationURL / "Quillstow/Work/first"));
+    h.queue.advance(1);
+    finishRuns();
+    EXPECT_TRUE(fs::exists(pair.destinationURL / "Quillstow/Work/first"));
+}
+
+TEST_F(StatusManagerTest, TheBandwidthModeOfTheSettingsReachesTheCopyLoops) {
+    AppConfig config = h.store->appConfig();
+    config.bandwidthMode = BandwidthMode::quiet;
+    h.store->setAppConfig(config);
+    startManager();
+    EXPECT_EQ(currentBandwidthMode(), BandwidthMode::quiet);
+    config.bandwidthMode = BandwidthMode::automatic;
+    h.store->setAppConfig(config);
+    manager->rescheduleTimer();
+    EXPECT_EQ(currentBandwidthMode(), BandwidthMode::automatic);
+}
+
+TEST_F(StatusManagerTest, AnAddedPairRunsAndARemovedOneStopsAndIsForgotten) {
+    startManager();
+    BackupPair pair;
+    pair.id = Uuid::random();
+    pair.name = "Added";
+    pair.sourceURL = h.root / "added";
+    pair.destinationURL = h.root / "drive";
+    pair.createdAt = referenceDate();
+    writeFile(pair.sourceURL / "f", "x");
+    manager->addPair(pair);
+    ASSERT_EQ(manager->engines().size(), 1u);
+    ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
+    EXPECT_EQ(h.store->pairs().size(), 1u);
+
+    h.defaults.setBoolean(packageUpgradeKey(pair.id), true);
+    manager->removePair(pair.id);
+    EXPECT_TRUE(manager->engines().empty());
+    EXPECT_TRUE(h.store->pairs().empty());
+    EXPECT_FALSE(h.defaults.value(packageUpgradeKey(pair.id)));
+    finishRuns();
+    EXPECT_FALSE(h.events().empty()) << "its events stay in the log";
+}
+
+TEST_F(StatusManagerTest, APairPausedByTheUserIsDisabledAndResumedByTheSameToggle) {
+    const BackupPair pair = h.makePair();
+    startManager();
+    finishRuns();
+    manager->togglePausePair(pair.id);
+    EXPECT_EQ(engine(pair.id).status(), BackupStatus::paused());
+    EXPECT_FALSE(h.storedPair(pair.id)->isEnabled);
+
+    writeFile(pair.sourceURL / "f", "x");
+    manager->togglePausePair(pair.id);
+    EXPECT_TRUE(h.storedPair(pair.id)->isEnabled);
+    ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
+    finishRuns();
+    EXPECT_TRUE(fs::exists(pair.destinationURL / "Quillstow/Work/f"));
+}
+
+TEST_F(StatusManagerTest, ARelinkedPairBacksUpToItsNewDestination) {
+    const BackupPair pair = h.makePair();
+    writeFile(pair.sourceURL / "f", "x");
+    startManager();
+    finishRuns();
+    const fs::path newDrive = h.root / "new-drive";
+    fs::create_directories(newDrive);
+    manager->relinkPair(pair.id, newDrive);
+    ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
+    finishRuns();
+    const auto stored = h.storedPair(pair.id);
+    EXPECT_EQ(stored->destinationURL, newDrive);
+    ASSERT_TRUE(stored->destinationBookmark);
+    EXPECT_EQ(BookmarkManager::resolveBookmark(*stored->destinationBookmark, newDrive, false).url,
+              newDrive);
+    EXPECT_EQ(readFile(newDrive / "Quillstow/Work/f"), "x");
+}
+
+TEST_F(StatusManagerTest, ARelinkWhoseBookmarkCannotBeMadeShowsAccessDenied) {
+    BackupPair pair = h.makePair();
+    pair.destinationBookmark = BookmarkManager::bookmarkData(pair.destinationURL, false);
+    h.store->updatePair(pair);
+    startManager();
+    finishRuns();
+    LogCapture log;
+    const fs::path missing = h.root / "not-there";
+    manager->relinkPair(pair.id, missing);
+    EXPECT_EQ(engine(pair.id).status(),
+              BackupStatus::error(BackupError::bookmarkAccessDenied(missing)));
+    EXPECT_THAT(log.messages("Bookmark"),
+                ElementsAre("Could not create destination bookmark for relink: No such file or "
+                            "directory"));
+    const auto stored = h.storedPair(pair.id);
+    EXPECT_EQ(stored->destinationURL, missing);
+    EXPECT_EQ(stored->destinationBookmark, pair.destinationBookmark) << "the old bookmark stays";
+}
+
+TEST_F(StatusManagerTest, ADriveThatGoesAndComesBackStopsAndRestartsItsPairsOneAtATime) {
+    const BackupPair one = h.makePair("One");
+    const BackupPair two = h.makePair("Two");
+    const BackupPair elsewhere = h.makePair("Elsewhere");
+    BackupPair moved = elsewhere;
+    moved.destinationURL = h.root / "drive 2";
+    fs::create_directories(moved.destinationURL);
+    h.store->updatePair(moved);
+    startManager();
+    finishRuns();
+
+    manager->onVolumeDidUnmount(h.root / "drive");
+    EXPECT_EQ(engine(one.id).status(), BackupStatus::destinationUnreachable());
+    EXPECT_EQ(engine(two.id).status(), BackupStatus::destinationUnreachable());
+    EXPECT_NE(engine(elsewhere.id).status(), BackupStatus::destinationUnreachable())
+        << "\"drive 2\" is another volume";
+    const auto lost = eventTypes();
+    EXPECT_EQ(std::count(lost.begin(), lost.end(), Type::volumeLost), 2);
+    EXPECT_THAT(h.notifier->sent, ::testing::Contains("volume lost: One"));
+    EXPECT_THAT(h.notifier->sent, ::testing::Contains("volume lost: Two"));
+
+    writeFile(one.sourceURL / "new", "x");
+    writeFile(two.sourceURL / "new", "y");
+    StatusHistory historyOne(engine(one.id));
+    StatusHistory historyTwo(engine(two.id));
+    manager->onVolumeDidMount(h.root / "drive");
+    const auto types = eventTypes();
+    EXPECT_EQ(std::count(types.begin(), types.end(), Type::volumeRestored), 2);
+    finishRuns();
+    EXPECT_THAT(historyOne.cases(), ::testing::Contains(Case::completed));
+    EXPECT_THAT(historyTwo.cases(), ::testing::Contains(Case::completed));
+    EXPECT_TRUE(fs::exists(one.destinationURL / "Quillstow/One/new"));
+    EXPECT_TRUE(fs::exists(two.destinationURL / "Quillstow/Two/new"));
+}
+
+TEST_F(StatusManagerTest, AMountLeavesAPairThatIsNotWaitingForItsDriveAlone) {
+    const BackupPair pair = h.makePair();
+    startManager();
+    finishRuns();
+    ASSERT_EQ(engine(pair.id).status(), BackupStatus::idle());
+    const auto before = h.events().size();
+    manager->onVolumeDidMount(h.root / "drive");
+    finishRuns();
+    EXPECT_EQ(h.events().size(), before);
+    EXPECT_EQ(engine(pair.id).status(), BackupStatus::idle());
+}
+
+TEST(LiesOnVolume, NeedsTheMountPointFollowedByASlash) {
+    EXPECT_TRUE(liesOnVolume("/media/u/Photos/Backups", "/media/u/Photos"));
+    EXPECT_TRUE(liesOnVolume("/media/u/Photos", "/media/u/Photos/"));
+    EXPECT_TRUE(liesOnVolume("/media/u/Photos/", "/media/u/Photos"));
+    EXPECT_FALSE(liesOnVolume("/media/u/Photos 2/Backups", "/media/u/Photos"));
+    EXPECT_FALSE(liesOnVolume("/media/u/Photo", "/media/u/Photos"));
+    EXPECT_TRUE(liesOnVolume("/home/u/x", "/"));
+}
+
+}  // namespace
+}  // namespace quillstow

@@ -1,0 +1,47 @@
+#include "app/Application.hpp"
+
+#include "platform/InotifyWatcher.hpp"
+
+namespace quillstow {
+
+Application::Application(MainQueue& mainQueue, const std::filesystem::path& settingsFolder)
+    : mainQueue_(mainQueue),
+      defaults_(settingsFolder / "defaults.json"),
+      configStore_(std::make_shared<ConfigStore>(settingsFolder, mainQueue, defaults_)) {
+    services_ = std::make_unique<BackupServices>(BackupServices{
+        .mainQueue = mainQueue_,
+        .wallClock = wallClock_,
+        .clock = clock_,
+        .sleeper = sleeper_,
+        .tasks = tasks_,
+        .fileSystem = fileSystem_,
+        .editors = editors_,
+        .activityGate = activityGate_,
+        .power = power_,
+        .defaults = defaults_,
+        .notificationCenter = notificationCenter_,
+        .reachability = reachability_,
+        .makeFileWatcher = [this] { return std::make_unique<InotifyWatcher>(mainQueue_); },
+    });
+    statusManager_ = std::make_unique<StatusManager>(configStore_, *services_, watchdogs_);
+}
+
+Application::~Application() {
+    if (!isStopped_) {
+        stopEverything();
+        save();
+    }
+    statusManager_.reset();
+}
+
+void Application::stopEverything() {
+    isStopped_ = true;
+    statusManager_->stopAll();
+    tasks_.waitUntilIdle();
+}
+
+void Application::save() {
+    configStore_->save();
+}
+
+}  // namespace quillstow

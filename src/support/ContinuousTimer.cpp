@@ -42,17 +42,16 @@ ContinuousTimer::~ContinuousTimer() {
 }
 
 DelayedWork ContinuousTimer::postDelayed(double seconds, Work work) {
-    auto [handle, flag] = makeHandle();
     std::lock_guard lock(mutex_);
-    const double due = continuousClock.now() + (seconds > 0 ? seconds : 0);
-    scheduled_.emplace(std::pair{due, sequence_++}, Scheduled{std::move(work), flag});
+    DelayedWork handle =
+        scheduled_.add(continuousClock.now() + (seconds > 0 ? seconds : 0), std::move(work));
     armLocked();
     return handle;
 }
 
 void ContinuousTimer::armLocked() {
     itimerspec setting{};
-    if (!scheduled_.empty()) setting.it_value = timespecOf(scheduled_.begin()->first.first);
+    if (const auto due = scheduled_.nextDue()) setting.it_value = timespecOf(*due);
     (void)::timerfd_settime(timer_, TFD_TIMER_ABSTIME, &setting, nullptr);
 }
 
@@ -64,18 +63,16 @@ void ContinuousTimer::runTimers() {
         std::uint64_t expirations = 0;
         (void)::read(timer_, &expirations, sizeof expirations);
         for (;;) {
-            Scheduled due;
+            std::optional<DelayedWorkList::Due> due;
             {
                 std::lock_guard lock(mutex_);
-                const auto first = scheduled_.begin();
-                if (first == scheduled_.end() || first->first.first > continuousClock.now()) {
+                due = scheduled_.takeDue(continuousClock.now());
+                if (!due) {
                     armLocked();
                     break;
                 }
-                due = std::move(first->second);
-                scheduled_.erase(first);
             }
-            if (!due.cancelled->load()) due.work();
+            due->run();
         }
     }
 }

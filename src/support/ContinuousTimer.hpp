@@ -6,8 +6,6 @@
 //
 // postDelayed may be called from any thread. The destructor drops what has not run yet.
 
-#include <cstdint>
-#include <map>
 #include <mutex>
 #include <thread>
 
@@ -25,19 +23,13 @@ class ContinuousTimer final : public Scheduler {
     DelayedWork postDelayed(double seconds, Work work) override;
 
   private:
-    struct Scheduled {
-        Work work;
-        std::shared_ptr<std::atomic<bool>> cancelled;
-    };
-
     void runTimers();
     void armLocked();
 
     int timer_ = -1;   // timerfd on CLOCK_BOOTTIME
     int wakeUp_ = -1;  // eventfd that ends the thread
     std::mutex mutex_;
-    std::map<std::pair<double, std::uint64_t>, Scheduled> scheduled_;
-    std::uint64_t sequence_ = 0;
+    DelayedWorkList scheduled_;
     std::thread thread_;
 };
 

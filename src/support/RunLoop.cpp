@@ -23,11 +23,11 @@ void RunLoop::post(Work work) {
 }
 
 DelayedWork RunLoop::postDelayed(double seconds, Work work) {
-    auto [handle, flag] = makeHandle();
+    DelayedWork handle;
     {
         std::lock_guard lock(mutex_);
-        const double due = monotonicClock.now() + (seconds > 0 ? seconds : 0);
-        scheduled_.emplace(std::pair{due, sequence_++}, Scheduled{std::move(work), flag});
+        handle =
+            scheduled_.add(monotonicClock.now() + (seconds > 0 ? seconds : 0), std::move(work));
     }
     wakeUp_.notify_one();
     return handle;
@@ -61,27 +61,27 @@ void RunLoop::runPending() {
 void RunLoop::run() {
     std::unique_lock lock(mutex_);
     while (!quitting_) {
-        Work next;
         if (!immediate_.empty()) {
-            next = std::move(immediate_.front());
+            Work next = std::move(immediate_.front());
             immediate_.pop_front();
-        } else if (!scheduled_.empty()) {
-            const auto first = scheduled_.begin();
-            const double wait = first->first.first - monotonicClock.now();
-            if (wait > 0) {
-                wakeUp_.wait_for(lock, std::chrono::duration<double>(wait));
-                continue;
-            }
-            Scheduled due = std::move(first->second);
-            scheduled_.erase(first);
-            if (due.cancelled->load()) continue;
-            next = std::move(due.work);
-        } else {
+            lock.unlock();
+            next();
+            lock.lock();
+            continue;
+        }
+        const auto due = scheduled_.nextDue();
+        if (!due) {
             wakeUp_.wait(lock);
             continue;
         }
+        const double wait = *due - monotonicClock.now();
+        if (wait > 0) {
+            wakeUp_.wait_for(lock, std::chrono::duration<double>(wait));
+            continue;
+        }
+        const auto next = scheduled_.takeDue(*due);
         lock.unlock();
-        next();
+        next->run();
         lock.lock();
     }
     quitting_ = false;

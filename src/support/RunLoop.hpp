@@ -8,9 +8,7 @@
 // post, postDelayed and quit may be called from any thread.
 
 #include <condition_variable>
-#include <cstdint>
 #include <deque>
-#include <map>
 #include <mutex>
 #include <thread>
 
@@ -37,16 +35,10 @@ class RunLoop final : public MainQueue {
     void runPending();
 
   private:
-    struct Scheduled {
-        Work work;
-        std::shared_ptr<std::atomic<bool>> cancelled;
-    };
-
     mutable std::mutex mutex_;
     std::condition_variable wakeUp_;
     std::deque<Work> immediate_;
-    std::map<std::pair<double, std::uint64_t>, Scheduled> scheduled_;
-    std::uint64_t sequence_ = 0;
+    DelayedWorkList scheduled_;
     bool quitting_ = false;
     const std::thread::id mainThread_;
 };

@@ -7,8 +7,11 @@
 // postDelayed may be called from any thread.
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace quillstow {
@@ -25,7 +28,7 @@ class DelayedWork {
     bool isCancelled() const { return cancelled_ && cancelled_->load(); }
 
   private:
-    friend class Scheduler;
+    friend class DelayedWorkList;
     explicit DelayedWork(std::shared_ptr<std::atomic<bool>> flag) : cancelled_(std::move(flag)) {}
 
     std::shared_ptr<std::atomic<bool>> cancelled_;
@@ -38,13 +41,43 @@ class Scheduler {
     virtual ~Scheduler() = default;
 
     virtual DelayedWork postDelayed(double seconds, Work work) = 0;
+};
 
-  protected:
-    // Implementations make handles here and test the flag before running the work.
-    static std::pair<DelayedWork, std::shared_ptr<std::atomic<bool>>> makeHandle() {
-        auto flag = std::make_shared<std::atomic<bool>>(false);
-        return {DelayedWork(flag), flag};
-    }
+// The delayed work a scheduler holds, in order of due time and then of posting. Not locked: its
+// owner guards it.
+class DelayedWorkList {
+  public:
+    // Work taken out of the list; run outside the owner's lock.
+    class Due {
+      public:
+        // Runs the work unless it was cancelled in the meantime.
+        void run() const {
+            if (!cancelled_->load()) work_();
+        }
+
+      private:
+        friend class DelayedWorkList;
+        Due(Scheduler::Work work, std::shared_ptr<std::atomic<bool>> cancelled)
+            : work_(std::move(work)), cancelled_(std::move(cancelled)) {}
+        Scheduler::Work work_;
+        std::shared_ptr<std::atomic<bool>> cancelled_;
+    };
+
+    DelayedWork add(double due, Scheduler::Work work);
+    // The due time of the earliest work that isn't cancelled.
+    std::optional<double> nextDue();
+    // Takes the earliest work if it is due by `time`.
+    std::optional<Due> takeDue(double time);
+    // Work not yet run nor cancelled.
+    std::size_t pendingCount() const;
+
+  private:
+    struct Entry {
+        Scheduler::Work work;
+        std::shared_ptr<std::atomic<bool>> cancelled;
+    };
+    std::map<std::pair<double, std::uint64_t>, Entry> entries_;
+    std::uint64_t sequence_ = 0;
 };
 
 }  // namespace quillstow

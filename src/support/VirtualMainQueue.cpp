@@ -17,11 +17,10 @@ void VirtualMainQueue::post(Work work) {
 }
 
 DelayedWork VirtualMainQueue::postDelayed(double seconds, Work work) {
-    auto [handle, flag] = makeHandle();
+    DelayedWork handle;
     {
         std::lock_guard lock(mutex_);
-        const double due = clock_.now() + (seconds > 0 ? seconds : 0);
-        scheduled_.emplace(std::pair{due, sequence_++}, Scheduled{std::move(work), flag});
+        handle = scheduled_.add(clock_.now() + (seconds > 0 ? seconds : 0), std::move(work));
         ++generation_;
     }
     posted_.notify_all();
@@ -53,16 +52,15 @@ void VirtualMainQueue::advance(double seconds) {
     const double target = clock_.now() + seconds;
     for (;;) {
         runPending();
-        Scheduled next;
+        std::optional<DelayedWorkList::Due> next;
         {
             std::lock_guard lock(mutex_);
-            auto first = scheduled_.begin();
-            if (first == scheduled_.end() || first->first.first > target) break;
-            if (first->first.first > clock_.now()) clock_.set(first->first.first);
-            next = std::move(first->second);
-            scheduled_.erase(first);
+            const auto due = scheduled_.nextDue();
+            if (!due || *due > target) break;
+            if (*due > clock_.now()) clock_.set(*due);
+            next = scheduled_.takeDue(*due);
         }
-        if (!next.cancelled->load()) next.work();
+        next->run();
     }
     clock_.set(target);
     runPending();
@@ -95,10 +93,7 @@ bool VirtualMainQueue::runUntil(const std::function<bool()>& condition, double t
 
 std::size_t VirtualMainQueue::scheduledCount() const {
     std::lock_guard lock(mutex_);
-    std::size_t count = 0;
-    for (const auto& [key, scheduled] : scheduled_)
-        count += !scheduled.cancelled->load();
-    return count;
+    return scheduled_.pendingCount();
 }
 
 }  // namespace quillstow

@@ -48,11 +48,6 @@ class VirtualMainQueue final : public MainQueue {
     std::size_t scheduledCount() const;
 
   private:
-    struct Scheduled {
-        Work work;
-        std::shared_ptr<std::atomic<bool>> cancelled;
-    };
-
     bool runOneImmediate();
 
     ManualClock& clock_;
@@ -60,9 +55,7 @@ class VirtualMainQueue final : public MainQueue {
     mutable std::mutex mutex_;
     std::condition_variable posted_;
     std::deque<Work> immediate_;
-    // Keyed by due time, then by order of posting.
-    std::map<std::pair<double, std::uint64_t>, Scheduled> scheduled_;
-    std::uint64_t sequence_ = 0;
+    DelayedWorkList scheduled_;
     // Grows with every post, immediate or delayed.
     std::uint64_t generation_ = 0;
 };

@@ -1,11 +1,9 @@
 #include "model/ConfigStore.hpp"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <cstdlib>
 
 #include "support/AtomicFile.hpp"
+#include "support/Paths.hpp"
 
 namespace quillstow {
 
@@ -16,12 +14,7 @@ fs::path defaultSettingsFolder() {
     if (const char* config = std::getenv("XDG_CONFIG_HOME"); config && config[0] == '/') {
         return fs::path(config) / "Quillstow";
     }
-    const char* home = std::getenv("HOME");
-    if (!home || home[0] != '/') {
-        const passwd* user = ::getpwuid(::getuid());
-        home = user ? user->pw_dir : "/tmp";
-    }
-    return fs::path(home) / ".config" / "Quillstow";
+    return paths::homeFolder() / ".config" / "Quillstow";
 }
 
 std::string packageUpgradeKey(const Uuid& pairId) {

@@ -97,12 +97,18 @@ std::string formatLogMessage(std::string_view format, const std::vector<std::str
             privacy = format.substr(specifier + 1, close - specifier - 1);
             specifier = close + 1;
         }
-        if (specifier >= format.size() || (format[specifier] != 's' && format[specifier] != 'd')) {
+        // Length modifiers, as in %ld, change nothing here: the argument is text already.
+        while (specifier < format.size() &&
+               std::string_view("hlqjzt").find(format[specifier]) != std::string_view::npos) {
+            ++specifier;
+        }
+        if (specifier >= format.size() ||
+            std::string_view("sdiu").find(format[specifier]) == std::string_view::npos) {
             message += format[i];
             continue;
         }
         // Numbers are public unless marked otherwise, strings private, as the platform has it.
-        const bool isNumber = format[specifier] == 'd';
+        const bool isNumber = format[specifier] != 's';
         const std::string value = argument();
         if (privacy.starts_with("public") || (isNumber && privacy.empty())) {
             message += value;

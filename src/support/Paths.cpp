@@ -1,5 +1,10 @@
 #include "support/Paths.hpp"
 
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
 namespace quillstow::paths {
 
 std::string lastPathComponent(const Path& path) {
@@ -22,6 +27,12 @@ Path resolved(const Path& path) {
     std::error_code error;
     const Path canonical = std::filesystem::weakly_canonical(standardized(path), error);
     return error ? standardized(path) : standardized(canonical);
+}
+
+Path homeFolder() {
+    if (const char* home = std::getenv("HOME"); home && home[0] == '/') return home;
+    if (const passwd* user = ::getpwuid(::getuid()); user && user->pw_dir) return user->pw_dir;
+    return "/";
 }
 
 bool isWithin(const Path& path, const Path& root) {

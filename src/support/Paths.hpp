@@ -19,6 +19,9 @@ Path standardized(const Path& path);
 // standardized, then every symbolic link resolved as far as the path exists on disk.
 Path resolved(const Path& path);
 
+// The user's home: $HOME when it is an absolute path, else the user database's, else "/".
+Path homeFolder();
+
 // Whether `path` is `root` or lies below it, compared on text with case: "/a/bc" is not below
 // "/a/b". Both should be standardized.
 bool isWithin(const Path& path, const Path& root);

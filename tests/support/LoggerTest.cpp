@@ -16,6 +16,8 @@ TEST(LogFormat, ShowsPublicArgumentsAndMasksPrivateOnes) {
               "Could not create source bookmark for <private>: No such file");
     EXPECT_EQ(formatLogMessage("plain %s and %d files, 100%%", {"/home/ana", "3"}),
               "plain <private> and 3 files, 100%");
+    EXPECT_EQ(formatLogMessage("mounted %{public}ld times, %lu left", {"2", "7"}),
+              "mounted 2 times, 7 left");
 }
 
 TEST(LogFormat, HashesMaskedArgumentsStablyWithoutShowingThem) {

@@ -1,0 +1,42 @@
+#include "support/TextCompare.hpp"
+
+#include <unicode/ucol.h>
+
+#include <memory>
+
+namespace quillstow::text {
+
+namespace {
+
+struct CollatorCloser {
+    void operator()(UCollator* collator) const { ucol_close(collator); }
+};
+
+// A collator is not to be shared between threads: each thread makes its own once.
+UCollator* finderCollator() {
+    thread_local const std::unique_ptr<UCollator, CollatorCloser> collator = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        UCollator* made = ucol_open("", &status);
+        if (U_FAILURE(status)) return std::unique_ptr<UCollator, CollatorCloser>();
+        ucol_setStrength(made, UCOL_SECONDARY);
+        ucol_setAttribute(made, UCOL_NUMERIC_COLLATION, UCOL_ON, &status);
+        return std::unique_ptr<UCollator, CollatorCloser>(made);
+    }();
+    return collator.get();
+}
+
+}  // namespace
+
+int compareInFinderOrder(std::string_view a, std::string_view b) {
+    UCollator* collator = finderCollator();
+    UErrorCode status = U_ZERO_ERROR;
+    if (collator) {
+        const UCollationResult result = ucol_strcollUTF8(collator, a.data(), std::int32_t(a.size()),
+                                                         b.data(), std::int32_t(b.size()), &status);
+        if (U_SUCCESS(status)) return int(result);
+    }
+    // Without ICU's data the names still come in a stable order.
+    return a.compare(b);
+}
+
+}  // namespace quillstow::text

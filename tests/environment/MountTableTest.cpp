@@ -1,0 +1,190 @@
+// What is mounted, from the kernel's table: the longest mount of a path with its case rule, the
+// escapes of the table, network shares, drives that are not there, duplicate shares, and the
+// volumes a user would recognise in the order a file manager shows them.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "LogCapture.hpp"
+#include "TestTree.hpp"
+#include "environment/MountTable.hpp"
+#include "environment/VolumeMonitor.hpp"
+#include "support/TextCompare.hpp"
+
+namespace quillstow {
+namespace {
+
+using namespace testing;
+using MountTable::Mount;
+using ::testing::ElementsAre;
+namespace fs = std::filesystem;
+
+Mount local(std::string point, std::string source = "/dev/sdb1", std::string type = "ext4") {
+    return {std::move(point), std::move(source), false, std::move(type)};
+}
+
+Mount network(std::string point, std::string source) {
+    return {std::move(point), std::move(source), true, "cifs"};
+}
+
+std::optional<std::string> mountPointFor(std::string_view path, const std::vector<Mount>& in) {
+    const auto found = MountTable::mount(path, in);
+    if (!found) return std::nullopt;
+    return found->mountPoint;
+}
+
+TEST(MountForPath, TakesTheLongestMountFollowedByASlashIgnoringCase) {
+    const std::vector<Mount> mounts{local("/", "/dev/vda"), local("/media/u/Photos"),
+                                    local("/media/u/Photos 2", "/dev/sdc1")};
+    EXPECT_EQ(mountPointFor("/media/u/Photos 2/a", mounts), "/media/u/Photos 2");
+    EXPECT_EQ(mountPointFor("/media/u/Photos/a", mounts), "/media/u/Photos");
+    EXPECT_EQ(mountPointFor("/media/U/PHOTOS/a", mounts), "/media/u/Photos");
+    EXPECT_EQ(mountPointFor("/media/u/Photos", mounts), "/media/u/Photos");
+    EXPECT_EQ(mountPointFor("/media/u/Photos2", mounts), "/") << "no slash after the name";
+    EXPECT_EQ(mountPointFor("/home/u", mounts), "/");
+    EXPECT_FALSE(mountPointFor("/home/u", {local("/media/u/Photos")}));
+
+    // Of equally long mount points the first in the table is kept.
+    const auto first = MountTable::mount(
+        "/mnt/x/y", {local("/mnt/x", "/dev/first"), local("/mnt/X", "/dev/second")});
+    EXPECT_EQ(first->source, "/dev/first");
+}
+
+TEST(MountsWithSource, ListsEveryMountOfTheSourceWithCase) {
+    const std::vector<Mount> mounts{network("/media/u/Share", "//nas/share"),
+                                    network("/media/u/Share-1", "//nas/share"),
+                                    network("/media/u/Other", "//NAS/share")};
+    const auto found = MountTable::mounts("//nas/share", mounts);
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(found[1].mountPoint, "/media/u/Share-1");
+}
+
+TEST(MountSnapshot, DecodesTheEscapesOfTheTableAndKnowsNetworkSharesByType) {
+    TemporaryFolder root;
+    writeFile(root / "mountinfo",
+              "22 1 254:0 / / rw,relatime - ext4 /dev/vda rw\n"
+              "40 22 8:17 / /media/u/Photos\\0402 rw,nosuid - exfat /dev/sdb1 rw\n"
+              "41 22 0:50 / /media/u/Share rw - cifs //nas/share rw,vers=3.0\n"
+              "42 22 0:51 / /home/u/remote rw - fuse.sshfs u@host:/srv rw\n"
+              "43 22 0:52 / /mnt/nfs rw - nfs4 host:/export rw\n");
+    const auto mounts = MountTable::snapshot(root / "mountinfo");
+    ASSERT_EQ(mounts.size(), 5u);
+    EXPECT_EQ(mounts[1].mountPoint, "/media/u/Photos 2");
+    EXPECT_EQ(mounts[1].source, "/dev/sdb1");
+    EXPECT_FALSE(mounts[1].isNetwork);
+    EXPECT_TRUE(mounts[2].isNetwork);
+    EXPECT_TRUE(mounts[3].isNetwork);
+    EXPECT_TRUE(mounts[4].isNetwork);
+    EXPECT_TRUE(MountTable::snapshot(root / "missing").empty());
+    EXPECT_FALSE(MountTable::snapshot().empty()) << "this process's own table";
+}
+
+TEST(MissingDrive, IsAPathBelowARemovableRootHeldByAMountAboveIt) {
+    EXPECT_TRUE(isMissingDrive("/media/u/Drive/Backups", local("/", "/dev/vda")));
+    EXPECT_TRUE(isMissingDrive("/run/media/u/Drive", local("/run", "tmpfs", "tmpfs")));
+    EXPECT_TRUE(isMissingDrive("/volumes/PHOTOS/a", local("/", "/dev/vda"))) << "case ignored";
+    EXPECT_FALSE(isMissingDrive("/media/u/Drive/Backups", local("/media/u/Drive")));
+    EXPECT_FALSE(isMissingDrive("/mnt/backup", local("/mnt"))) << "a drive at the root itself";
+    EXPECT_FALSE(isMissingDrive("/home/u/Backups", local("/", "/dev/vda")));
+    EXPECT_FALSE(isMissingDrive("/mediafiles/x", local("/", "/dev/vda")));
+}
+
+TEST(DestinationState, JudgesByTheMountFirstAndThenByTheFolder) {
+    TemporaryFolder root;
+    makeFolder(root / "home/Backups");
+    const std::vector<std::string> roots{(root / "media").native() + "/"};
+    makeFolder(root / "media/Drive/Backups");  // a stale folder where a drive was
+    const std::vector<Mount> onlyRoot{local("/", "/dev/vda")};
+
+    EXPECT_EQ(destinationState(root / "home/Backups", onlyRoot, roots), DestinationState::present);
+    EXPECT_EQ(destinationState(root / "home/Gone", onlyRoot, roots),
+              DestinationState::folderMissing);
+    EXPECT_EQ(destinationState(root / "media/Drive/Backups", onlyRoot, roots),
+              DestinationState::notMounted);
+    EXPECT_EQ(destinationState(root / "home/Backups", {}, roots), DestinationState::notMounted);
+    const std::vector<Mount> withDrive{local("/", "/dev/vda"),
+                                       local((root / "media/Drive").native())};
+    EXPECT_EQ(destinationState(root / "media/Drive/Backups", withDrive, roots),
+              DestinationState::present);
+}
+
+TEST(Reachability, NeedsAFolderAfterLinksAndAMountBeforeThem) {
+    TemporaryFolder root;
+    makeFolder(root / "real");
+    makeLink(root / "link", root / "real");
+    writeFile(root / "file", "not a folder");
+    EXPECT_TRUE(isDestinationReachable(root / "real"));
+    EXPECT_TRUE(isDestinationReachable(root / "link"));
+    EXPECT_FALSE(isDestinationReachable(root / "file"));
+    EXPECT_FALSE(isDestinationReachable(root / "missing"));
+    const std::vector<std::string> roots{root.path().native() + "/"};
+    EXPECT_FALSE(isDestinationReachable(root / "real", roots)) << "a drive that is not there";
+}
+
+TEST(DuplicateMounts, AShareMountedTwiceIsLoggedOnceAndLocalDisksNever) {
+    LogCapture log;
+    const std::vector<Mount> shares{local("/", "/dev/vda"),
+                                    network("/media/u/Share-1", "//nas/share"),
+                                    network("/media/u/Share", "//nas/share")};
+    logDuplicateMounts("/media/u/Share/Backups", shares);
+    const auto lines = log.messages("BackupEngine");
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_THAT(lines[0],
+                ::testing::StartsWith("Destination volume is mounted 2 times: <mask.hash"));
+    EXPECT_EQ(log.records()[0].level, LogLevel::error);
+    EXPECT_EQ(lines[0].find("Share"), std::string::npos) << "the places stay private";
+
+    const std::vector<Mount> disks{local("/", "/dev/vda"), local("/media/u/A", "/dev/sdb1"),
+                                   local("/media/u/B", "/dev/sdb1")};
+    logDuplicateMounts("/media/u/A/Backups", disks);
+    logDuplicateMounts("/media/u/Share/x",
+                       {local("/", "/dev/vda"), network("/media/u/Share", "//nas/share")});
+    EXPECT_EQ(log.messages("BackupEngine").size(), 1u);
+}
+
+TEST(UserVolumes, AreSharesAndDisksOutsideTheSystemsFolders) {
+    EXPECT_FALSE(isUserVolume(local("/", "/dev/vda")));
+    EXPECT_TRUE(isUserVolume(network("/home/u/nas", "//nas/share")));
+    EXPECT_TRUE(isUserVolume(local("/media/u/Photos", "/dev/sdb1", "exfat")));
+    EXPECT_TRUE(isUserVolume(local("/run/media/u/Photos", "/dev/sdb1", "exfat")));
+    EXPECT_TRUE(isUserVolume(local("/mnt/data", "/dev/sdc1")));
+    EXPECT_FALSE(isUserVolume(local("/media/u/Scratch", "tmpfs", "tmpfs")));
+    EXPECT_FALSE(isUserVolume(local("/boot/efi", "/dev/sda1", "vfat")));
+    EXPECT_FALSE(isUserVolume(local("/run/user/1000/doc", "/dev/fuse", "fuse.portal")));
+    EXPECT_FALSE(isUserVolume(local("/snap/core/1", "/dev/loop3", "squashfs")));
+    EXPECT_FALSE(isUserVolume(local("/etc/hosts", "/dev/vda")));
+}
+
+TEST(UserVolumes, ComeInTheOrderAFileManagerShowsNames) {
+    const auto volumes = listVolumes(
+        {local("/", "/dev/vda"), network("/media/u/Disk 10", "//nas/ten"),
+         network("/media/u/disk 3", "//nas/three"), network("/media/u/Disk 2", "//nas/two")});
+    std::vector<std::string> names;
+    for (const auto& volume : volumes)
+        names.push_back(volume.name);
+    EXPECT_THAT(names, ElementsAre("Disk 2", "disk 3", "Disk 10"));
+    EXPECT_TRUE(volumes[0].isNetwork);
+    EXPECT_FALSE(volumes[0].isExternal) << "a share says nothing of being internal";
+    EXPECT_EQ(volumes[0].id, "/media/u/Disk 2");
+}
+
+TEST(UserVolumes, TheDiskOfTheRootHasItsSizesAndIsNoExternalDrive) {
+    const auto mounts = MountTable::snapshot();
+    const auto root = MountTable::mount("/", mounts);
+    if (!root || !root->source.starts_with("/dev/")) GTEST_SKIP() << "the root is no disk here";
+    const VolumeInfo volume = describeVolume(*root);
+    EXPECT_GT(volume.totalSpace, 0);
+    EXPECT_GE(volume.totalSpace, volume.freeSpace);
+    EXPECT_FALSE(volume.isNetwork);
+    EXPECT_FALSE(volume.name.empty());
+}
+
+TEST(FinderOrder, ComparesDigitsByValueAndIgnoresCase) {
+    EXPECT_TRUE(text::isBeforeInFinderOrder("Disk 2", "Disk 10"));
+    EXPECT_TRUE(text::isBeforeInFinderOrder("apple", "Banana"));
+    EXPECT_EQ(text::compareInFinderOrder("Photos", "photos"), 0);
+    EXPECT_TRUE(text::isBeforeInFinderOrder("Photos 9", "Photos 10"));
+}
+
+}  // namespace
+}  // namespace quillstow

@@ -23,7 +23,10 @@ Application::Application(MainQueue& mainQueue, const std::filesystem::path& sett
         .reachability = reachability_,
         .makeFileWatcher = [this] { return std::make_unique<InotifyWatcher>(mainQueue_); },
     });
-    statusManager_ = std::make_unique<StatusManager>(configStore_, *services_, watchdogs_);
+    notificationManager_ =
+        std::make_shared<NotificationManager>(configStore_, notificationDelivery_, wallClock_);
+    statusManager_ =
+        std::make_unique<StatusManager>(configStore_, *services_, timers_, notificationManager_);
 }
 
 Application::~Application() {
@@ -37,6 +40,7 @@ Application::~Application() {
 void Application::stopEverything() {
     isStopped_ = true;
     statusManager_->stopAll();
+    statusManager_->volumeMonitor().stopMonitoring();
     tasks_.waitUntilIdle();
 }
 

@@ -9,9 +9,11 @@
 #include <filesystem>
 #include <memory>
 
+#include "control/NotificationManager.hpp"
 #include "control/StatusManager.hpp"
 #include "model/ConfigStore.hpp"
 #include "model/FileUserDefaults.hpp"
+#include "platform/DesktopNotifications.hpp"
 #include "platform/LinuxPowerReadings.hpp"
 #include "platform/LinuxUserActivity.hpp"
 #include "platform/ProcRunningEditors.hpp"
@@ -52,8 +54,16 @@ class Application {
     ActivityGate activityGate_{userActivity_, sleeper_};
     LinuxPowerReadings power_;
     NotificationCenter notificationCenter_;
-    Reachability reachability_;
-    ContinuousTimer watchdogs_;
+    // Judges a destination by its mount, not by the folder's existence.
+    struct MountReachability final : Reachability {
+        bool isDestinationReachable(const std::filesystem::path& url) const override {
+            return quillstow::isDestinationReachable(url);
+        }
+    } reachability_;
+    // The queue's limit on a job and the time of the daily summary, through suspend.
+    ContinuousTimer timers_;
+    DesktopNotifications notificationDelivery_{mainQueue_, timers_, wallClock_};
+    std::shared_ptr<NotificationManager> notificationManager_;
     std::unique_ptr<BackupServices> services_;
     // After everything its tasks use, so that it goes first and waits for them.
     TaskRunner tasks_;

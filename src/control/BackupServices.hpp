@@ -9,6 +9,7 @@
 #include "copy/FileWatcher.hpp"
 #include "copy/RunningEditors.hpp"
 #include "environment/Gates.hpp"
+#include "environment/MountTable.hpp"
 #include "support/Clock.hpp"
 #include "support/MainQueue.hpp"
 #include "support/NotificationCenter.hpp"
@@ -37,6 +38,8 @@ struct BackupServices {
     // Absent stages are left out of a run.
     IntegrityStage* integrity = nullptr;
     OffsiteStage* offsite = nullptr;
+    // Where drives appear; tests put their own below a temporary folder.
+    std::vector<std::string> removableMediaRoots = quillstow::removableMediaRoots();
 };
 
 }  // namespace quillstow

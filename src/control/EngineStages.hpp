@@ -37,6 +37,8 @@ class Notifier {
     virtual void notifyVolumeLost(const std::string& /*pairName*/) {}
     virtual void notifyBackupComplete(const std::string& /*pairName*/, int /*fileCount*/,
                                       const std::optional<std::string>& /*message*/) {}
+    // At the start, where the desktop wants the user's permission first.
+    virtual void requestPermission() {}
 };
 
 // The hash database of a pair's folder and its daily sample check. Called on a run's task.

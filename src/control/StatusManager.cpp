@@ -17,19 +17,52 @@ StatusManager::StatusManager(std::shared_ptr<ConfigStore> configStore,
     : configStore_(std::move(configStore)),
       services_(services),
       backupQueue_(std::make_shared<BackupQueue>(watchdogs, services.tasks)),
-      notifier_(notifier ? std::move(notifier) : std::make_shared<Notifier>()) {
+      notifier_(notifier ? std::move(notifier) : std::make_shared<Notifier>()),
+      volumeMonitor_(services.mainQueue, services.removableMediaRoots) {
     setCurrentBandwidthMode(configStore_->appConfig().bandwidthMode);
+    volumeMonitor_.onVolumeDidMount = [this](const fs::path& volume) { onVolumeDidMount(volume); };
+    volumeMonitor_.onVolumeDidUnmount = [this](const fs::path& volume) {
+        onVolumeDidUnmount(volume);
+    };
+    volumeMonitor_.isOfInterest = [this](const fs::path& volume) {
+        return holdsADestination(volume);
+    };
+    volumeMonitor_.startMonitoring();
     for (const auto& pair : configStore_->pairs())
         createEngine(pair);
+    refreshCopyRedundancy();
     rescheduleTimer();
     powerPollTimer_ = std::make_unique<RepeatingTimer>(services_.mainQueue, powerPollInterval,
                                                        [this] { powerPollTick(); });
+    if (configStore_->appConfig().notificationLevel != NotificationLevel::nothing) {
+        notifier_->requestPermission();
+    }
 }
 
 StatusManager::~StatusManager() {
     if (scheduledTimer_) scheduledTimer_->invalidate();
     if (powerPollTimer_) powerPollTimer_->invalidate();
     stopAll();
+    volumeMonitor_.stopMonitoring();
+}
+
+Subscription StatusManager::observeCopyRedundancy(Observers<Redundancies>::Observer observer) {
+    return copyRedundancyObservers_.subscribe(std::move(observer));
+}
+
+void StatusManager::refreshCopyRedundancy() {
+    Redundancies computed = computeCopyRedundancy(configStore_->pairs(), MountTable::snapshot(),
+                                                  services_.removableMediaRoots);
+    if (computed == copyRedundancy_) return;
+    copyRedundancy_ = std::move(computed);
+    copyRedundancyObservers_.notify(copyRedundancy_);
+}
+
+bool StatusManager::holdsADestination(const fs::path& mountPoint) const {
+    for (const auto& pair : configStore_->pairs()) {
+        if (liesOnVolume(pair.destinationURL, mountPoint)) return true;
+    }
+    return false;
 }
 
 Subscription StatusManager::observeEngines(Observers<Engines>::Observer observer) {
@@ -64,6 +97,7 @@ void StatusManager::createEngine(const BackupPair& pair) {
 void StatusManager::addPair(const BackupPair& pair) {
     configStore_->addPair(pair);
     createEngine(pair);
+    refreshCopyRedundancy();
 }
 
 void StatusManager::removePair(const Uuid& id) {
@@ -73,6 +107,7 @@ void StatusManager::removePair(const Uuid& id) {
         enginesObservers_.notify(engines_);
     }
     configStore_->removePair(id);
+    refreshCopyRedundancy();
 }
 
 void StatusManager::relinkPair(const Uuid& id, const fs::path& newDestinationURL) {
@@ -99,6 +134,7 @@ void StatusManager::relinkPair(const Uuid& id, const fs::path& newDestinationURL
     pair->isEnabled = true;
     configStore_->updatePair(*pair);
     createEngine(*pair);
+    refreshCopyRedundancy();
 }
 
 void StatusManager::backupAllNow() {
@@ -258,6 +294,7 @@ void StatusManager::onVolumeDidMount(const fs::path& volume) {
         const auto pair = findPair(id);
         if (pair && liesOnVolume(pair->destinationURL, volume)) restoreAfterMount(*engine, *pair);
     }
+    refreshCopyRedundancy();
 }
 
 void StatusManager::onVolumeDidUnmount(const fs::path& volume) {
@@ -269,6 +306,7 @@ void StatusManager::onVolumeDidUnmount(const fs::path& volume) {
         addVolumeEvent(id, BackupEvent::EventType::volumeLost);
         notifier_->notifyVolumeLost(pair->name);
     }
+    refreshCopyRedundancy();
 }
 
 void StatusManager::handleDestinationReconnected(const Uuid& pairId, const BackupPair& pair) {

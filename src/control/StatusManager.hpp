@@ -15,6 +15,8 @@
 #include "control/BackupEngine.hpp"
 #include "control/BackupQueue.hpp"
 #include "control/BackupServices.hpp"
+#include "control/CopyRedundancy.hpp"
+#include "environment/VolumeMonitor.hpp"
 #include "model/ConfigStore.hpp"
 #include "support/RepeatingTimer.hpp"
 
@@ -24,13 +26,13 @@ class StatusManager {
   public:
     using Engines = std::map<Uuid, std::shared_ptr<BackupEngine>>;
 
-    // Starts an engine for every pair, the scheduled timer and the power poll. `watchdogs`
-    // times the queue's limit on a job; `notifier` tells the user.
+    // Starts watching the volumes, an engine for every pair, the scheduled timer and the power
+    // poll. `watchdogs` times the queue's limit on a job; `notifier` tells the user.
     StatusManager(std::shared_ptr<ConfigStore> configStore, const BackupServices& services,
                   Scheduler& watchdogs, std::shared_ptr<Notifier> notifier = nullptr);
     StatusManager(const StatusManager&) = delete;
     StatusManager& operator=(const StatusManager&) = delete;
-    // Ends the timers and every engine.
+    // Ends the timers, every engine and the watch on the volumes.
     ~StatusManager();
 
     void addPair(const BackupPair& pair);
@@ -58,6 +60,10 @@ class StatusManager {
 
     const Engines& engines() const { return engines_; }
     [[nodiscard]] Subscription observeEngines(Observers<Engines>::Observer observer);
+    using Redundancies = std::map<Uuid, CopyRedundancy>;
+    const Redundancies& copyRedundancy() const { return copyRedundancy_; }
+    [[nodiscard]] Subscription observeCopyRedundancy(Observers<Redundancies>::Observer observer);
+    VolumeMonitor& volumeMonitor() { return volumeMonitor_; }
     ConfigStore& configStore() const { return *configStore_; }
     const std::shared_ptr<BackupQueue>& backupQueue() const { return backupQueue_; }
 
@@ -68,13 +74,18 @@ class StatusManager {
     void powerPollTick();
     void restoreAfterMount(BackupEngine& engine, const BackupPair& pair);
     void addVolumeEvent(const Uuid& pairId, BackupEvent::EventType type);
+    void refreshCopyRedundancy();
+    bool holdsADestination(const std::filesystem::path& mountPoint) const;
 
     const std::shared_ptr<ConfigStore> configStore_;
     const BackupServices& services_;
     const std::shared_ptr<BackupQueue> backupQueue_;
     const std::shared_ptr<Notifier> notifier_;
+    VolumeMonitor volumeMonitor_;
     Engines engines_;
     Observers<Engines> enginesObservers_;
+    Redundancies copyRedundancy_;
+    Observers<Redundancies> copyRedundancyObservers_;
     std::unique_ptr<RepeatingTimer> scheduledTimer_;
     std::unique_ptr<RepeatingTimer> powerPollTimer_;
     const Logger bookmarkLog_{"Bookmark"};

@@ -3,6 +3,7 @@
 #include <systemd/sd-bus.h>
 
 #include <cstdlib>
+#include <cstring>
 
 namespace quillstow {
 
@@ -85,6 +86,25 @@ std::optional<std::string> DBusConnection::stringProperty(const Target& target, 
     std::string text = value ? value : "";
     std::free(value);
     return text;
+}
+
+std::optional<std::string> DBusConnection::call(const Target& target, const char* method,
+                                                const MessageStep& append,
+                                                const MessageStep& read) {
+    std::lock_guard lock(mutex_);
+    ErrorGuard guard;
+    sd_bus_message* message = nullptr;
+    int result = sd_bus_message_new_method_call(bus_, &message, target.service, target.path,
+                                                target.interface, method);
+    if (result >= 0) result = append(message);
+    sd_bus_message* reply = nullptr;
+    if (result >= 0) result = sd_bus_call(bus_, message, 0, &guard.error, &reply);
+    sd_bus_message_unref(message);
+    if (result >= 0) result = read(reply);
+    sd_bus_message_unref(reply);
+    if (result >= 0) return std::nullopt;
+    if (guard.error.message) return std::string(guard.error.message);
+    return std::string(std::strerror(-result));
 }
 
 template <typename Value>

@@ -5,12 +5,14 @@
 // simply no answer. Any thread may call; calls are serialised on the connection.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 
 struct sd_bus;
+struct sd_bus_message;
 
 namespace quillstow {
 
@@ -36,6 +38,13 @@ class DBusConnection {
     std::optional<double> doubleProperty(const Target& target, const char* name);
     std::optional<std::uint32_t> uint32Property(const Target& target, const char* name);
     std::optional<std::string> stringProperty(const Target& target, const char* name);
+
+    // A method call whose arguments `append` adds to the message and whose reply `read` takes
+    // apart (each answering a negative errno on failure, as sd-bus does). Nothing on success,
+    // else the error's text.
+    using MessageStep = std::function<int(sd_bus_message*)>;
+    std::optional<std::string> call(const Target& target, const char* method,
+                                    const MessageStep& append, const MessageStep& read);
 
     // A method without arguments that answers one number.
     std::optional<std::uint64_t> callForUint64(const Target& target, const char* method);

@@ -42,10 +42,15 @@ class FakePower final : public PowerReadings {
     std::optional<BatteryDescription> battery_;
 };
 
+// Reachable as the test says, or as the mount table says below the roots it is given.
 class FakeReachability final : public Reachability {
   public:
-    bool isDestinationReachable(const std::filesystem::path&) const override { return reachable; }
+    bool isDestinationReachable(const std::filesystem::path& url) const override {
+        if (byMounts) return quillstow::isDestinationReachable(url, *byMounts);
+        return reachable;
+    }
     std::atomic<bool> reachable{true};
+    std::optional<std::vector<std::string>> byMounts;
 };
 
 // A watcher the test fires by hand.

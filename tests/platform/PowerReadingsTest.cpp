@@ -2,15 +2,13 @@
 // power-profiles service on a private bus, and the order of the idle sources.
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <systemd/sd-bus.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <mutex>
 #include <thread>
 
+#include "PrivateBus.hpp"
 #include "TestTree.hpp"
 #include "environment/Gates.hpp"
 #include "platform/LinuxPowerReadings.hpp"
@@ -166,41 +164,15 @@ class FakePowerServices : public ::testing::Test {
     };
 
     void SetUp() override {
-        if (::access("/usr/bin/dbus-daemon", X_OK) != 0) GTEST_SKIP() << "no dbus-daemon here";
-        int pipeFds[2];
-        ASSERT_EQ(::pipe(pipeFds), 0);
-        daemon_ = ::fork();
-        if (daemon_ == 0) {
-            ::dup2(pipeFds[1], 3);
-            ::freopen("/dev/null", "w", stderr);
-            ::execl("/usr/bin/dbus-daemon", "dbus-daemon", "--session", "--nofork", "--nopidfile",
-                    "--print-address=3", nullptr);
-            ::_exit(127);
-        }
-        ::close(pipeFds[1]);
-        char buffer[512] = {};
-        const ssize_t length = ::read(pipeFds[0], buffer, sizeof buffer - 1);
-        ::close(pipeFds[0]);
-        ASSERT_GT(length, 0) << "dbus-daemon printed no address";
-        address_ = std::string(buffer, std::size_t(length));
-        while (!address_.empty() && address_.back() == '\n')
-            address_.pop_back();
-        service_ = std::thread([this] { serve(); });
-        while (!ready_)
-            std::this_thread::yield();
+        bus_ = std::make_unique<PrivateBus>([this](sd_bus* bus) { serve(bus); });
+        if (bus_->address().empty()) GTEST_SKIP() << bus_->whyNot();
     }
 
-    void TearDown() override {
-        stop_ = true;
-        if (service_.joinable()) service_.join();
-        if (daemon_ > 0) {
-            ::kill(daemon_, SIGTERM);
-            ::waitpid(daemon_, nullptr, 0);
-        }
-    }
+    void TearDown() override { bus_.reset(); }
 
     LinuxPowerReadings readings() {
-        return LinuxPowerReadings(DBusConnection::openAddress(address_), root.path() / "no-sysfs");
+        return LinuxPowerReadings(DBusConnection::openAddress(bus_->address()),
+                                  root.path() / "no-sysfs");
     }
 
     State state;
@@ -217,12 +189,7 @@ class FakePowerServices : public ::testing::Test {
         }
     }
 
-    void serve() {
-        sd_bus* bus = nullptr;
-        sd_bus_new(&bus);
-        sd_bus_set_address(bus, address_.c_str());
-        sd_bus_set_bus_client(bus, 1);
-        sd_bus_start(bus);
+    void serve(sd_bus* bus) {
         static const sd_bus_vtable upower[] = {
             SD_BUS_VTABLE_START(0),
             SD_BUS_PROPERTY(
@@ -279,19 +246,9 @@ class FakePowerServices : public ::testing::Test {
                                  "net.hadess.PowerProfiles", profiles, &state);
         sd_bus_request_name(bus, "org.freedesktop.UPower", 0);
         sd_bus_request_name(bus, "net.hadess.PowerProfiles", 0);
-        ready_ = true;
-        while (!stop_) {
-            if (sd_bus_process(bus, nullptr) > 0) continue;
-            sd_bus_wait(bus, 20'000);
-        }
-        sd_bus_flush_close_unref(bus);
     }
 
-    pid_t daemon_ = -1;
-    std::string address_;
-    std::thread service_;
-    std::atomic<bool> ready_{false};
-    std::atomic<bool> stop_{false};
+    std::unique_ptr<PrivateBus> bus_;
 };
 
 TEST_F(FakePowerServices, UPowerGivesTheBatteryAndThePowerSource) {

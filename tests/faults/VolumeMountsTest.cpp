@@ -1,0 +1,127 @@
+// Drives that come and go for real: tmpfs mounts below a removable-media root of the test's own,
+// judged by the mount table, heard by the volume monitor, and followed by the status manager.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "../control/EngineHarness.hpp"
+#include "PrivateMounts.hpp"
+#include "environment/VolumeMonitor.hpp"
+
+namespace quillstow {
+namespace {
+
+using namespace testing;
+using ::testing::Contains;
+using Case = BackupStatus::Case;
+using Type = BackupEvent::EventType;
+namespace fs = std::filesystem;
+
+class VolumeMountsTest : public ::testing::Test {
+  protected:
+    void SetUp() override { QUILLSTOW_REQUIRE_PRIVATE_MOUNTS(); }
+
+    TemporaryFolder root;
+    std::vector<std::string> roots{(root / "media").native() + "/"};
+    fs::path mountPoint = root / "media/Drive";
+};
+
+TEST_F(VolumeMountsTest, ADriveIsReachableUntilItGoesAndItsLeftoverFolderNever) {
+    auto drive = std::make_unique<TmpfsMount>(mountPoint, 8 << 20);
+    makeFolder(mountPoint / "Backups");
+    EXPECT_TRUE(isDestinationReachable(mountPoint / "Backups", roots));
+    EXPECT_EQ(destinationState(mountPoint / "Backups", MountTable::snapshot(), roots),
+              DestinationState::present);
+
+    drive->unmount();
+    ASSERT_TRUE(fs::is_directory(mountPoint)) << "the mount point stays behind";
+    EXPECT_FALSE(isDestinationReachable(mountPoint, roots));
+    EXPECT_EQ(destinationState(mountPoint, MountTable::snapshot(), roots),
+              DestinationState::notMounted);
+
+    makeFolder(root / "home/Backups");
+    EXPECT_TRUE(isDestinationReachable(root / "home/Backups", roots)) << "no removable root there";
+}
+
+TEST_F(VolumeMountsTest, TheMonitorHearsMountsAndUnmountsBelowARemovableRoot) {
+    ManualClock clock;
+    VirtualMainQueue queue(clock);
+    VolumeMonitor monitor(queue, roots);
+    std::vector<std::string> heard;
+    monitor.onVolumeDidMount = [&](const fs::path& volume) {
+        heard.push_back("+" + volume.native());
+    };
+    monitor.onVolumeDidUnmount = [&](const fs::path& volume) {
+        heard.push_back("-" + volume.native());
+    };
+    monitor.startMonitoring();
+
+    // Elsewhere, and of no interest: not reported.
+    auto elsewhere = std::make_unique<TmpfsMount>(root / "scratch", 1 << 20);
+    auto drive = std::make_unique<TmpfsMount>(mountPoint, 8 << 20);
+    ASSERT_TRUE(queue.runUntil([&] { return !heard.empty(); }));
+    drive->unmount();
+    ASSERT_TRUE(queue.runUntil([&] { return heard.size() == 2; }));
+    elsewhere->unmount();
+    EXPECT_THAT(heard,
+                ::testing::ElementsAre("+" + mountPoint.native(), "-" + mountPoint.native()));
+
+    // A volume that holds something of interest is reported wherever it is.
+    monitor.isOfInterest = [&](const fs::path& volume) { return volume == root / "archive"; };
+    auto interesting = std::make_unique<TmpfsMount>(root / "archive", 1 << 20);
+    ASSERT_TRUE(queue.runUntil([&] { return heard.size() == 3; }));
+    interesting->unmount();
+    ASSERT_TRUE(queue.runUntil([&] { return heard.size() == 4; }));
+    EXPECT_EQ(heard[2], "+" + (root / "archive").native());
+    EXPECT_EQ(heard[3], "-" + (root / "archive").native());
+
+    monitor.stopMonitoring();
+    { TmpfsMount late(mountPoint, 1 << 20); }
+    queue.runUntil([] { return false; }, 0.3);
+    EXPECT_EQ(heard.size(), 4u) << "nothing after the stop";
+}
+
+TEST_F(VolumeMountsTest, APairFollowsItsDriveOutAndBackIn) {
+    EngineHarness h;
+    h.services->removableMediaRoots = roots;
+    h.reachability.byMounts = roots;
+    // Large enough for the 500 MiB a pass wants free; a tmpfs takes memory only for its files.
+    auto drive = std::make_unique<TmpfsMount>(mountPoint, 600ull << 20);
+    makeFolder(mountPoint / "Backups");
+    BackupPair pair = h.makePair();
+    pair.destinationURL = mountPoint / "Backups";
+    h.store->updatePair(pair);
+    writeFile(pair.sourceURL / "notes.txt", "notes");
+
+    StatusManager manager(h.store, *h.services, h.queue, h.notifier);
+    ASSERT_TRUE(h.runUntil(
+        [&] { return manager.engines().at(pair.id)->status().kind() == Case::completed; }));
+    h.settle();
+
+    drive->unmount();
+    ASSERT_TRUE(h.runUntil([&] {
+        return manager.engines().at(pair.id)->status().kind() == Case::destinationUnreachable;
+    }));
+    EXPECT_EQ(h.events().back().type, Type::volumeLost);
+    EXPECT_THAT(h.notifier->sent, Contains("volume lost: Work"));
+    manager.backupPairNow(pair.id);
+    h.settle();
+    EXPECT_EQ(manager.engines().at(pair.id)->status(), BackupStatus::destinationUnreachable())
+        << "the folder left at the mount point is no drive";
+    EXPECT_FALSE(fs::exists(mountPoint / "Backups")) << "nothing written to the disk below";
+
+    drive = std::make_unique<TmpfsMount>(mountPoint, 600ull << 20);
+    makeFolder(mountPoint / "Backups");
+    ASSERT_TRUE(h.runUntil(
+        [&] { return manager.engines().at(pair.id)->status().kind() == Case::completed; }));
+    std::vector<Type> types;
+    for (const auto& event : h.events())
+        types.push_back(event.type);
+    EXPECT_THAT(types, Contains(Type::volumeRestored));
+    EXPECT_EQ(readFile(mountPoint / "Backups/Quillstow/Work/notes.txt"), "notes");
+    manager.stopAll();
+    h.settle();
+}
+
+}  // namespace
+}  // namespace quillstow

@@ -22,6 +22,8 @@ Application::Application(MainQueue& mainQueue, const std::filesystem::path& sett
         .notificationCenter = notificationCenter_,
         .reachability = reachability_,
         .makeFileWatcher = [this] { return std::make_unique<InotifyWatcher>(mainQueue_); },
+        .integrity = &integrityVerifier_,
+        .offsite = &offsiteSyncer_,
     });
     notificationManager_ =
         std::make_shared<NotificationManager>(configStore_, notificationDelivery_, wallClock_);

@@ -18,6 +18,8 @@
 #include "platform/LinuxUserActivity.hpp"
 #include "platform/ProcRunningEditors.hpp"
 #include "support/ContinuousTimer.hpp"
+#include "verify/IntegrityVerifier.hpp"
+#include "verify/OffsiteSyncer.hpp"
 
 namespace quillstow {
 
@@ -64,6 +66,8 @@ class Application {
     ContinuousTimer timers_;
     DesktopNotifications notificationDelivery_{mainQueue_, timers_, wallClock_};
     std::shared_ptr<NotificationManager> notificationManager_;
+    IntegrityVerifier integrityVerifier_{wallClock_};
+    OffsiteSyncer offsiteSyncer_{fileSystem_, activityGate_, sleeper_, clock_};
     std::unique_ptr<BackupServices> services_;
     // After everything its tasks use, so that it goes first and waits for them.
     TaskRunner tasks_;

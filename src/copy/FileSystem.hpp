@@ -39,6 +39,9 @@ class FileSystem {
     // after a power cut the data of a copy is there before its name is.
     virtual void flushVolume(const Path& anyPathOnVolume) = 0;
 
+    // The same for the data of one file, where a whole volume would be too much to wait for.
+    virtual void flushFile(const Path& file) = 0;
+
     // Copies up to `length` bytes of the open file `from`, starting at `offset`, to the same
     // offset of the open file `to`. Returns the count, 0 at the end of `from`. The data stays in
     // the kernel where the file system allows it; writeback of it starts at once.
@@ -57,6 +60,7 @@ class LocalFileSystem final : public FileSystem {
     void createDirectories(const Path& folder) override;
     void removeItem(const Path& path) override;
     void flushVolume(const Path& anyPathOnVolume) override;
+    void flushFile(const Path& file) override;
     std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override;
     void copyMetadata(const Path& from, const Path& to) override;
 };

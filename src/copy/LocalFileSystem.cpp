@@ -276,6 +276,12 @@ void LocalFileSystem::flushVolume(const Path& anyPathOnVolume) {
     if (::syncfs(handle.get()) != 0) throwPosix(errno);
 }
 
+void LocalFileSystem::flushFile(const Path& file) {
+    Descriptor handle(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (handle.get() < 0) throwPosix(errno);
+    if (::fdatasync(handle.get()) != 0) throwPosix(errno);
+}
+
 std::size_t LocalFileSystem::copyChunk(int from, int to, std::int64_t offset, std::size_t length) {
     loff_t readAt = offset;
     loff_t writeAt = offset;

@@ -40,20 +40,6 @@ class BackupEngineTest : public ::testing::Test {
         (void)engine;
     }
 
-    std::vector<Type> eventTypes() const {
-        std::vector<Type> types;
-        for (const auto& event : h.events())
-            types.push_back(event.type);
-        return types;
-    }
-
-    std::vector<std::string> eventMessages() const {
-        std::vector<std::string> messages;
-        for (const auto& event : h.events())
-            messages.push_back(event.message.value_or(""));
-        return messages;
-    }
-
     fs::path mirrorOf(const BackupPair& pair) const {
         return pair.destinationURL / "Quillstow" / pair.name;
     }
@@ -193,8 +179,8 @@ TEST_F(BackupEngineTest, APowerReasonPausesBeforeScanningAndLogsIt) {
     ASSERT_TRUE(runUntilStatus(*engine, Case::paused));
     h.settle();
     EXPECT_THAT(history.cases(), ElementsAre(Case::queued, Case::paused));
-    EXPECT_THAT(eventTypes(), ElementsAre(Type::error));
-    EXPECT_THAT(eventMessages(),
+    EXPECT_THAT(h.eventTypes(), ElementsAre(Type::error));
+    EXPECT_THAT(h.eventMessages(),
                 ElementsAre("Your Mac is running hot — will resume when it cools down."));
     EXPECT_EQ(h.events()[0].filesAffected, 0);
     EXPECT_TRUE(h.notifier->sent.empty());
@@ -213,7 +199,7 @@ TEST_F(BackupEngineTest, ARefusedPassIsAnErrorInThePassesOwnWordsWithoutNotifica
     const std::string refusal =
         "Destination is inside the source folder. Choose a different destination.";
     EXPECT_EQ(engine->status(), BackupStatus::error(BackupError::watcherFailed(refusal)));
-    EXPECT_THAT(eventMessages(), ElementsAre(refusal));
+    EXPECT_THAT(h.eventMessages(), ElementsAre(refusal));
     EXPECT_TRUE(h.notifier->sent.empty());
     EXPECT_FALSE(h.storedPair(pair.id)->lastBackupAt) << "a refused pass is not recorded";
 }
@@ -229,8 +215,8 @@ TEST_F(BackupEngineTest, ThreeFailedFilesOfThirteenShowAsPartialFailureForFiveSe
 
     EXPECT_EQ(engine->status(), BackupStatus::error(BackupError::partialFailure(3, 13)));
     EXPECT_EQ(engine->status().displayText(), "3 of 13 files couldn't be backed up.");
-    EXPECT_THAT(eventTypes(), ElementsAre(Type::error));
-    EXPECT_THAT(eventMessages(), ElementsAre("3 files couldn't be copied."));
+    EXPECT_THAT(h.eventTypes(), ElementsAre(Type::error));
+    EXPECT_THAT(h.eventMessages(), ElementsAre("3 files couldn't be copied."));
     EXPECT_EQ(h.events()[0].filesAffected, 10);
     EXPECT_THAT(h.notifier->sent,
                 ElementsAre("error: Work — 3 of 13 files couldn't be backed up."));
@@ -328,8 +314,8 @@ TEST_F(BackupEngineTest, AJobThatOutrunsTheHourIsReportedAsTimedOut) {
     h.settle();
 
     EXPECT_EQ(engine->status(), BackupStatus::error(BackupError::timedOut()));
-    EXPECT_THAT(eventTypes(), ElementsAre(Type::error));
-    EXPECT_THAT(eventMessages(),
+    EXPECT_THAT(h.eventTypes(), ElementsAre(Type::error));
+    EXPECT_THAT(h.eventMessages(),
                 ElementsAre("This backup took too long and was stopped part-way."));
     EXPECT_THAT(h.notifier->sent,
                 ElementsAre("error: Work — This backup took too long and was stopped part-way."));
@@ -346,7 +332,7 @@ TEST_F(BackupEngineTest, TheCatchUpMessageNeedsTenPackageFilesAndComesOnce) {
     auto engine = h.makeEngine(pair);
     engine->start(pair);
     finishRun(*engine);
-    EXPECT_THAT(eventTypes(), ElementsAre(Type::backup)) << "nine: no message";
+    EXPECT_THAT(h.eventTypes(), ElementsAre(Type::backup)) << "nine: no message";
     EXPECT_FALSE(h.defaults.value(packageUpgradeKey(pair.id)));
 
     for (int i = 0; i < 10; ++i)
@@ -403,7 +389,7 @@ TEST_F(BackupEngineTest, FilesHeldByARunningEditorAreLoggedOncePerEditor) {
     auto engine = h.makeEngine(pair);
     engine->start(pair);
     ASSERT_TRUE(runUntilSettling());
-    EXPECT_THAT(eventMessages(),
+    EXPECT_THAT(h.eventMessages(),
                 ElementsAre("",
                             "Skipped 1 file currently being edited in GIMP — they'll back up "
                             "after you close it.",

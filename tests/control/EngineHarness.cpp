@@ -85,6 +85,28 @@ std::shared_ptr<BackupEngine> EngineHarness::makeEngine(const BackupPair& pair, 
     return engine;
 }
 
+std::vector<BackupEvent::EventType> EngineHarness::eventTypes() const {
+    std::vector<BackupEvent::EventType> types;
+    for (const auto& event : events())
+        types.push_back(event.type);
+    return types;
+}
+
+std::vector<std::string> EngineHarness::eventMessages() const {
+    std::vector<std::string> messages;
+    for (const auto& event : events())
+        messages.push_back(event.message.value_or(""));
+    return messages;
+}
+
+std::vector<std::string> EngineHarness::messagesOf(BackupEvent::EventType type) const {
+    std::vector<std::string> messages;
+    for (const auto& event : events()) {
+        if (event.type == type) messages.push_back(event.message.value_or(""));
+    }
+    return messages;
+}
+
 std::optional<BackupPair> EngineHarness::storedPair(const Uuid& id) const {
     for (const auto& pair : store->pairs()) {
         if (pair.id == id) return pair;

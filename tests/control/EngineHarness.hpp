@@ -14,6 +14,8 @@
 #include "control/BackupServices.hpp"
 #include "control/StatusManager.hpp"
 #include "support/VirtualMainQueue.hpp"
+#include "verify/IntegrityVerifier.hpp"
+#include "verify/OffsiteSyncer.hpp"
 
 namespace quillstow::testing {
 
@@ -173,12 +175,17 @@ class EngineHarness {
     void settle();
 
     std::vector<BackupEvent> events() const { return store->events(); }
+    std::vector<BackupEvent::EventType> eventTypes() const;
+    // The messages of the log, an event without one as "".
+    std::vector<std::string> eventMessages() const;
+    std::vector<std::string> messagesOf(BackupEvent::EventType type) const;
     std::optional<BackupPair> storedPair(const Uuid& id) const;
 
     TemporaryFolder root;
     ManualClock clock;
     VirtualMainQueue queue{clock};
-    ManualWallClock wallClock{referenceDate()};
+    // Whole seconds, as the files of a backup keep its times.
+    ManualWallClock wallClock{Date{std::chrono::seconds(1'700'000'000)}};
     VirtualSleeper sleeper{queue};
     FaultyFileSystem fileSystem;
     FakeEditors editors;
@@ -193,8 +200,16 @@ class EngineHarness {
     std::shared_ptr<RecordingNotifier> notifier = std::make_shared<RecordingNotifier>();
     IntegrityStage* integrity = nullptr;
     OffsiteStage* offsite = nullptr;
+    IntegrityVerifier integrityVerifier{wallClock};
+    OffsiteSyncer offsiteSyncer{fileSystem, activityGate, sleeper, clock};
     std::unique_ptr<BackupServices> services;
     std::shared_ptr<BackupQueue> backupQueue;
+
+    // The hash upkeep and the offsite copy of the program, for engines made after this.
+    void useVerificationStages() {
+        services->integrity = &integrityVerifier;
+        services->offsite = &offsiteSyncer;
+    }
     // Last: goes first and waits for every task.
     TaskRunner tasks;
 };

@@ -53,13 +53,6 @@ class StatusManagerTest : public ::testing::Test {
     // Lets every run end, waiting its five seconds, until all is quiet.
     void finishRuns() { h.settle(); }
 
-    std::vector<Type> eventTypes() const {
-        std::vector<Type> types;
-        for (const auto& event : h.events())
-            types.push_back(event.type);
-        return types;
-    }
-
     BackupPair disabledPair(const std::string& name) {
         BackupPair pair = h.makePair(name);
         pair.isEnabled = false;
@@ -302,7 +295,7 @@ TEST_F(StatusManagerTest, ADriveThatGoesAndComesBackStopsAndRestartsItsPairsOneA
     EXPECT_EQ(engine(two.id).status(), BackupStatus::destinationUnreachable());
     EXPECT_NE(engine(elsewhere.id).status(), BackupStatus::destinationUnreachable())
         << "\"drive 2\" is another volume";
-    const auto lost = eventTypes();
+    const auto lost = h.eventTypes();
     EXPECT_EQ(std::count(lost.begin(), lost.end(), Type::volumeLost), 2);
     EXPECT_THAT(h.notifier->sent, ::testing::Contains("volume lost: One"));
     EXPECT_THAT(h.notifier->sent, ::testing::Contains("volume lost: Two"));
@@ -312,7 +305,7 @@ TEST_F(StatusManagerTest, ADriveThatGoesAndComesBackStopsAndRestartsItsPairsOneA
     StatusHistory historyOne(engine(one.id));
     StatusHistory historyTwo(engine(two.id));
     manager->onVolumeDidMount(h.root / "drive");
-    const auto types = eventTypes();
+    const auto types = h.eventTypes();
     EXPECT_EQ(std::count(types.begin(), types.end(), Type::volumeRestored), 2);
     finishRuns();
     EXPECT_THAT(historyOne.cases(), ::testing::Contains(Case::completed));

@@ -26,6 +26,7 @@ class ForwardingFileSystem : public FileSystem {
     void createDirectories(const Path& folder) override { target_.createDirectories(folder); }
     void removeItem(const Path& path) override { target_.removeItem(path); }
     void flushVolume(const Path& anyPathOnVolume) override { target_.flushVolume(anyPathOnVolume); }
+    void flushFile(const Path& file) override { target_.flushFile(file); }
     std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override {
         return target_.copyChunk(from, to, offset, length);
     }
@@ -46,6 +47,7 @@ class FaultyFileSystem final : public ForwardingFileSystem {
         flushVolume,
         copyChunk,
         copyMetadata,
+        flushFile,
     };
 
     FaultyFileSystem() : ForwardingFileSystem(real_) {}
@@ -88,6 +90,10 @@ class FaultyFileSystem final : public ForwardingFileSystem {
         enter(Operation::flushVolume);
         ForwardingFileSystem::flushVolume(anyPathOnVolume);
     }
+    void flushFile(const Path& file) override {
+        enter(Operation::flushFile);
+        ForwardingFileSystem::flushFile(file);
+    }
     std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override {
         enter(Operation::copyChunk);
         const std::size_t copied = ForwardingFileSystem::copyChunk(from, to, offset, length);
@@ -124,7 +130,7 @@ class FaultyFileSystem final : public ForwardingFileSystem {
 
     LocalFileSystem real_;
     std::map<Operation, Fault> faults_;
-    std::array<int, 8> calls_{};
+    std::array<int, 9> calls_{};
     std::int64_t chunkBytes_ = 0;
 };
 

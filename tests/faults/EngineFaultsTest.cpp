@@ -30,13 +30,6 @@ class EngineFaultsTest : public ::testing::Test {
         return pair;
     }
 
-    std::vector<std::string> eventMessages() const {
-        std::vector<std::string> messages;
-        for (const auto& event : h.events())
-            messages.push_back(event.message.value_or(""));
-        return messages;
-    }
-
     void writeSparse(const fs::path& path, std::uintmax_t size) {
         writeFile(path, "");
         fs::resize_file(path, size);
@@ -55,7 +48,7 @@ TEST_F(EngineFaultsTest, ADriveWithLessThanFiveHundredMebibytesFreeRefusesEvenAn
     EXPECT_LT(available, BackupEngine::minimumFreeSpace);
     EXPECT_EQ(engine->status(),
               BackupStatus::error(BackupError::diskSpaceLow(available, 524288000)));
-    EXPECT_THAT(eventMessages(), ElementsAre("The backup drive is running low on space."));
+    EXPECT_THAT(h.eventMessages(), ElementsAre("The backup drive is running low on space."));
     EXPECT_THAT(h.notifier->sent, ElementsAre("low disk: Work " + std::to_string(available)));
     EXPECT_FALSE(engine->destinationFreeSpace()) << "the reading is not kept";
     EXPECT_FALSE(fs::exists(drive.path() / "Quillstow"));
@@ -109,8 +102,8 @@ TEST_F(EngineFaultsTest, ADrivePulledMidPassIsAnAbortThatKeepsTheBackupsSafe) {
     ASSERT_TRUE(status.backupError());
     EXPECT_EQ(status.backupError()->kind(), BackupError::Case::partialFailure);
     EXPECT_EQ(status.backupError()->failedCount(), 0);
-    EXPECT_THAT(eventMessages(), ElementsAre("Backup aborted — a volume disconnected mid-backup. "
-                                             "Your existing backups are safe."));
+    EXPECT_THAT(h.eventMessages(), ElementsAre("Backup aborted — a volume disconnected mid-backup. "
+                                               "Your existing backups are safe."));
     EXPECT_EQ(h.events()[0].type, BackupEvent::EventType::error) << "with failed items too";
     EXPECT_THAT(h.notifier->sent,
                 ElementsAre("error: Work — Backup aborted — a drive disconnected. Your backups "

@@ -1,0 +1,90 @@
+#pragma once
+
+// Guards a finished backup against silent decay of the drive: a SHA-256 digest of every file a
+// pass copied, kept in the pair's folder, and once a day at most a re-read of a bounded sample
+// (50 files, about 8 GiB), those checked longest ago first, so that over time the whole backup
+// is covered. It reports; it never repairs.
+//
+//   .quillstow-hashes.json   relative path to entry, written whole and atomically
+//   .quillstow-lastcheck     the time of the last check
+//
+// No state between calls: every operation takes the pair's folder. Called on a run's task.
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "control/EngineStages.hpp"
+#include "support/Clock.hpp"
+#include "support/Logger.hpp"
+
+namespace quillstow {
+
+inline constexpr const char* hashDatabaseName = ".quillstow-hashes.json";
+inline constexpr const char* lastCheckName = ".quillstow-lastcheck";
+
+struct HashEntry {
+    std::string relativePath;
+    std::string sha256;  // 64 lower-case hexadecimal characters
+    std::int64_t fileSize = 0;
+    Date recordedAt;
+    std::optional<Date> lastVerifiedAt;  // absent: never verified
+
+    bool operator==(const HashEntry&) const = default;
+};
+
+using HashDatabase = std::map<std::string, HashEntry>;
+
+// The digest of a file's content, read through one buffer of 4 MiB; nothing when the file can't
+// be opened or read to its end.
+std::optional<std::string> sha256OfFile(const std::filesystem::path& file);
+
+// The files a check re-reads: never verified first, then those verified longest ago, ties by
+// path; at most 50, and no more once their recorded sizes pass 8 GiB (the file that crosses the
+// budget is taken, so a huge file is checked on its own).
+std::vector<HashEntry> selectSample(const HashDatabase& database);
+
+// The earliest check; nothing when any entry was never checked or there is none.
+std::optional<Date> oldestVerifiedDate(const HashDatabase& database);
+
+// The sentence for the log: how much of the backup has been checked, and how recently.
+std::string coverageDescription(const IntegrityResult& result, Date now);
+
+class IntegrityVerifier final : public IntegrityStage {
+  public:
+    static constexpr int sampleSize = 50;
+    static constexpr std::int64_t maxBytesPerCheck = std::int64_t(8) << 30;
+
+    // `isFolder` is the test that a backup folder is still there; pruning repeats it so that a
+    // drive pulled out meanwhile can't empty the database.
+    using FolderTest = std::function<bool(const std::filesystem::path&)>;
+    explicit IntegrityVerifier(const WallClock& clock, FolderTest isFolder = nullptr);
+
+    void recordHashes(const std::vector<std::string>& relativePaths,
+                      const std::filesystem::path& backupRoot) override;
+    int pruneStaleEntries(const std::filesystem::path& backupRoot) override;
+    std::optional<Date> lastCheckDate(const std::filesystem::path& backupRoot) override;
+    IntegrityResult verifySample(const std::filesystem::path& backupRoot,
+                                 std::stop_token stop) override;
+    void writeLastCheck(const std::filesystem::path& backupRoot) override;
+    std::string coverageDescription(const IntegrityResult& result, Date now) const override;
+
+    // Empty, silently, when missing or damaged.
+    HashDatabase loadDatabase(const std::filesystem::path& backupRoot) const;
+    void saveDatabase(const HashDatabase& database, const std::filesystem::path& backupRoot) const;
+    // Stamps the entries of these paths as checked now; the database as it is afterwards.
+    HashDatabase markVerified(const std::vector<std::string>& relativePaths,
+                              const std::filesystem::path& backupRoot) const;
+
+  private:
+    const WallClock& clock_;
+    FolderTest isFolder_;
+    const Logger log_{"IntegrityVerifier"};
+};
+
+}  // namespace quillstow

@@ -1,0 +1,164 @@
+// What follows a pass with the real hash upkeep and offsite copy: the sample once a day, damage
+// found on the drive, and the weekly offsite copy with its events, in virtual time.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "EngineHarness.hpp"
+#include "model/BookmarkManager.hpp"
+
+namespace quillstow {
+namespace {
+
+using namespace testing;
+using namespace std::chrono;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
+using Case = BackupStatus::Case;
+using Type = BackupEvent::EventType;
+namespace fs = std::filesystem;
+
+class EngineFollowUpTest : public ::testing::Test {
+  protected:
+    EngineHarness h;
+
+    void SetUp() override { h.useVerificationStages(); }
+
+    // One run, through its five seconds, back to where a run leaves it.
+    void run(BackupEngine& engine, const BackupPair& pair, bool isStart = false) {
+        if (isStart) {
+            engine.start(pair);
+        } else {
+            engine.triggerBackup(pair);
+        }
+        ASSERT_TRUE(h.runUntil([&] { return h.sleeper.sleeping() == 1; }));
+        h.queue.advance(BackupEngine::settleDelay);
+        ASSERT_TRUE(h.runUntil([&] { return h.sleeper.sleeping() == 0; }));
+        h.settle();
+    }
+
+    void passTime(seconds elapsed) { h.wallClock.set(h.wallClock.now() + elapsed); }
+
+    fs::path mirrorOf(const BackupPair& pair) const {
+        return pair.destinationURL / "Quillstow" / pair.name;
+    }
+};
+
+TEST_F(EngineFollowUpTest, TheSampleIsReadAtMostOnceADay) {
+    const BackupPair pair = h.makePair();
+    writeFile(pair.sourceURL / "a.txt", "alpha");
+    writeFile(pair.sourceURL / "b.txt", "beta");
+    auto engine = h.makeEngine(pair);
+    run(*engine, pair, true);
+    EXPECT_THAT(h.messagesOf(Type::integrityChecked), ElementsAre("Every file checked today."));
+    EXPECT_EQ(h.integrityVerifier.loadDatabase(mirrorOf(pair)).size(), 2u);
+
+    passTime(seconds(86400));
+    run(*engine, pair);
+    EXPECT_EQ(h.messagesOf(Type::integrityChecked).size(), 1u) << "86400 seconds: not yet due";
+
+    passTime(seconds(1));
+    run(*engine, pair);
+    EXPECT_EQ(h.messagesOf(Type::integrityChecked).size(), 2u) << "86401 seconds: due";
+}
+
+TEST_F(EngineFollowUpTest, DamageOnTheDriveIsLoggedAndToldOnTheNextCheck) {
+    const BackupPair pair = h.makePair();
+    writeFile(pair.sourceURL / "photo.jpg", "original", referenceDate());
+    auto engine = h.makeEngine(pair);
+    run(*engine, pair, true);
+    // The drive flips bits: same size and date, other bytes; the pass sees no change.
+    const Date copied = modificationDate(mirrorOf(pair) / "photo.jpg");
+    writeFile(mirrorOf(pair) / "photo.jpg", "originaL", copied);
+
+    passTime(hours(25));
+    run(*engine, pair);
+    const std::string message =
+        "1 file on the backup drive may have been damaged. It's worth copying it again.";
+    EXPECT_THAT(h.messagesOf(Type::verificationFailed), ElementsAre(message));
+    EXPECT_THAT(h.notifier->sent, Contains("error: Work — " + message));
+    EXPECT_EQ(engine->status(), BackupStatus::idle()) << "the status isn't touched";
+}
+
+TEST_F(EngineFollowUpTest, TheOffsiteCopyComesOnceAWeekAndIsRecorded) {
+    BackupPair pair = h.makePair();
+    pair.offsiteURL = h.root / "Dropbox";
+    fs::create_directories(*pair.offsiteURL);
+    h.store->updatePair(pair);
+    writeFile(pair.sourceURL / "a.txt", "alpha");
+    writeFile(pair.sourceURL / "film/cut.txt", "the cut");
+    auto engine = h.makeEngine(pair);
+    StatusHistory history(*engine);
+    run(*engine, pair, true);
+
+    const fs::path offsite = h.root / "Dropbox/Quillstow/Work";
+    EXPECT_EQ(readFile(offsite / "film/cut.txt"), "the cut");
+    EXPECT_FALSE(fs::exists(offsite / ".quillstow-hashes.json")) << "bookkeeping stays home";
+    EXPECT_THAT(h.messagesOf(Type::backup),
+                Contains("Offsite copy updated — 2 files synced to your cloud folder."));
+    EXPECT_THAT(history.statuses, Contains(BackupStatus::syncing(0, "Offsite copy starting…")));
+    EXPECT_EQ(engine->status().kind(), Case::syncing) << "the offsite status stays until the next";
+    EXPECT_THAT(engine->status().currentFile(), StartsWith("Offsite: "));
+    auto stored = *h.storedPair(pair.id);
+    EXPECT_EQ(stored.lastOffsiteAt, h.wallClock.now());
+    EXPECT_EQ(stored.lastOffsiteFileCount, 2);
+
+    writeFile(pair.sourceURL / "later.txt", "later");
+    passTime(seconds(604799));
+    run(*engine, stored);
+    EXPECT_FALSE(fs::exists(offsite / "later.txt")) << "604799 seconds: not yet due";
+    EXPECT_TRUE(fs::exists(mirrorOf(pair) / "later.txt"));
+
+    passTime(seconds(1));
+    run(*engine, *h.storedPair(pair.id));
+    EXPECT_EQ(readFile(offsite / "later.txt"), "later");
+    EXPECT_EQ(h.storedPair(pair.id)->lastOffsiteFileCount, 1) << "this sync's count alone";
+}
+
+TEST_F(EngineFollowUpTest, APassWithErrorsMakesNoOffsiteCopy) {
+    BackupPair pair = h.makePair();
+    pair.offsiteURL = h.root / "Dropbox";
+    h.store->updatePair(pair);
+    writeFile(pair.sourceURL / "a.txt", "alpha");
+    writeFile(pair.sourceURL / "b.txt", "beta");
+    h.fileSystem.failNext(FaultyFileSystem::Operation::copyItem, EPERM);
+    auto engine = h.makeEngine(pair);
+    run(*engine, pair, true);
+    EXPECT_FALSE(fs::exists(h.root / "Dropbox"));
+    EXPECT_FALSE(h.storedPair(pair.id)->lastOffsiteAt);
+}
+
+TEST_F(EngineFollowUpTest, ALostOffsiteFolderWaitsAWeekAsTheMessageSays) {
+    BackupPair pair = h.makePair();
+    writeFile(h.root / "Dropbox", "a file where the folder should be");
+    pair.offsiteURL = h.root / "Dropbox";
+    h.store->updatePair(pair);
+    writeFile(pair.sourceURL / "a.txt", "alpha");
+    auto engine = h.makeEngine(pair);
+    run(*engine, pair, true);
+    EXPECT_THAT(h.messagesOf(Type::error),
+                ElementsAre("Offsite copy paused — the cloud folder became unavailable. Will "
+                            "retry next week."));
+    EXPECT_EQ(h.storedPair(pair.id)->lastOffsiteAt, h.wallClock.now());
+}
+
+TEST_F(EngineFollowUpTest, AnOffsiteFolderThatCannotBeReachedIsTriedAgainNextRun) {
+    BackupPair pair = h.makePair();
+    pair.offsiteURL = h.root / "Dropbox";
+    fs::create_directories(*pair.offsiteURL);
+    pair.offsiteBookmark = BookmarkManager::bookmarkData(*pair.offsiteURL, false);
+    fs::rename(*pair.offsiteURL, h.root / "Dropbox (moved)");
+    h.store->updatePair(pair);
+    writeFile(pair.sourceURL / "a.txt", "alpha");
+    auto engine = h.makeEngine(pair);
+    run(*engine, pair, true);
+    EXPECT_THAT(h.messagesOf(Type::error),
+                ElementsAre("Couldn't access the offsite folder. Re-select it from Settings to "
+                            "fix."));
+    EXPECT_FALSE(h.storedPair(pair.id)->lastOffsiteAt);
+    EXPECT_FALSE(fs::exists(h.root / "Dropbox"));
+}
+
+}  // namespace
+}  // namespace quillstow

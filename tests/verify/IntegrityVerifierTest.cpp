@@ -1,0 +1,292 @@
+// The hash database of a backup and its daily sample: digests that sha256sum agrees with, the
+// database's file and its damage, the choice of the sample, what a check finds and stamps, the
+// pruning, and the coverage sentences.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "LogCapture.hpp"
+#include "Processes.hpp"
+#include "TestTree.hpp"
+#include "copy/FileInfo.hpp"
+#include "support/AtomicFile.hpp"
+#include "support/Json.hpp"
+#include "verify/IntegrityVerifier.hpp"
+
+namespace quillstow {
+namespace {
+
+using namespace testing;
+using namespace std::chrono;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+namespace fs = std::filesystem;
+
+constexpr std::int64_t gibibyte = std::int64_t(1) << 30;
+
+HashEntry entry(std::string path, std::int64_t size = 1, std::optional<Date> verified = {}) {
+    return {path, std::string(64, 'a'), size, referenceDate(), verified};
+}
+
+HashDatabase databaseOf(const std::vector<HashEntry>& entries) {
+    HashDatabase database;
+    for (const auto& each : entries)
+        database[each.relativePath] = each;
+    return database;
+}
+
+std::vector<std::string> pathsOf(const std::vector<HashEntry>& entries) {
+    std::vector<std::string> paths;
+    for (const auto& each : entries)
+        paths.push_back(each.relativePath);
+    return paths;
+}
+
+class IntegrityVerifierTest : public ::testing::Test {
+  protected:
+    TemporaryFolder root;
+    fs::path backup = root / "Drive/Quillstow/Work";
+    // Whole seconds, as the database keeps them.
+    ManualWallClock clock{Date{seconds(1'700'000'000)}};
+    IntegrityVerifier verifier{clock};
+
+    void SetUp() override { makeFolder(backup); }
+
+    std::string sha256sum(const fs::path& file) {
+        const ProcessResult run = runProcess({"/usr/bin/sha256sum", file.native()});
+        return run.output.substr(0, 64);
+    }
+};
+
+TEST_F(IntegrityVerifierTest, DigestsAreTheStandardOnesAndMemoryDoesNotGrowWithTheFile) {
+    writeFile(root / "empty", "");
+    writeFile(root / "text", "Scene 1: the harbour at dawn.\n");
+    std::string large(9 << 20, '\0');
+    for (std::size_t i = 0; i < large.size(); ++i)
+        large[i] = char(i * 7919 % 251);
+    writeFile(root / "large", large);  // more than two buffers
+    for (const char* name : {"empty", "text", "large"}) {
+        EXPECT_EQ(sha256OfFile(root / name), sha256sum(root / name)) << name;
+    }
+    EXPECT_FALSE(sha256OfFile(root / "missing"));
+    EXPECT_FALSE(sha256OfFile(root.path())) << "a folder can't be read to its end";
+}
+
+TEST_F(IntegrityVerifierTest, RecordsEveryCopiedFileInTheDatabasesShape) {
+    writeFile(backup / "a.txt", "alpha");
+    writeFile(backup / "sub/b.txt", "beta!");
+    verifier.recordHashes({"a.txt", "sub/b.txt"}, backup);
+
+    const HashDatabase database = verifier.loadDatabase(backup);
+    ASSERT_EQ(database.size(), 2u);
+    EXPECT_EQ(database.at("sub/b.txt"),
+              (HashEntry{"sub/b.txt", sha256sum(backup / "sub/b.txt"), 5, clock.now(), {}}));
+    const std::string text = readFile(backup / ".quillstow-hashes.json");
+    EXPECT_THAT(text, HasSubstr("\"sub\\/b.txt\": {\n    \"fileSize\": 5,\n    \"recordedAt\": "
+                                "\"2023-11-14T22:13:20Z\",\n    \"relativePath\": "
+                                "\"sub\\/b.txt\",\n    \"sha256\": \""));
+    EXPECT_THAT(text, Not(HasSubstr("lastVerifiedAt")));
+}
+
+TEST_F(IntegrityVerifierTest, NothingCopiedWritesNoDatabase) {
+    verifier.recordHashes({}, backup);
+    EXPECT_FALSE(fs::exists(backup / ".quillstow-hashes.json"));
+    verifier.recordHashes({"not-there"}, backup);
+    EXPECT_FALSE(fs::exists(backup / ".quillstow-hashes.json")) << "no digest, no write";
+}
+
+TEST_F(IntegrityVerifierTest, AFileThatCanNoLongerBeReadKeepsItsOlderEntry) {
+    writeFile(backup / "a.txt", "alpha");
+    verifier.recordHashes({"a.txt"}, backup);
+    const HashDatabase before = verifier.loadDatabase(backup);
+    fs::remove(backup / "a.txt");
+    clock.set(clock.now() + hours(1));
+    verifier.recordHashes({"a.txt"}, backup);
+    EXPECT_EQ(verifier.loadDatabase(backup), before);
+}
+
+TEST_F(IntegrityVerifierTest, ADamagedDatabaseReadsEmptyAndTheNextRecordReplacesIt) {
+    LogCapture log;
+    for (const std::string damage :
+         {"{\"a.txt\": {\"fileSize\": 5,", "[]", "not json",
+          "{\"a.txt\": {\"fileSize\": 5, \"recordedAt\": \"2026-01-01T00:00:00Z\", "
+          "\"relativePath\": \"a.txt\"}}"}) {
+        writeFile(backup / ".quillstow-hashes.json", damage);
+        EXPECT_TRUE(verifier.loadDatabase(backup).empty()) << damage;
+    }
+    EXPECT_TRUE(log.records().empty()) << "silently";
+
+    writeFile(backup / "b.txt", "beta");
+    verifier.recordHashes({"b.txt"}, backup);
+    const HashDatabase database = verifier.loadDatabase(backup);
+    ASSERT_EQ(database.size(), 1u);
+    EXPECT_TRUE(database.contains("b.txt"));
+
+    // A value without its last check reads as never checked.
+    writeFile(backup / ".quillstow-hashes.json",
+              "{\"a.txt\": {\"fileSize\": 5, \"recordedAt\": \"2026-01-01T00:00:00Z\", "
+              "\"relativePath\": \"a.txt\", \"sha256\": \"ab\"}}");
+    EXPECT_FALSE(verifier.loadDatabase(backup).at("a.txt").lastVerifiedAt);
+}
+
+TEST_F(IntegrityVerifierTest, AWriteThatFailsIsLoggedInItsWords) {
+    LogCapture log;
+    verifier.saveDatabase(databaseOf({entry("a")}), root / "gone");
+    verifier.writeLastCheck(root / "gone");
+    EXPECT_THAT(log.messages("IntegrityVerifier"),
+                ElementsAre("Failed to write hash database to <private>: No such file or directory",
+                            "Failed to write last-check timestamp: No such file or directory"));
+    EXPECT_EQ(log.records()[0].level, LogLevel::error);
+}
+
+TEST(SampleSelection, TakesFiftyNeverCheckedFilesInPathOrder) {
+    std::vector<HashEntry> entries;
+    for (int i = 59; i >= 0; --i) {
+        char name[16];
+        std::snprintf(name, sizeof name, "f%02d", i);
+        entries.push_back(entry(name));
+    }
+    const auto sample = selectSample(databaseOf(entries));
+    ASSERT_EQ(sample.size(), 50u);
+    EXPECT_EQ(sample.front().relativePath, "f00");
+    EXPECT_EQ(sample.back().relativePath, "f49");
+}
+
+TEST(SampleSelection, TakesTheOldestChecksFirstAndTiesByPath) {
+    const Date day = referenceDate();
+    const auto sample = selectSample(databaseOf({entry("c", 1, day + hours(1)), entry("b", 1, day),
+                                                 entry("a", 1, day + hours(1)), entry("z", 1)}));
+    EXPECT_THAT(pathsOf(sample), ElementsAre("z", "b", "a", "c"));
+}
+
+TEST(SampleSelection, StopsOnceTheBytesPassEightGibibytesWithTheFileThatCrossed) {
+    EXPECT_THAT(pathsOf(selectSample(databaseOf({entry("a", 5 * gibibyte), entry("b", 5 * gibibyte),
+                                                 entry("c", 5 * gibibyte)}))),
+                ElementsAre("a", "b"));
+    EXPECT_THAT(pathsOf(selectSample(databaseOf({entry("a", 20 * gibibyte), entry("b", 1)}))),
+                ElementsAre("a"));
+    EXPECT_THAT(pathsOf(selectSample(
+                    databaseOf({entry("a", 8 * gibibyte - 1), entry("b", 1), entry("c", 1)}))),
+                ElementsAre("a", "b"))
+        << "8589934591 goes on; 8589934592 stops";
+    EXPECT_THAT(pathsOf(selectSample(databaseOf({entry("a", 8 * gibibyte), entry("b", 1)}))),
+                ElementsAre("a"));
+    EXPECT_TRUE(selectSample({}).empty());
+}
+
+TEST_F(IntegrityVerifierTest, ACheckStampsWhatItReadAndReportsDamage) {
+    writeFile(backup / "good.txt", "fine");
+    writeFile(backup / "bad.txt", "right");
+    writeFile(backup / "gone.txt", "here");
+    verifier.recordHashes({"good.txt", "bad.txt", "gone.txt"}, backup);
+    const std::string badDigest = verifier.loadDatabase(backup).at("bad.txt").sha256;
+    writeFile(backup / "bad.txt", "wrong");  // the same size, other bytes
+    fs::remove(backup / "gone.txt");
+
+    clock.set(clock.now() + hours(2));
+    const IntegrityResult result = verifier.verifySample(backup, {});
+    EXPECT_EQ(result.verified, 1);
+    EXPECT_THAT(result.corrupted, ElementsAre("bad.txt"));
+    EXPECT_THAT(result.missing, ElementsAre("gone.txt"));
+    EXPECT_EQ(result.totalTracked, 3);
+    EXPECT_EQ(result.neverVerified, 1) << "the missing file isn't stamped";
+    EXPECT_FALSE(result.oldestVerifiedAt);
+    EXPECT_EQ(result.timestamp, clock.now());
+
+    const HashDatabase database = verifier.loadDatabase(backup);
+    EXPECT_EQ(database.at("bad.txt").lastVerifiedAt, clock.now());
+    EXPECT_EQ(database.at("bad.txt").sha256, badDigest) << "a damaged file keeps its digest";
+    EXPECT_EQ(database.at("good.txt").lastVerifiedAt, clock.now());
+    EXPECT_FALSE(database.at("gone.txt").lastVerifiedAt);
+}
+
+TEST_F(IntegrityVerifierTest, ACheckStopsBetweenFilesWhenCancelled) {
+    writeFile(backup / "a.txt", "a");
+    writeFile(backup / "b.txt", "b");
+    verifier.recordHashes({"a.txt", "b.txt"}, backup);
+    std::stop_source stop;
+    stop.request_stop();
+    const IntegrityResult result = verifier.verifySample(backup, stop.get_token());
+    EXPECT_EQ(result.verified, 0);
+    EXPECT_EQ(result.neverVerified, 2);
+    EXPECT_EQ(verifier.verifySample(root / "nothing", {}).totalTracked, 0);
+}
+
+TEST_F(IntegrityVerifierTest, AFileCopiedAgainGoesBackToTheFrontOfTheRotation) {
+    writeFile(backup / "a.txt", "a");
+    verifier.recordHashes({"a.txt"}, backup);
+    IntegrityResult result = verifier.verifySample(backup, {});
+    EXPECT_EQ(coverageDescription(result, clock.now()), "Every file checked today.");
+    verifier.recordHashes({"a.txt"}, backup);
+    EXPECT_FALSE(verifier.loadDatabase(backup).at("a.txt").lastVerifiedAt);
+}
+
+TEST_F(IntegrityVerifierTest, PruningForgetsFilesThatLeftTheBackup) {
+    writeFile(backup / "stays.txt", "s");
+    writeFile(backup / "leaves.txt", "l");
+    verifier.recordHashes({"stays.txt", "leaves.txt"}, backup);
+    fs::remove(backup / "leaves.txt");
+    EXPECT_EQ(verifier.pruneStaleEntries(backup), 1);
+    EXPECT_EQ(verifier.loadDatabase(backup).size(), 1u);
+    EXPECT_EQ(verifier.pruneStaleEntries(backup), 0);
+    EXPECT_EQ(verifier.pruneStaleEntries(root / "gone"), 0);
+}
+
+TEST_F(IntegrityVerifierTest, PruningTestsTheFolderAgainAfterEveryHundredRemovals) {
+    HashDatabase database;
+    for (int i = 0; i < 250; ++i)
+        database["f" + std::to_string(1000 + i)] = entry("f" + std::to_string(1000 + i));
+    verifier.saveDatabase(database, backup);
+    int tests = 0;
+    IntegrityVerifier counting(clock, [&](const fs::path& folder) {
+        ++tests;
+        return files::isFolder(folder);
+    });
+    EXPECT_EQ(counting.pruneStaleEntries(backup), 250);
+    // Before the walk, and at 0, 100 and 200 removed.
+    EXPECT_EQ(tests, 4);
+}
+
+TEST_F(IntegrityVerifierTest, TheLastCheckIsATimeWithoutALineEnd) {
+    EXPECT_FALSE(verifier.lastCheckDate(backup));
+    verifier.writeLastCheck(backup);
+    EXPECT_EQ(readFile(backup / ".quillstow-lastcheck"), "2023-11-14T22:13:20Z");
+    EXPECT_EQ(verifier.lastCheckDate(backup), clock.now());
+    writeFile(backup / ".quillstow-lastcheck", "  2026-03-04T09:12:55Z\n");
+    EXPECT_EQ(verifier.lastCheckDate(backup), Date{sys_days{2026y / March / 4} + 9h + 12min + 55s});
+    writeFile(backup / ".quillstow-lastcheck", "yesterday");
+    EXPECT_FALSE(verifier.lastCheckDate(backup));
+}
+
+TEST(CoverageDescription, SaysHowMuchIsCheckedAndHowRecently) {
+    const Date now = referenceDate();
+    IntegrityResult result;
+    EXPECT_EQ(coverageDescription(result, now), "No files are being checked yet.");
+    result.totalTracked = 3;
+    result.neverVerified = 1;
+    EXPECT_EQ(coverageDescription(result, now), "1 file still waiting for a first check.");
+    result.neverVerified = 2;
+    EXPECT_EQ(coverageDescription(result, now), "2 files still waiting for a first check.");
+    result.neverVerified = 0;
+    EXPECT_EQ(coverageDescription(result, now), "Every file has been checked.");
+    result.oldestVerifiedAt = now - hours(23);
+    EXPECT_EQ(coverageDescription(result, now), "Every file checked today.");
+    result.oldestVerifiedAt = now + hours(3);
+    EXPECT_EQ(coverageDescription(result, now), "Every file checked today.") << "a clock set back";
+    result.oldestVerifiedAt = now - hours(24);
+    EXPECT_EQ(coverageDescription(result, now), "Every file checked within the last day.");
+    result.oldestVerifiedAt = now - hours(24 * 5 + 1);
+    EXPECT_EQ(coverageDescription(result, now), "Every file checked within the last 5 days.");
+}
+
+TEST(OldestVerifiedDate, IsNothingWhileAnyFileWaits) {
+    const Date day = referenceDate();
+    EXPECT_FALSE(oldestVerifiedDate({}));
+    EXPECT_EQ(oldestVerifiedDate(databaseOf({entry("a", 1, day + hours(2)), entry("b", 1, day)})),
+              day);
+    EXPECT_FALSE(oldestVerifiedDate(databaseOf({entry("a", 1, day), entry("b", 1)})));
+}
+
+}  // namespace
+}  // namespace quillstow

@@ -26,23 +26,6 @@ class BackupEngineTest : public ::testing::Test {
     bool runUntilStatus(BackupEngine& engine, Case kind) {
         return h.runUntil([&] { return engine.status().kind() == kind; });
     }
-
-    // Runs until the task has passed the run and waits the five seconds before idle.
-    bool runUntilSettling() {
-        return h.runUntil([&] { return h.sleeper.sleeping() == 1; });
-    }
-
-    // Lets a run that waits its five seconds end, and back to idle.
-    void finishRun(BackupEngine& engine) {
-        ASSERT_TRUE(runUntilSettling());
-        h.queue.advance(BackupEngine::settleDelay);
-        ASSERT_TRUE(h.runUntil([&] { return h.sleeper.sleeping() == 0; }));
-        (void)engine;
-    }
-
-    fs::path mirrorOf(const BackupPair& pair) const {
-        return pair.destinationURL / "Quillstow" / pair.name;
-    }
 };
 
 TEST_F(BackupEngineTest, AStartedPairRunsAFirstPassRecordsItAndSettlesToIdleAfterFiveSeconds) {
@@ -56,12 +39,12 @@ TEST_F(BackupEngineTest, AStartedPairRunsAFirstPassRecordsItAndSettlesToIdleAfte
     ASSERT_EQ(h.watchers.size(), 1u);
     EXPECT_TRUE(h.watchers[0]->isWatching());
     EXPECT_EQ(h.watchers[0]->watchedPath, pair.sourceURL);
-    ASSERT_TRUE(runUntilSettling());
+    ASSERT_TRUE(h.runUntilSettling());
 
     EXPECT_EQ(engine->status(), BackupStatus::completed(2, 0));
     EXPECT_THAT(history.cases(),
                 ElementsAre(Case::queued, Case::scanning, Case::syncing, Case::completed));
-    EXPECT_EQ(readFile(mirrorOf(pair) / "a/b.txt"), "world");
+    EXPECT_EQ(readFile(EngineHarness::mirrorOf(pair) / "a/b.txt"), "world");
 
     const auto stored = h.storedPair(pair.id);
     ASSERT_TRUE(stored);
@@ -106,7 +89,7 @@ TEST_F(BackupEngineTest, AnUnreachableDestinationAtTheStartStopsThere) {
     EXPECT_EQ(engine->status(), BackupStatus::destinationUnreachable());
     h.settle();
     EXPECT_TRUE(h.watchers.empty());
-    EXPECT_FALSE(fs::exists(mirrorOf(pair)));
+    EXPECT_FALSE(fs::exists(EngineHarness::mirrorOf(pair)));
 }
 
 TEST_F(BackupEngineTest, ADestinationGoneAtATriggerIsReportedWithoutEventOrNotification) {
@@ -114,7 +97,7 @@ TEST_F(BackupEngineTest, ADestinationGoneAtATriggerIsReportedWithoutEventOrNotif
     writeFile(pair.sourceURL / "f", "x");
     auto engine = h.makeEngine(pair);
     engine->start(pair);
-    finishRun(*engine);
+    ASSERT_TRUE(h.finishRun());
     const auto eventsBefore = h.events().size();
     const auto sentBefore = h.notifier->sent.size();
 
@@ -147,14 +130,14 @@ TEST_F(BackupEngineTest, AWatcherThatCannotStartIsAnErrorAndNoPassRuns) {
     engine->start(pair);
     EXPECT_EQ(engine->status(), BackupStatus::error(BackupError::watcherFailed("no more watches")));
     h.settle();
-    EXPECT_FALSE(fs::exists(mirrorOf(pair)));
+    EXPECT_FALSE(fs::exists(EngineHarness::mirrorOf(pair)));
 }
 
 TEST_F(BackupEngineTest, AChangeBacksUpTwoSecondsAfterTheLastSignal) {
     const BackupPair pair = h.makePair();
     auto engine = h.makeEngine(pair);
     engine->start(pair);
-    finishRun(*engine);
+    ASSERT_TRUE(h.finishRun());
     ASSERT_EQ(engine->status(), BackupStatus::idle());
 
     writeFile(pair.sourceURL / "new.txt", "fresh");
@@ -166,7 +149,7 @@ TEST_F(BackupEngineTest, AChangeBacksUpTwoSecondsAfterTheLastSignal) {
     h.queue.advance(0.1);
     ASSERT_TRUE(runUntilStatus(*engine, Case::completed));
     EXPECT_EQ(engine->status(), BackupStatus::completed(1, 0));
-    EXPECT_EQ(readFile(mirrorOf(pair) / "new.txt"), "fresh");
+    EXPECT_EQ(readFile(EngineHarness::mirrorOf(pair) / "new.txt"), "fresh");
 }
 
 TEST_F(BackupEngineTest, APowerReasonPausesBeforeScanningAndLogsIt) {
@@ -184,7 +167,7 @@ TEST_F(BackupEngineTest, APowerReasonPausesBeforeScanningAndLogsIt) {
                 ElementsAre("Your Mac is running hot — will resume when it cools down."));
     EXPECT_EQ(h.events()[0].filesAffected, 0);
     EXPECT_TRUE(h.notifier->sent.empty());
-    EXPECT_FALSE(fs::exists(mirrorOf(pair)));
+    EXPECT_FALSE(fs::exists(EngineHarness::mirrorOf(pair)));
 }
 
 TEST_F(BackupEngineTest, ARefusedPassIsAnErrorInThePassesOwnWordsWithoutNotification) {
@@ -211,7 +194,7 @@ TEST_F(BackupEngineTest, ThreeFailedFilesOfThirteenShowAsPartialFailureForFiveSe
     h.fileSystem.failNext(FaultyFileSystem::Operation::copyItem, EPERM, 3);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
-    ASSERT_TRUE(runUntilSettling());
+    ASSERT_TRUE(h.runUntilSettling());
 
     EXPECT_EQ(engine->status(), BackupStatus::error(BackupError::partialFailure(3, 13)));
     EXPECT_EQ(engine->status().displayText(), "3 of 13 files couldn't be backed up.");
@@ -231,7 +214,7 @@ TEST_F(BackupEngineTest, APassWithNothingToCopyCompletesWithZeroFiles) {
     h.defaults.setInteger("Quillstow.tipCounter", 3);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
-    ASSERT_TRUE(runUntilSettling());
+    ASSERT_TRUE(h.runUntilSettling());
     EXPECT_EQ(engine->status(), BackupStatus::completed(0, 0));
     // No file copied: the list holds the sample tip alone, at index 1 modulo 1.
     EXPECT_THAT(h.notifier->sent,
@@ -245,7 +228,7 @@ TEST_F(BackupEngineTest, WithoutATipTheNotificationCarriesNoMessage) {
     h.defaults.setInteger("Quillstow.tipCounter", 1);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
-    ASSERT_TRUE(runUntilSettling());
+    ASSERT_TRUE(h.runUntilSettling());
     EXPECT_THAT(h.notifier->sent, ElementsAre("complete: Work 1 (no message)"));
     EXPECT_EQ(h.defaults.integer("Quillstow.tipCounter"), 2);
 }
@@ -273,7 +256,7 @@ TEST_F(BackupEngineTest, AStopDuringThePassReturnsToIdleAndRecordsNothing) {
     EXPECT_TRUE(h.events().empty());
     EXPECT_FALSE(h.storedPair(pair.id)->lastBackupAt);
     EXPECT_TRUE(h.notifier->sent.empty());
-    EXPECT_LT(filesBelow(mirrorOf(pair)).size(), 20u);
+    EXPECT_LT(filesBelow(EngineHarness::mirrorOf(pair)).size(), 20u);
 }
 
 TEST_F(BackupEngineTest, AStatusSetAfterAStopIsNotOverwrittenByTheRunThatEnds) {
@@ -331,14 +314,14 @@ TEST_F(BackupEngineTest, TheCatchUpMessageNeedsTenPackageFilesAndComesOnce) {
         writeFile(pair.sourceURL / "Notes.rtfd" / ("page" + std::to_string(i) + ".rtf"), "p");
     auto engine = h.makeEngine(pair);
     engine->start(pair);
-    finishRun(*engine);
+    ASSERT_TRUE(h.finishRun());
     EXPECT_THAT(h.eventTypes(), ElementsAre(Type::backup)) << "nine: no message";
     EXPECT_FALSE(h.defaults.value(packageUpgradeKey(pair.id)));
 
     for (int i = 0; i < 10; ++i)
         writeFile(pair.sourceURL / "Letters.rtfd" / ("page" + std::to_string(i) + ".rtf"), "p");
     engine->triggerBackup(pair);
-    finishRun(*engine);
+    ASSERT_TRUE(h.finishRun());
     ASSERT_EQ(h.events().size(), 3u) << "the next pass counts afresh";
     EXPECT_EQ(*h.events()[2].message,
               "Found app bundles and document packages that weren't backed up before — catching "
@@ -349,7 +332,7 @@ TEST_F(BackupEngineTest, TheCatchUpMessageNeedsTenPackageFilesAndComesOnce) {
     for (int i = 0; i < 10; ++i)
         writeFile(pair.sourceURL / "More.rtfd" / ("page" + std::to_string(i) + ".rtf"), "p");
     engine->triggerBackup(pair);
-    finishRun(*engine);
+    ASSERT_TRUE(h.finishRun());
     EXPECT_EQ(h.events().size(), 4u) << "never a second time";
 }
 
@@ -363,7 +346,7 @@ TEST_F(BackupEngineTest, AProfileIsSuggestedOnceWithWhatThePassFound) {
         [&](const NotificationInfo& info) { suggestions.push_back(info); });
     auto engine = h.makeEngine(pair);
     engine->start(pair);
-    ASSERT_TRUE(runUntilSettling());
+    ASSERT_TRUE(h.runUntilSettling());
 
     ASSERT_EQ(suggestions.size(), 1u);
     EXPECT_EQ(std::get<Uuid>(suggestions[0].at("pairId")), pair.id);
@@ -374,7 +357,7 @@ TEST_F(BackupEngineTest, AProfileIsSuggestedOnceWithWhatThePassFound) {
 
     h.queue.advance(BackupEngine::settleDelay);
     engine->triggerBackup(*h.storedPair(pair.id));
-    finishRun(*engine);
+    ASSERT_TRUE(h.finishRun());
     EXPECT_EQ(suggestions.size(), 1u);
 }
 
@@ -388,7 +371,7 @@ TEST_F(BackupEngineTest, FilesHeldByARunningEditorAreLoggedOncePerEditor) {
     h.editors.set(snapshot);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
-    ASSERT_TRUE(runUntilSettling());
+    ASSERT_TRUE(h.runUntilSettling());
     EXPECT_THAT(h.eventMessages(),
                 ElementsAre("",
                             "Skipped 1 file currently being edited in GIMP — they'll back up "
@@ -406,12 +389,12 @@ TEST_F(BackupEngineTest, ATrashOfAGibibyteOrMoreRemindsTheUser) {
     fs::resize_file(old, BackupEngine::trashReminderThreshold - 1);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
-    finishRun(*engine);
+    ASSERT_TRUE(h.finishRun());
     EXPECT_EQ(h.notifier->sent.size(), 1u) << "one byte short: no reminder";
 
     fs::resize_file(old, BackupEngine::trashReminderThreshold);
     engine->triggerBackup(pair);
-    finishRun(*engine);
+    ASSERT_TRUE(h.finishRun());
     ASSERT_EQ(h.notifier->sent.size(), 3u);
     EXPECT_EQ(h.notifier->sent[2], "trash: 1073741824");
 }
@@ -423,7 +406,7 @@ TEST_F(BackupEngineTest, ProgressIsReportedAtMostEveryFiftyMilliseconds) {
     auto engine = h.makeEngine(pair);
     StatusHistory history(*engine);
     engine->start(pair);
-    ASSERT_TRUE(runUntilSettling());
+    ASSERT_TRUE(h.runUntilSettling());
     // The clock stands still during the pass: only the first report gets through.
     int syncing = 0;
     for (const auto& status : history.statuses)

@@ -32,17 +32,11 @@ class EngineFollowUpTest : public ::testing::Test {
         } else {
             engine.triggerBackup(pair);
         }
-        ASSERT_TRUE(h.runUntil([&] { return h.sleeper.sleeping() == 1; }));
-        h.queue.advance(BackupEngine::settleDelay);
-        ASSERT_TRUE(h.runUntil([&] { return h.sleeper.sleeping() == 0; }));
+        ASSERT_TRUE(h.finishRun());
         h.settle();
     }
 
     void passTime(seconds elapsed) { h.wallClock.set(h.wallClock.now() + elapsed); }
-
-    fs::path mirrorOf(const BackupPair& pair) const {
-        return pair.destinationURL / "Quillstow" / pair.name;
-    }
 };
 
 TEST_F(EngineFollowUpTest, TheSampleIsReadAtMostOnceADay) {
@@ -52,7 +46,7 @@ TEST_F(EngineFollowUpTest, TheSampleIsReadAtMostOnceADay) {
     auto engine = h.makeEngine(pair);
     run(*engine, pair, true);
     EXPECT_THAT(h.messagesOf(Type::integrityChecked), ElementsAre("Every file checked today."));
-    EXPECT_EQ(h.integrityVerifier.loadDatabase(mirrorOf(pair)).size(), 2u);
+    EXPECT_EQ(h.integrityVerifier.loadDatabase(EngineHarness::mirrorOf(pair)).size(), 2u);
 
     passTime(seconds(86400));
     run(*engine, pair);
@@ -69,8 +63,8 @@ TEST_F(EngineFollowUpTest, DamageOnTheDriveIsLoggedAndToldOnTheNextCheck) {
     auto engine = h.makeEngine(pair);
     run(*engine, pair, true);
     // The drive flips bits: same size and date, other bytes; the pass sees no change.
-    const Date copied = modificationDate(mirrorOf(pair) / "photo.jpg");
-    writeFile(mirrorOf(pair) / "photo.jpg", "originaL", copied);
+    const Date copied = modificationDate(EngineHarness::mirrorOf(pair) / "photo.jpg");
+    writeFile(EngineHarness::mirrorOf(pair) / "photo.jpg", "originaL", copied);
 
     passTime(hours(25));
     run(*engine, pair);
@@ -108,7 +102,7 @@ TEST_F(EngineFollowUpTest, TheOffsiteCopyComesOnceAWeekAndIsRecorded) {
     passTime(seconds(604799));
     run(*engine, stored);
     EXPECT_FALSE(fs::exists(offsite / "later.txt")) << "604799 seconds: not yet due";
-    EXPECT_TRUE(fs::exists(mirrorOf(pair) / "later.txt"));
+    EXPECT_TRUE(fs::exists(EngineHarness::mirrorOf(pair) / "later.txt"));
 
     passTime(seconds(1));
     run(*engine, *h.storedPair(pair.id));

@@ -171,6 +171,20 @@ class EngineHarness {
 
     // Runs main-thread work until the condition holds, waiting for background tasks.
     bool runUntil(const std::function<bool()>& condition) { return queue.runUntil(condition); }
+    // Until a run has done its work and waits its five seconds before idle.
+    bool runUntilSettling() {
+        return runUntil([&] { return sleeper.sleeping() == 1; });
+    }
+    // Lets a run that waits its five seconds end.
+    bool finishRun() {
+        if (!runUntilSettling()) return false;
+        queue.advance(BackupEngine::settleDelay);
+        return runUntil([&] { return sleeper.sleeping() == 0; });
+    }
+    // Where a pair's files are mirrored.
+    static std::filesystem::path mirrorOf(const BackupPair& pair) {
+        return pair.destinationURL / "Quillstow" / pair.name;
+    }
     // Lets the background tasks finish and runs what they posted.
     void settle();
 

@@ -107,7 +107,7 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
     // The mirror is walked on a second thread while the source is listed, as the two halves of
     // rsync do: an unchanged tree then costs little more than the longer of the two walks.
     MirrorListing mirror;
-    std::thread mirrorWalk([&] { mirror = listMirror(destination, filter); });
+    std::jthread mirrorWalk([&] { mirror = listMirror(destination, filter); });
     BackupResult result;
     const std::vector<ListedItem> items = listSource(source, filter);
     const EditorSnapshot editors = editors_.snapshot();

@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "control/BackupEngine.hpp"
 #include "copy/FileCopier.hpp"
 #include "model/BackupProfile.hpp"
 #include "platform/LinuxUserActivity.hpp"
@@ -28,6 +29,7 @@ namespace {
 using namespace quillstow;
 
 constexpr int usageStatus = 64;
+constexpr int internalErrorStatus = 70;
 
 constexpr const char* usage =
     "usage: quillstow-pass [--profile NAME] [--trash DIR] [--bandwidth MODE] SOURCE DESTINATION\n"
@@ -51,6 +53,17 @@ struct Arguments {
     std::exit(usageStatus);
 }
 
+// An argument as an absolute path; an empty one, or one that can't be made absolute (the
+// working folder is gone), is a usage error.
+std::filesystem::path absolutePath(const std::string& argument, const char* what) {
+    if (argument.empty()) failUsage(std::string(what) + " can't be an empty path.");
+    try {
+        return std::filesystem::absolute(argument);
+    } catch (const std::filesystem::filesystem_error& error) {
+        failUsage(std::string(what) + ": " + error.what());
+    }
+}
+
 Arguments parseArguments(int argc, char** argv) {
     Arguments arguments;
     std::vector<std::string> positional;
@@ -63,7 +76,7 @@ Arguments parseArguments(int argc, char** argv) {
             if (i + 1 >= argc) failUsage(argument + " needs a value.");
             const std::string value = argv[++i];
             if (argument == "--trash") {
-                arguments.trash = std::filesystem::absolute(value);
+                arguments.trash = absolutePath(value, "The archive folder");
                 continue;
             }
             if (argument == "--bandwidth") {
@@ -82,8 +95,8 @@ Arguments parseArguments(int argc, char** argv) {
         }
     }
     if (positional.size() != 2) failUsage("Give a source and a destination folder.");
-    arguments.source = std::filesystem::absolute(positional[0]);
-    arguments.destination = std::filesystem::absolute(positional[1]);
+    arguments.source = absolutePath(positional[0], "The source");
+    arguments.destination = absolutePath(positional[1], "The destination");
     return arguments;
 }
 
@@ -121,8 +134,9 @@ class InterruptWatcher {
 
 int main(int argc, char** argv) {
     const Arguments arguments = parseArguments(argc, argv);
+    // DESTINATION is a pair's mirror: its parent stands for the location the user chose.
     const std::filesystem::path trash = arguments.trash.value_or(
-        paths::standardized(arguments.destination).parent_path() / ".Quillstow-Trash");
+        archiveRootAt(paths::standardized(arguments.destination).parent_path()));
 
     InterruptWatcher interrupts;
     LocalFileSystem fileSystem;
@@ -135,8 +149,9 @@ int main(int argc, char** argv) {
     ActivityGate gate(activity, sleeper);
     FileCopier copier(fileSystem, editors, wallClock, clock, gate);
 
-    // As before every pass of the engine: what an interrupted pass left is swept first.
-    copier.removeStaleTemporaries(arguments.destination);
+    // As before every pass of the engine: what an interrupted pass left is swept first, once
+    // the path rules accept the two folders.
+    copier.removeStaleTemporaries(arguments.source, arguments.destination);
     try {
         const BackupResult result =
             copier.scanAndCopy(arguments.source, arguments.destination, trash,
@@ -146,5 +161,8 @@ int main(int argc, char** argv) {
     } catch (const FileOperationFailure& failure) {
         std::cout << json::write(toJson(failure.error())) << "\n";
         return 2;
+    } catch (const std::exception& error) {
+        std::cerr << "quillstow-pass: " << error.what() << "\n";
+        return internalErrorStatus;
     }
 }

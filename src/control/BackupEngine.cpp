@@ -39,6 +39,10 @@ fs::path mirrorRootAt(const fs::path& location) {
                : paths::appending(location, mirrorFolderName);
 }
 
+fs::path archiveRootAt(const fs::path& location) {
+    return paths::appending(location, archiveFolderName);
+}
+
 fs::path pairFolderAt(const fs::path& location, const std::string& name) {
     return paths::appending(mirrorRootAt(location), sanitizedFolderName(name));
 }
@@ -49,7 +53,7 @@ RunPaths runPaths(const BackupPair& pair, const std::optional<fs::path>& source,
     paths.chosen = destination.value_or(pair.destinationURL);
     paths.mirrorRoot = mirrorRootAt(paths.chosen);
     paths.pairFolder = pairFolderAt(paths.chosen, pair.name);
-    paths.archiveRoot = paths::appending(paths.chosen, archiveFolderName);
+    paths.archiveRoot = archiveRootAt(paths.chosen);
     paths.source = source.value_or(pair.sourceURL);
     return paths;
 }
@@ -310,7 +314,7 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
     const ExclusionFilter filter = filterForPair(pair);
     if (!hasEnoughSpace(pair, paths, filter, generation)) return;
 
-    fileCopier_.removeStaleTemporaries(paths.pairFolder);
+    fileCopier_.removeStaleTemporaries(paths.source, paths.pairFolder);
     lastProgressTickTime_ = 0;
     BackupResult result;
     try {

@@ -48,6 +48,9 @@ RunPaths runPaths(const BackupPair& pair, const std::optional<std::filesystem::p
 // {location}/Quillstow, or the location itself when it is named so.
 std::filesystem::path mirrorRootAt(const std::filesystem::path& location);
 
+// {location}/.Quillstow-Trash, the deletion archive of every pair at the location.
+std::filesystem::path archiveRootAt(const std::filesystem::path& location);
+
 // {location}/Quillstow/{sanitised name}, without a second "Quillstow".
 std::filesystem::path pairFolderAt(const std::filesystem::path& location, const std::string& name);
 

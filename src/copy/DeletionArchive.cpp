@@ -63,6 +63,40 @@ int massRailThreshold(std::size_t mirrorCount) {
     return threshold <= massRailFloor - 1 ? massRailFloor : threshold;
 }
 
+std::optional<FileOperationError> archiveRefusal(const fs::path& source, std::size_t sourceCount,
+                                                 std::size_t mirrorCount, std::size_t orphanCount) {
+    if (mirrorCount == 0) return std::nullopt;
+    if (sourceCount == 0) {
+        return FileOperationError{
+            source, "archive",
+            errors::quillstow(1001, "Source appears empty or unreadable — skipped archival of " +
+                                        std::to_string(mirrorCount) +
+                                        " backup file(s) to protect existing backups.")};
+    }
+    if (int(orphanCount) >= massRailThreshold(mirrorCount)) {
+        return FileOperationError{
+            source, "archive",
+            errors::quillstow(1002, "Unusually large number of files (" +
+                                        std::to_string(orphanCount) +
+                                        ") would be archived — skipping archival as a safety "
+                                        "measure.")};
+    }
+    return std::nullopt;
+}
+
+std::vector<std::string> orphansOf(const std::vector<std::string>& mirrorItems,
+                                   const std::vector<ListedItem>& sourceItems) {
+    std::unordered_set<std::string_view> sourcePaths;
+    sourcePaths.reserve(sourceItems.size());
+    for (const auto& item : sourceItems)
+        sourcePaths.insert(item.relativePath);
+    std::vector<std::string> orphans;
+    for (const auto& item : mirrorItems) {
+        if (!sourcePaths.contains(item)) orphans.push_back(item);
+    }
+    return orphans;
+}
+
 namespace {
 
 // "{stem}-{8 characters}.{extension}", or without the extension where the name has none.
@@ -77,107 +111,87 @@ fs::path collisionFreeName(const fs::path& target) {
 
 }  // namespace
 
-namespace {
+ArchiveMover::ArchiveMover(FileSystem& fileSystem, transfer::MirrorRoot root, fs::path trashRoot,
+                           Date start)
+    : fileSystem_(fileSystem),
+      root_(std::move(root)),
+      dayFolder_(std::move(trashRoot) / datedFolderName(start)) {}
 
-// Rail one: a source that is no longer there stops the phase as a volume loss.
-bool sourceHasGone(const fs::path& source, BackupResult& result) {
-    auto lost = checkSourceBeforeArchival(source);
-    if (!lost) return false;
-    result.errors.push_back(std::move(*lost));
-    result.abortedDueToVolumeLoss = true;
-    return true;
+ArchiveMover::Outcome ArchiveMover::move(const std::string& relativePath, BackupResult& result) {
+    const fs::path item = paths::appending(root_.path, relativePath);
+    if (!files::exists(item)) {
+        if (root_.isPresent()) return Outcome::gone;
+        result.errors.push_back(destinationVolumeLost(root_.path));
+        result.abortedDueToVolumeLoss = true;
+        return Outcome::volumeLost;
+    }
+    fs::path target = paths::appending(dayFolder_, relativePath);
+    const fs::path folder = target.parent_path();
+    try {
+        // The day folder comes into being with the first item's folders, so a pass without
+        // orphans leaves no trace.
+        transfer::createFoldersOnVolume(fileSystem_, folder, root_);
+    } catch (const Failure& failure) {
+        result.errors.push_back(
+            {item, "archive", asError({folder, "createDirectory", failure.error()})});
+        return Outcome::failed;
+    }
+    if (files::exists(target)) target = collisionFreeName(target);
+    try {
+        // A rename that refuses to replace: a second collision fails here, never overwrites.
+        fileSystem_.moveItem(item, target);
+        return Outcome::moved;
+    } catch (const Failure& failure) {
+        result.errors.push_back({item, "archive", failure.error()});
+        return Outcome::failed;
+    }
 }
 
-int moveOrphans(FileSystem& fileSystem, const fs::path& source, const fs::path& destination,
-                const fs::path& trashRoot, Date start, const std::vector<ListedItem>& sourceItems,
-                const std::vector<std::string>& mirrorItems, BackupResult& result,
-                std::stop_token stop);
-
-}  // namespace
+int archiveOrphans(ArchiveMover& mover, const fs::path& source, const transfer::MirrorRoot& root,
+                   const std::vector<std::string>& orphans,
+                   const std::optional<FileOperationError>& refusal, BackupResult& result,
+                   std::stop_token stop) {
+    if (auto lost = checkSourceBeforeArchival(source)) {
+        result.errors.push_back(std::move(*lost));
+        result.abortedDueToVolumeLoss = true;
+        return 0;
+    }
+    if (!root.isPresent()) {
+        result.errors.push_back(destinationVolumeLost(root.path));
+        result.abortedDueToVolumeLoss = true;
+        return 0;
+    }
+    if (refusal) {
+        result.errors.push_back(*refusal);
+        return 0;
+    }
+    int archived = 0;
+    for (const auto& relative : orphans) {
+        if (stop.stop_requested()) break;
+        const auto outcome = mover.move(relative, result);
+        if (outcome == ArchiveMover::Outcome::moved) ++archived;
+        if (outcome == ArchiveMover::Outcome::volumeLost) break;
+    }
+    return archived;
+}
 
 int archiveOrphans(FileSystem& fileSystem, const fs::path& source, const fs::path& destination,
                    const fs::path& trashRoot, const ExclusionFilter& filter, Date start,
                    const std::vector<ListedItem>& sourceItems, BackupResult& result,
                    std::stop_token stop) {
-    if (sourceHasGone(source, result)) return 0;
-    return moveOrphans(fileSystem, source, destination, trashRoot, start, sourceItems,
-                       listDestination(destination, filter), result, stop);
+    transfer::MirrorRoot root{destination, 0};
+    try {
+        root = transfer::MirrorRoot::at(destination);
+    } catch (const Failure&) {
+        // Judged as gone by the phase itself.
+    }
+    const std::vector<std::string> mirrorItems = listDestination(destination, filter);
+    const std::vector<std::string> orphans = orphansOf(mirrorItems, sourceItems);
+    ArchiveMover mover(fileSystem, root, trashRoot, start);
+    return archiveOrphans(
+        mover, source, root, orphans,
+        archiveRefusal(source, sourceItems.size(), mirrorItems.size(), orphans.size()), result,
+        stop);
 }
-
-int archiveOrphans(FileSystem& fileSystem, const fs::path& source, const fs::path& destination,
-                   const fs::path& trashRoot, Date start,
-                   const std::vector<ListedItem>& sourceItems,
-                   const std::vector<std::string>& mirrorItems, BackupResult& result,
-                   std::stop_token stop) {
-    if (sourceHasGone(source, result)) return 0;
-    return moveOrphans(fileSystem, source, destination, trashRoot, start, sourceItems, mirrorItems,
-                       result, stop);
-}
-
-namespace {
-
-int moveOrphans(FileSystem& fileSystem, const fs::path& source, const fs::path& destination,
-                const fs::path& trashRoot, Date start, const std::vector<ListedItem>& sourceItems,
-                const std::vector<std::string>& mirrorItems, BackupResult& result,
-                std::stop_token stop) {
-    std::unordered_set<std::string_view> sourcePaths;
-    sourcePaths.reserve(sourceItems.size());
-    for (const auto& item : sourceItems)
-        sourcePaths.insert(item.relativePath);
-    std::vector<std::string> orphans;
-    for (const auto& item : mirrorItems) {
-        if (!sourcePaths.contains(item)) orphans.push_back(item);
-    }
-
-    if (sourceItems.empty() && !mirrorItems.empty()) {
-        result.errors.push_back(
-            {source, "archive",
-             errors::quillstow(1001, "Source appears empty or unreadable — skipped archival of " +
-                                         std::to_string(mirrorItems.size()) +
-                                         " backup file(s) to protect existing backups.")});
-        return 0;
-    }
-    if (!sourceItems.empty() && !mirrorItems.empty() &&
-        int(orphans.size()) >= massRailThreshold(mirrorItems.size())) {
-        result.errors.push_back(
-            {source, "archive",
-             errors::quillstow(1002, "Unusually large number of files (" +
-                                         std::to_string(orphans.size()) +
-                                         ") would be archived — skipping archival as a safety "
-                                         "measure.")});
-        return 0;
-    }
-
-    // The day folder comes into being with the first item's folders, so a pass without orphans
-    // leaves no trace.
-    const fs::path dayFolder = trashRoot / datedFolderName(start);
-    int archived = 0;
-    for (const auto& relative : orphans) {
-        if (stop.stop_requested()) break;
-        const fs::path item = paths::appending(destination, relative);
-        fs::path target = paths::appending(dayFolder, relative);
-        const fs::path folder = target.parent_path();
-        if (!files::isFolder(folder)) {
-            try {
-                fileSystem.createDirectories(folder);
-            } catch (const Failure& failure) {
-                result.errors.push_back(
-                    {item, "archive", asError({folder, "createDirectory", failure.error()})});
-                continue;
-            }
-        }
-        if (files::exists(target)) target = collisionFreeName(target);
-        try {
-            // A rename that refuses to replace: a second collision fails here, never overwrites.
-            fileSystem.moveItem(item, target);
-            ++archived;
-        } catch (const Failure& failure) {
-            result.errors.push_back({item, "archive", failure.error()});
-        }
-    }
-    return archived;
-}
-
-}  // namespace
 
 }  // namespace quillstow

@@ -16,6 +16,7 @@
 
 #include "copy/ExclusionFilter.hpp"
 #include "copy/FileSystem.hpp"
+#include "copy/FileTransfer.hpp"
 #include "copy/SourceListing.hpp"
 #include "model/Results.hpp"
 #include "support/Dates.hpp"
@@ -47,20 +48,52 @@ std::optional<std::int64_t> trashSize(const std::filesystem::path& trashRoot);
 // Below this many orphans the mass rail lets a mirror of `mirrorCount` items be archived.
 int massRailThreshold(std::size_t mirrorCount);
 
-// The archive phase of a pass. Adds what fails to `result.errors`; a rail that fires adds its
-// one error and moves nothing. Returns the number of items moved. Stops before the next item
-// once `stop` is requested; what moved stays moved.
+// The rails that judge a whole archive phase on the two listings: an empty source never empties
+// a mirror (1001), and nine tenths of a mirror of ten items or more never go at once (1002).
+// The error of the rail that refuses, or nothing.
+std::optional<FileOperationError> archiveRefusal(const std::filesystem::path& source,
+                                                 std::size_t sourceCount, std::size_t mirrorCount,
+                                                 std::size_t orphanCount);
+
+// The mirror's items, in listing order, that have no item of the same path in the source.
+std::vector<std::string> orphansOf(const std::vector<std::string>& mirrorItems,
+                                   const std::vector<ListedItem>& sourceItems);
+
+// Moves items of one mirror into its archive's day folder, {trashRoot}/{yyyy-MM-dd}/{relative
+// path}, keeping their paths; a name taken already gets "-{8 characters}" after its stem. It
+// re-reads each item before it moves it, and makes the day folder's folders only on the
+// mirror's volume: a drive pulled since the listing leaves nothing behind on another disk.
+class ArchiveMover {
+  public:
+    ArchiveMover(FileSystem& fileSystem, transfer::MirrorRoot root, std::filesystem::path trashRoot,
+                 Date start);
+
+    enum class Outcome { moved, gone, failed, volumeLost };
+
+    // Adds an "archive" entry to `result.errors` for a failure, and the 1007 error with
+    // `abortedDueToVolumeLoss` when the mirror's volume has gone.
+    Outcome move(const std::string& relativePath, BackupResult& result);
+
+  private:
+    FileSystem& fileSystem_;
+    const transfer::MirrorRoot root_;
+    const std::filesystem::path dayFolder_;
+};
+
+// The archive phase: the source must still be there (1006, a volume loss), and so must the
+// mirror's volume (1007); then the rails judge, and the orphans move one by one. Returns the
+// number of items moved. Stops before the next item once `stop` is requested; what moved stays
+// moved.
+int archiveOrphans(ArchiveMover& mover, const std::filesystem::path& source,
+                   const transfer::MirrorRoot& root, const std::vector<std::string>& orphans,
+                   const std::optional<FileOperationError>& refusal, BackupResult& result,
+                   std::stop_token stop);
+
+// The same phase on a mirror as listDestination finds it.
 int archiveOrphans(FileSystem& fileSystem, const std::filesystem::path& source,
                    const std::filesystem::path& destination, const std::filesystem::path& trashRoot,
                    const ExclusionFilter& filter, Date start,
                    const std::vector<ListedItem>& sourceItems, BackupResult& result,
-                   std::stop_token stop);
-
-// The same with the mirror's items as the caller knows them, in listing order.
-int archiveOrphans(FileSystem& fileSystem, const std::filesystem::path& source,
-                   const std::filesystem::path& destination, const std::filesystem::path& trashRoot,
-                   Date start, const std::vector<ListedItem>& sourceItems,
-                   const std::vector<std::string>& mirrorItems, BackupResult& result,
                    std::stop_token stop);
 
 }  // namespace quillstow

@@ -1,5 +1,6 @@
 #include "copy/FileCopier.hpp"
 
+#include <algorithm>
 #include <thread>
 #include <unordered_set>
 
@@ -11,6 +12,7 @@
 #include "copy/ProfileRecommendation.hpp"
 #include "copy/SourceListing.hpp"
 #include "copy/SwapBatch.hpp"
+#include "environment/MountTable.hpp"
 #include "support/Paths.hpp"
 
 namespace quillstow {
@@ -32,21 +34,336 @@ std::string lastComponentOf(const std::string& relativePath) {
     return slash == std::string::npos ? relativePath : relativePath.substr(slash + 1);
 }
 
-// The mirror's items once the pass has copied: what the walk found, and what the pass added.
-std::vector<std::string> itemsAfterCopying(std::vector<std::string> found,
-                                           const BackupResult& result) {
-    const std::unordered_set<std::string_view> known(found.begin(), found.end());
-    std::vector<std::string> added;
-    for (const auto& copied : result.copiedRelativePaths) {
-        if (!known.contains(copied)) added.push_back(copied);
+// Whether `path` is `folder` or lies below it; "" holds everything.
+bool isAtOrBelow(std::string_view path, std::string_view folder) {
+    if (folder.empty() || path == folder) return true;
+    return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
+}
+
+bool isAtOrBelowAny(std::string_view path, const std::vector<std::string>& folders) {
+    return std::any_of(folders.begin(), folders.end(),
+                       [&](const std::string& folder) { return isAtOrBelow(path, folder); });
+}
+
+using MirrorEntries = decltype(MirrorListing::entries);
+
+// The item of the mirror that stands where the copy of `relative` must go: a file or a link
+// where one of its folders belongs, or an item of another kind at its own path (a folder where
+// a file goes, a link). It holds backups of its own, so it goes to the archive, never away.
+std::optional<std::string> obstacleFor(const std::string& relative, const FileInfo& sourceInfo,
+                                       const MirrorEntries& entries) {
+    for (auto slash = relative.find('/'); slash != std::string::npos;
+         slash = relative.find('/', slash + 1)) {
+        const auto folder = entries.find(std::string_view(relative).substr(0, slash));
+        if (folder == entries.end()) return std::nullopt;
+        if (!folder->second.isDirectory()) return relative.substr(0, slash);
     }
-    found.insert(found.end(), added.begin(), added.end());
-    return found;
+    const auto found = entries.find(relative);
+    if (found == entries.end()) return std::nullopt;
+    const FileInfo& inMirror = found->second;
+    if (inMirror.isSymbolicLink() || inMirror.isDirectory() != sourceInfo.isDirectory()) {
+        return relative;
+    }
+    return std::nullopt;
 }
 
 [[noreturn]] void raise(const Path& url, const char* operation, Error error) {
     throw FileOperationFailure({url, operation, std::move(error)});
 }
+
+// A mirror is never made on the disk that a pulled drive left its mount point on.
+void refuseMissingDrive(const Path& destination) {
+    if (destinationState(destination, MountTable::snapshot()) == DestinationState::notMounted) {
+        throw FileOperationFailure(destinationVolumeLost(destination));
+    }
+}
+
+// The checks before anything is touched: path rules, the link, read and write tests, and the
+// mirror's folder made if missing. Raises at the first that fails.
+transfer::MirrorRoot checkBeforeTouching(FileSystem& fileSystem, const Path& source,
+                                         const Path& destination) {
+    validatePaths(source, destination);
+    const auto destinationInfo = files::readInfo(destination);
+    if (destinationInfo && destinationInfo->isSymbolicLink()) {
+        raise(destination, "validateDestination",
+              errors::quillstow(1003,
+                                "Destination path is a symbolic link — refusing to write "
+                                "to prevent data redirection."));
+    }
+    if (!files::isReadable(source)) {
+        raise(source, "validateSource",
+              errors::quillstow(1004,
+                                "Source folder is not readable — check permissions or "
+                                "reconnect the drive."));
+    }
+    if (!destinationInfo) {
+        refuseMissingDrive(destination);
+        try {
+            fileSystem.createDirectories(destination);
+        } catch (const Failure& failure) {
+            raise(destination, "createDirectory", failure.error());
+        }
+    }
+    if (!files::isWritable(destination)) {
+        raise(destination, "validateDestination",
+              errors::quillstow(1005,
+                                "Destination folder is not writable — check permissions "
+                                "or disk space."));
+    }
+    try {
+        return transfer::MirrorRoot::at(destination);
+    } catch (const Failure& failure) {
+        raise(destination, "validateDestination", failure.error());
+    }
+}
+
+// One pass, in the steps of its data: the two listings side by side, the copy of each item that
+// differs, the archive of what left the source, and the folders' dates last.
+class Pass {
+  public:
+    struct Services {
+        FileSystem& fileSystem;
+        const RunningEditors& editors;
+        const ActivityGate& gate;
+    };
+
+    Pass(Services services, const Path& source, transfer::MirrorRoot root, const Path& trashRoot,
+         Date start, const ExclusionFilter& filter, const FileCopier::ProgressCallback& onProgress,
+         std::stop_token stop)
+        : services_(services),
+          source_(source),
+          root_(std::move(root)),
+          filter_(filter),
+          onProgress_(onProgress),
+          stop_(stop),
+          mover_(services.fileSystem, root_, trashRoot, start),
+          batch_(services.fileSystem, root_, StreamContext{onProgress, 0, &services.gate, stop}) {}
+
+    BackupResult run() {
+        list();
+        if (copyItems()) {
+            batch_.flush(result_);
+            archive();
+        }
+        restoreFolderDates();
+        return std::move(result_);
+    }
+
+  private:
+    // The mirror is walked on a second thread while the source is listed, as the two halves of
+    // rsync do: an unchanged tree then costs little more than the longer of the two walks.
+    void list() {
+        std::jthread mirrorWalk([&] { mirror_ = listMirror(root_.path, filter_); });
+        listing_ = readSource(source_, filter_);
+        editors_ = services_.editors.snapshot();
+        result_.recommendedProfile = recommendProfile(listing_.items, source_);
+        for (const auto& item : listing_.items)
+            result_.approximateSourceBytes += item.info.fileSize.value_or(0);
+        for (const auto& folder : listing_.unreadableFolders) {
+            unreadable_.push_back(folder.relativePath);
+            result_.errors.push_back({paths::appending(source_, folder.relativePath), "copy",
+                                      errors::posix(folder.error)});
+        }
+        mirrorWalk.join();
+
+        // What lies below a folder that couldn't be read is unknown, not gone.
+        for (auto& orphan : orphansOf(mirror_.items, listing_.items)) {
+            if (!isAtOrBelowAny(orphan, unreadable_)) orphans_.push_back(std::move(orphan));
+        }
+        refusal_ =
+            archiveRefusal(source_, listing_.items.size(), mirror_.items.size(), orphans_.size());
+    }
+
+    // False when a volume left: then nothing is archived.
+    bool copyItems() {
+        const std::size_t total = listing_.items.size();
+        for (std::size_t i = 0; i < total; ++i) {
+            if (stop_.stop_requested()) break;
+            if (i > 0 && i % volumeCheckInterval == 0) {
+                if (auto lost = checkVolumes(source_, root_.path)) {
+                    endByVolumeLoss(std::move(*lost));
+                    return false;
+                }
+            }
+            const double fraction = double(i) / double(total);
+            const ListedItem& item = listing_.items[i];
+            if (onProgress_) onProgress_(fraction, lastComponentOf(item.relativePath));
+            if (!copyItem(item, fraction)) {
+                endByVolumeLoss(std::nullopt);
+                return false;
+            }
+            if (batch_.isFull()) batch_.flush(result_);
+        }
+        return true;
+    }
+
+    // Copies made before the loss still go in where the mirror is there to take them.
+    void endByVolumeLoss(std::optional<FileOperationError> lost) {
+        if (root_.isPresent()) {
+            batch_.flush(result_);
+        } else {
+            batch_.abandon(result_);
+        }
+        if (lost) result_.errors.push_back(std::move(*lost));
+        result_.abortedDueToVolumeLoss = true;
+    }
+
+    // False when the mirror's volume left while the way was cleared.
+    bool copyItem(const ListedItem& item, double fraction) {
+        const std::string& relative = item.relativePath;
+        // What the mirror held before the pass is what it holds at this item: a copy writes
+        // only at its own item's path.
+        const auto inMirror = mirror_.entries.find(relative);
+        if (!needsCopy(item.info, inMirror == mirror_.entries.end()
+                                      ? std::nullopt
+                                      : std::optional<FileInfo>(inMirror->second))) {
+            return true;
+        }
+        const Path sourceItem = paths::appending(source_, relative);
+        const Path destinationItem = paths::appending(root_.path, relative);
+        if (editors_.hasEditors() && isOpenInEditor(editors_, sourceItem, &item.info)) {
+            for (const auto& name : editors_.names)
+                result_.filesDeferredByEditor[name] += 1;
+            return true;
+        }
+
+        services_.gate.pauseBetweenFiles(stop_);
+        if (!files::isReadable(sourceItem)) {
+            batch_.addError({sourceItem, "copy",
+                             errors::quillstow(1008, "Source file became unreadable mid-backup.")});
+            return true;
+        }
+        if (const auto obstacle = obstacleFor(relative, item.info, mirror_.entries)) {
+            if (refusal_) {
+                // The old item stays, so the new one can't go in: the rail says why.
+                batch_.addError({destinationItem, "copy", refusal_->underlying});
+                return true;
+            }
+            if (!moveAside(*obstacle)) return root_.isPresent();
+        }
+        attemptCopy(sourceItem, destinationItem, relative, fraction);
+        return true;
+    }
+
+    // Moves an item in the way of a copy into the archive, with everything below it.
+    bool moveAside(const std::string& obstacle) {
+        if (isAtOrBelowAny(obstacle, movedAside_)) return true;
+        const auto outcome = mover_.move(obstacle, result_);
+        if (outcome == ArchiveMover::Outcome::failed ||
+            outcome == ArchiveMover::Outcome::volumeLost) {
+            return false;
+        }
+        movedAside_.push_back(obstacle);
+        if (outcome == ArchiveMover::Outcome::moved) {
+            result_.archivedFiles += int(std::count_if(
+                mirror_.items.begin(), mirror_.items.end(),
+                [&](const std::string& item) { return isAtOrBelow(item, obstacle); }));
+        }
+        return true;
+    }
+
+    // The first attempt, and at once a second one after a transient error; on a full drive,
+    // the copies waiting for their swap go in first, freeing their old versions, and the item is
+    // tried once more. The swap of each waits for the batch.
+    void attemptCopy(const Path& sourceItem, const Path& destinationItem,
+                     const std::string& relative, double fraction) {
+        bool retried = false;
+        bool madeRoom = false;
+        for (;;) {
+            try {
+                const StreamContext context{onProgress_, fraction, &services_.gate, stop_};
+                batch_.addCopy(transfer::prepareVerifiedCopy(services_.fileSystem, sourceItem,
+                                                             destinationItem, &root_, context),
+                               sourceItem, relative, retried, fraction);
+                return;
+            } catch (const transfer::SizeMismatch& mismatch) {
+                batch_.addError(sizeMismatchError(mismatch.destination));
+                return;
+            } catch (const Failure& failure) {
+                if (!madeRoom && errors::isPosix(failure.error(), ENOSPC) &&
+                    batch_.hasPendingCopies()) {
+                    madeRoom = true;
+                    batch_.flush(result_);
+                    continue;
+                }
+                if (!retried && transfer::isTransient(failure.error()) && !stop_.stop_requested()) {
+                    retried = true;
+                    continue;
+                }
+                batch_.addError({sourceItem, "copy", failure.error()});
+                return;
+            } catch (const FileOperationFailure& failure) {
+                batch_.addError({sourceItem, "copy", asError(failure.error())});
+                return;
+            }
+        }
+    }
+
+    void archive() {
+        std::vector<std::string> orphans;
+        for (const auto& orphan : orphans_) {
+            if (!isAtOrBelowAny(orphan, movedAside_)) orphans.push_back(orphan);
+        }
+        result_.archivedFiles +=
+            archiveOrphans(mover_, source_, root_, orphans, refusal_, result_, stop_);
+    }
+
+    // Folders keep their source's modification dates, as `cp -a` and `rsync -a` keep them: set
+    // last, since every swap and move in a folder changed its date.
+    void restoreFolderDates() {
+        if (!root_.isPresent()) return;
+        const auto touched = touchedFolders();
+        for (const auto& folder : listing_.folders) {
+            if (!folder.modificationDate) continue;
+            const auto inMirror = mirror_.entries.find(folder.relativePath);
+            const bool unchanged = inMirror != mirror_.entries.end() &&
+                                   inMirror->second.isDirectory() &&
+                                   inMirror->second.modificationDate == folder.modificationDate &&
+                                   !touched.contains(folder.relativePath);
+            if (unchanged) continue;
+            files::setModificationDate(paths::appending(root_.path, folder.relativePath),
+                                       *folder.modificationDate);
+        }
+    }
+
+    // The folders of the mirror that the pass wrote into, and those above them.
+    std::unordered_set<std::string> touchedFolders() const {
+        std::unordered_set<std::string> folders;
+        const auto addFoldersOf = [&](const std::string& path) {
+            for (auto slash = path.rfind('/'); slash != std::string::npos && slash > 0;
+                 slash = path.rfind('/', slash - 1)) {
+                if (!folders.insert(path.substr(0, slash)).second) break;
+            }
+        };
+        for (const auto& path : result_.copiedRelativePaths)
+            addFoldersOf(path);
+        for (const auto& path : movedAside_)
+            addFoldersOf(path);
+        if (result_.archivedFiles > 0) {
+            for (const auto& path : orphans_)
+                addFoldersOf(path);
+        }
+        return folders;
+    }
+
+    const Services services_;
+    const Path& source_;
+    const transfer::MirrorRoot root_;
+    const ExclusionFilter& filter_;
+    const FileCopier::ProgressCallback& onProgress_;
+    const std::stop_token stop_;
+    ArchiveMover mover_;
+    SwapBatch batch_;
+
+    BackupResult result_;
+    SourceListing listing_;
+    MirrorListing mirror_;
+    EditorSnapshot editors_;
+    std::vector<std::string> unreadable_;
+    std::vector<std::string> orphans_;
+    std::optional<FileOperationError> refusal_;
+    std::vector<std::string> movedAside_;
+};
 
 }  // namespace
 
@@ -72,131 +389,12 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
                                      std::stop_token stop) const {
     const Date startDate = wallClock_.now();
     const double startTime = clock_.now();
-
-    validatePaths(source, destination);
-
-    const auto destinationInfo = files::readInfo(destination);
-    if (destinationInfo && destinationInfo->isSymbolicLink()) {
-        raise(destination, "validateDestination",
-              errors::quillstow(1003,
-                                "Destination path is a symbolic link — refusing to write "
-                                "to prevent data redirection."));
-    }
-    if (!files::isReadable(source)) {
-        raise(source, "validateSource",
-              errors::quillstow(1004,
-                                "Source folder is not readable — check permissions or "
-                                "reconnect the drive."));
-    }
-    if (!destinationInfo) {
-        try {
-            fileManager_.createDirectories(destination);
-        } catch (const Failure& failure) {
-            raise(destination, "createDirectory", failure.error());
-        }
-    }
-    if (!files::isWritable(destination)) {
-        raise(destination, "validateDestination",
-              errors::quillstow(1005,
-                                "Destination folder is not writable — check permissions "
-                                "or disk space."));
-    }
-
+    transfer::MirrorRoot root = checkBeforeTouching(fileManager_, source, destination);
     const CheckpointGuard checkpoint(destination, startDate);
 
-    // The mirror is walked on a second thread while the source is listed, as the two halves of
-    // rsync do: an unchanged tree then costs little more than the longer of the two walks.
-    MirrorListing mirror;
-    std::jthread mirrorWalk([&] { mirror = listMirror(destination, filter); });
-    BackupResult result;
-    const std::vector<ListedItem> items = listSource(source, filter);
-    const EditorSnapshot editors = editors_.snapshot();
-
-    result.recommendedProfile = recommendProfile(items, source);
-    for (const auto& item : items)
-        result.approximateSourceBytes += item.info.fileSize.value_or(0);
-    mirrorWalk.join();
-
-    SwapBatch batch(fileManager_, destination);
-    const std::size_t total = items.size();
-    bool volumeLost = false;
-    for (std::size_t i = 0; i < total; ++i) {
-        if (stop.stop_requested()) break;
-        if (i > 0 && i % volumeCheckInterval == 0) {
-            if (auto lost = checkVolumes(source, destination)) {
-                // Copies made before the loss still go in where the mirror is there to take them.
-                if (files::isFolder(destination)) {
-                    batch.flush(result);
-                } else {
-                    batch.abandon(result);
-                }
-                result.errors.push_back(std::move(*lost));
-                result.abortedDueToVolumeLoss = true;
-                volumeLost = true;
-                break;
-            }
-        }
-
-        const std::string& relative = items[i].relativePath;
-        const double fraction = double(i) / double(total);
-        if (onProgress) onProgress(fraction, lastComponentOf(relative));
-
-        const FileInfo& sourceInfo = items[i].info;
-        // What the mirror held before the pass is what it holds at this item: a copy writes
-        // only at its own item's path.
-        const auto inMirror = mirror.entries.find(relative);
-        if (!needsCopy(sourceInfo, inMirror == mirror.entries.end()
-                                       ? std::nullopt
-                                       : std::optional<FileInfo>(inMirror->second))) {
-            continue;
-        }
-        const Path sourceItem = paths::appending(source, relative);
-        const Path destinationItem = paths::appending(destination, relative);
-
-        if (editors.hasEditors() && isOpenInEditor(editors, sourceItem, &sourceInfo)) {
-            for (const auto& name : editors.names)
-                result.filesDeferredByEditor[name] += 1;
-            continue;
-        }
-
-        gate_.pauseBetweenFiles(stop);
-
-        if (!files::isReadable(sourceItem)) {
-            batch.addError({sourceItem, "copy",
-                            errors::quillstow(1008, "Source file became unreadable mid-backup.")});
-            continue;
-        }
-
-        // The first attempt, and at once a second one after a transient error; the swap of
-        // either waits for the batch.
-        for (bool isRetry : {false, true}) {
-            try {
-                const StreamContext context{onProgress, fraction, &gate_, stop};
-                batch.addCopy(transfer::prepareVerifiedCopy(fileManager_, sourceItem,
-                                                            destinationItem, destination, context),
-                              sourceItem, relative, isRetry);
-                break;
-            } catch (const transfer::SizeMismatch& mismatch) {
-                batch.addError(sizeMismatchError(mismatch.destination));
-                break;
-            } catch (const Failure& failure) {
-                if (isRetry || !transfer::isTransient(failure.error())) {
-                    batch.addError({sourceItem, "copy", failure.error()});
-                    break;
-                }
-            } catch (const FileOperationFailure& failure) {
-                batch.addError({sourceItem, "copy", asError(failure.error())});
-                break;
-            }
-        }
-        if (batch.isFull()) batch.flush(result);
-    }
-    if (!volumeLost) {
-        batch.flush(result);
-        result.archivedFiles =
-            archiveOrphans(fileManager_, source, destination, trashRoot, startDate, items,
-                           itemsAfterCopying(std::move(mirror.items), result), result, stop);
-    }
+    Pass pass({fileManager_, editors_, gate_}, source, std::move(root), trashRoot, startDate,
+              filter, onProgress, stop);
+    BackupResult result = pass.run();
     result.duration = clock_.now() - startTime;
     return result;
 }
@@ -227,7 +425,15 @@ std::vector<std::string> FileCopier::differingSizes(
     return differing;
 }
 
-void FileCopier::removeStaleTemporaries(const Path& destination) const {
+void FileCopier::removeStaleTemporaries(const Path& source, const Path& destination) const {
+    // Only inside a mirror that the path rules accept: never in a source, nor in a system folder.
+    try {
+        validatePaths(source, destination);
+    } catch (const FileOperationFailure&) {
+        return;
+    }
+    const auto info = files::readInfo(destination);
+    if (!info || !info->isDirectory()) return;
     transfer::removeStaleTemporaries(fileManager_, destination);
 }
 

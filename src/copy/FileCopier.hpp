@@ -50,8 +50,10 @@ class FileCopier {
     std::vector<std::string> differingSizes(const Path& source, const Path& destination,
                                             const std::vector<std::string>& relativePaths) const;
 
-    // Sweeps what interrupted copies left below `destination`. Never raises.
-    void removeStaleTemporaries(const Path& destination) const;
+    // Sweeps what interrupted copies left below `destination`, the mirror of `source`, once
+    // the path rules accept the two: a sweep never runs in a source or a system folder, and
+    // never through a link. Never raises.
+    void removeStaleTemporaries(const Path& source, const Path& destination) const;
 
     // Copies one item into place, flushed and swapped; one more attempt after a transient error.
     // Returns the source's size as read at the start. A large file reports its progress as

@@ -50,6 +50,14 @@ bool isFolder(const std::filesystem::path& path) {
     return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+bool setModificationDate(const std::filesystem::path& path, Date date) {
+    const auto sinceEpoch = date.time_since_epoch();
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
+    const timespec times[2] = {{0, UTIME_OMIT},
+                               {time_t(seconds.count()), long((sinceEpoch - seconds).count())}};
+    return ::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 bool isReadable(const std::filesystem::path& path) {
     return ::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) == 0;
 }

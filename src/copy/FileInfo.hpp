@@ -45,6 +45,10 @@ bool exists(const std::filesystem::path& path);
 // A folder, or a link to one.
 bool isFolder(const std::filesystem::path& path);
 
+// Sets the modification date of the item itself, a link not followed, to the nanosecond; the
+// access time stays. False when it can't.
+bool setModificationDate(const std::filesystem::path& path, Date date);
+
 // Access checks for this user, following links, as the kernel would judge an open.
 bool isReadable(const std::filesystem::path& path);
 bool isWritable(const std::filesystem::path& path);

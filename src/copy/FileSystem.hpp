@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <stop_token>
 
 namespace quillstow {
 
@@ -20,8 +21,11 @@ class FileSystem {
 
     // Copies a file, or a folder tree with links kept as links, keeping what `cp -a` keeps:
     // mode, owner and group where permitted, extended attributes, and access and modification
-    // times to the nanosecond. Nothing may exist at `to`.
-    virtual void copyItem(const Path& from, const Path& to) = 0;
+    // times to the nanosecond; holes stay holes. Nothing may exist at `to`. A file that changes
+    // while it is copied fails the copy with the "source changed" error, so that a copy never
+    // pairs one version's date with another's bytes. A tree polls `stop` between its entries
+    // and fails with the cancellation error.
+    virtual void copyItem(const Path& from, const Path& to, std::stop_token stop = {}) = 0;
 
     // Puts `with` in the place of `target` in one step, so that a reader sees the old item or
     // the new one; `with` is consumed. Both lie in one folder.
@@ -43,18 +47,22 @@ class FileSystem {
     virtual void flushFile(const Path& file) = 0;
 
     // Copies up to `length` bytes of the open file `from`, starting at `offset`, to the same
-    // offset of the open file `to`. Returns the count, 0 at the end of `from`. The data stays in
-    // the kernel where the file system allows it; writeback of it starts at once.
+    // offset of the open file `to`. Returns how far it got, 0 at the end of `from`'s data: a hole
+    // of `from` is passed over, not written, so it stays a hole (the caller sets the length of
+    // `to` at the end). The data stays in the kernel where the file system allows it; writeback
+    // of it starts at once.
     virtual std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) = 0;
 
     // Owner where permitted, mode, every extended attribute one at a time, and the access and
-    // modification times last. Failures are dropped: a copy stands without them.
-    virtual void copyMetadata(const Path& from, const Path& to) = 0;
+    // modification times last, from the open file `from` to the open file `to`: what was copied
+    // and the date it gets come from one file, even when its path has been replaced since.
+    // Failures are dropped: a copy stands without them.
+    virtual void copyMetadata(int from, int to) = 0;
 };
 
 class LocalFileSystem final : public FileSystem {
   public:
-    void copyItem(const Path& from, const Path& to) override;
+    void copyItem(const Path& from, const Path& to, std::stop_token stop = {}) override;
     void replaceItem(const Path& target, const Path& with) override;
     void moveItem(const Path& from, const Path& to) override;
     void createDirectories(const Path& folder) override;
@@ -62,7 +70,7 @@ class LocalFileSystem final : public FileSystem {
     void flushVolume(const Path& anyPathOnVolume) override;
     void flushFile(const Path& file) override;
     std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override;
-    void copyMetadata(const Path& from, const Path& to) override;
+    void copyMetadata(int from, int to) override;
 };
 
 }  // namespace quillstow

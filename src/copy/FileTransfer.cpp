@@ -1,5 +1,7 @@
 #include "copy/FileTransfer.hpp"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 
 #include "copy/FileInfo.hpp"
@@ -11,11 +13,20 @@
 namespace quillstow::transfer {
 
 std::string temporaryName(const std::string& name) {
-    return std::string(temporaryPrefix) + Uuid::random().text().substr(0, 8) + "-" + name;
+    return atomicfile::temporaryName(name);
+}
+
+bool isPartialName(std::string_view name) {
+    if (!name.starts_with(resumePrefix)) return false;
+    name.remove_prefix(resumePrefix.size());
+    std::size_t digits = 0;
+    while (digits < name.size() && name[digits] >= '0' && name[digits] <= '9')
+        ++digits;
+    return digits > 0 && digits + 1 < name.size() && name[digits] == '-';
 }
 
 bool isReservedName(std::string_view name) {
-    return name.starts_with(temporaryPrefix) || name.starts_with(resumePrefix);
+    return atomicfile::isTemporaryName(name) || isPartialName(name);
 }
 
 bool isTransient(const Error& error) {
@@ -31,12 +42,56 @@ bool isTransient(const Error& error) {
     }
 }
 
+MirrorRoot MirrorRoot::at(const Path& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) throwPosix(errno);
+    return {path, status.st_dev};
+}
+
+bool MirrorRoot::isPresent() const {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_dev == device;
+}
+
+void createFoldersOnVolume(FileSystem& fileSystem, const Path& folder, const MirrorRoot& root) {
+    Path existing = folder;
+    struct stat status {};
+    while (::stat(existing.c_str(), &status) != 0) {
+        if (errno != ENOENT || !existing.has_relative_path()) throwPosix(errno);
+        existing = existing.parent_path();
+    }
+    if (status.st_dev != root.device) throwPosix(EXDEV);
+    if (existing != folder) fileSystem.createDirectories(folder);
+}
+
+Error sourceChangedError() {
+    return errors::quillstow(
+        1014,
+        "Source file changed while it was being copied — will copy it again on the next backup.");
+}
+
+void throwIfChangedSince(int fd, const struct stat& before) {
+    struct stat now {};
+    if (::fstat(fd, &now) != 0) throwPosix(errno);
+    const auto same = [](const timespec& a, const timespec& b) {
+        return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+    };
+    if (now.st_size != before.st_size || !same(now.st_mtim, before.st_mtim) ||
+        !same(now.st_ctim, before.st_ctim)) {
+        throw Failure(sourceChangedError());
+    }
+}
+
 PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path& destination,
-                         const Path& root, const StreamContext& context) {
+                         const MirrorRoot* root, const StreamContext& context) {
     const Path folder = destination.parent_path();
     try {
-        if (!root.empty() && !files::isFolder(root)) throwPosix(ENOENT);
-        if (!files::isFolder(folder)) fileSystem.createDirectories(folder);
+        if (root) {
+            if (!root->isPresent()) throwPosix(ENOENT);
+            createFoldersOnVolume(fileSystem, folder, *root);
+        } else if (!files::isFolder(folder)) {
+            fileSystem.createDirectories(folder);
+        }
     } catch (const Failure& failure) {
         throw FileOperationFailure({folder, "createDirectory", failure.error()});
     }
@@ -59,7 +114,7 @@ PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path&
     } catch (const Failure&) {
     }
     try {
-        fileSystem.copyItem(source, copy.temporary);
+        fileSystem.copyItem(source, copy.temporary, context.stop);
     } catch (const Failure&) {
         try {
             fileSystem.removeItem(copy.temporary);
@@ -71,7 +126,7 @@ PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path&
 }
 
 PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Path& source,
-                                 const Path& destination, const Path& root,
+                                 const Path& destination, const MirrorRoot* root,
                                  const StreamContext& context) {
     PreparedCopy copy = prepareCopy(fileSystem, source, destination, root, context);
     if (!sameSize(source, copy.temporary)) {
@@ -96,7 +151,7 @@ void swapIntoPlace(FileSystem& fileSystem, const PreparedCopy& copy) {
 
 std::int64_t copyOnce(FileSystem& fileSystem, const Path& source, const Path& destination,
                       const StreamContext& context) {
-    const PreparedCopy copy = prepareCopy(fileSystem, source, destination, {}, context);
+    const PreparedCopy copy = prepareCopy(fileSystem, source, destination, nullptr, context);
     fileSystem.flushVolume(copy.temporary.parent_path());
     swapIntoPlace(fileSystem, copy);
     return copy.size;

@@ -6,6 +6,9 @@
 //
 // All functions run on the task of a pass.
 
+#include <sys/stat.h>
+#include <sys/types.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -23,14 +26,43 @@ using Path = std::filesystem::path;
 inline constexpr std::string_view temporaryPrefix = atomicfile::temporaryPrefix;
 inline constexpr std::string_view resumePrefix = ".quillstowresume-";
 
-// ".quillstowtmp-{first 8 characters of a fresh UUID}-{name}"
+// ".quillstowtmp-{first 8 characters of a fresh UUID}-{name}", fitted to a folder entry.
 std::string temporaryName(const std::string& name);
 
-// Names that belong to a copy under way: never archived, swept before a pass.
+// ".quillstowresume-{digits}-{name}", the shape partialName gives.
+bool isPartialName(std::string_view name);
+
+// Names that belong to a copy under way, in the exact shapes this program makes them: never
+// archived, swept before a pass. A user's file that merely begins with a reserved prefix is none
+// of them, and is backed up like any other.
 bool isReservedName(std::string_view name);
 
 // EINTR, EIO, EBUSY and EAGAIN of the POSIX domain: worth one more attempt at once.
 bool isTransient(const Error& error);
+
+// The folder a pass mirrors into, and the volume that held it when the pass began. A pass makes
+// folders only on that volume: when the drive is pulled, the bare mount point left behind lies
+// on another disk, and nothing may be written there.
+struct MirrorRoot {
+    Path path;
+    dev_t device = 0;
+
+    // The root as it stands now; raises Failure when it can't be read.
+    static MirrorRoot at(const Path& path);
+    // Whether the root is still a folder on its volume.
+    bool isPresent() const;
+};
+
+// Makes `folder` with its parents, once the nearest folder that exists above it is found on the
+// root's volume; otherwise raises Failure with EXDEV and makes nothing.
+void createFoldersOnVolume(FileSystem& fileSystem, const Path& folder, const MirrorRoot& root);
+
+// A file changed while it was copied: the copy is discarded, and the next pass copies it again.
+Error sourceChangedError();
+
+// Raises sourceChangedError when the open file's size, modification or change time is no longer
+// what `before` read: its content may have moved under the copy.
+void throwIfChangedSince(int fd, const struct stat& before);
 
 // A copy whose data sits at `temporary`, waiting to be flushed and swapped in.
 struct PreparedCopy {
@@ -43,14 +75,14 @@ struct PreparedCopy {
 // reads the source's size, and copies the item to a fresh temporary name. A failed copy removes
 // its temporary file and raises the copy's Failure.
 //
-// With a `root`, only folders below it are made: a mirror whose root has gone (its drive was
-// pulled, leaving the bare mount point) is never recreated by a copy into it.
+// With a `root`, folders are made only on its volume, and only while it is there: a mirror whose
+// drive was pulled is never recreated by a copy into the mount point left behind.
 //
 // A file of 64 MiB or more is streamed into its partial file, which a failed attempt leaves for
 // the next one to continue; anything smaller, folders included, is copied whole under a fresh
 // temporary name, removed again when the copy fails.
 PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path& destination,
-                         const Path& root = {}, const StreamContext& context = {});
+                         const MirrorRoot* root = nullptr, const StreamContext& context = {});
 
 // A copy whose size differs from its source's right after it was made.
 struct SizeMismatch {
@@ -61,7 +93,7 @@ struct SizeMismatch {
 // swapped in: a copy that fails it is removed, the mirror keeps what it had, and SizeMismatch
 // is thrown.
 PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Path& source,
-                                 const Path& destination, const Path& root,
+                                 const Path& destination, const MirrorRoot* root,
                                  const StreamContext& context = {});
 
 // Renames the temporary copy into place; on failure it stays where it is and Failure is raised.

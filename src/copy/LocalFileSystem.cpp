@@ -6,6 +6,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "copy/FileSystem.hpp"
+#include "copy/FileTransfer.hpp"
 #include "support/Error.hpp"
 
 namespace quillstow {
@@ -77,14 +79,87 @@ void copyByReadAndWrite(int from, int to) {
     }
 }
 
-// A clone where the file system shares blocks, else an in-kernel copy, else plain reads and
-// writes; each falls back when the one before can't serve these two files. The copy takes the
-// file as long as it was when the copy began: a file that grows meanwhile has a newer date,
-// and the next pass copies it again.
-void copyData(int from, int to, off_t size) {
+// Copies bytes [offset, end) at the same offsets, through user space, one buffer per thread.
+// Returns the count, short of the range where the file ends first.
+off_t copyRangeByReadAndWrite(int from, int to, off_t offset, off_t end) {
+    const off_t start = offset;
+    constexpr std::size_t bufferSize = 1 << 20;
+    thread_local std::unique_ptr<char[]> buffer(new char[bufferSize]);
+    while (offset < end) {
+        const ssize_t read = ::pread(
+            from, buffer.get(), std::size_t(std::min<off_t>(end - offset, bufferSize)), offset);
+        if (read == 0) break;
+        if (read < 0) {
+            if (errno == EINTR) continue;
+            throwPosix(errno);
+        }
+        for (ssize_t written = 0; written < read;) {
+            const ssize_t count =
+                ::pwrite(to, buffer.get() + written, std::size_t(read - written), offset + written);
+            if (count < 0) {
+                if (errno == EINTR) continue;
+                throwPosix(errno);
+            }
+            written += count;
+        }
+        offset += read;
+    }
+    return offset - start;
+}
+
+// Copies bytes [offset, end) at the same offsets, in the kernel where it can.
+void copyRange(int from, int to, off_t offset, off_t end) {
+    while (offset < end) {
+        loff_t readAt = offset;
+        loff_t writeAt = offset;
+        const ssize_t count =
+            ::copy_file_range(from, &readAt, to, &writeAt, std::size_t(end - offset), 0);
+        if (count > 0) {
+            offset += count;
+            continue;
+        }
+        if (count == 0) return;
+        if (errno == EINTR) continue;
+        if (!meansUnsupported(errno)) throwPosix(errno);
+        copyRangeByReadAndWrite(from, to, offset, end);
+        return;
+    }
+}
+
+// Fewer blocks than bytes: the file has holes worth keeping.
+bool hasHoles(const struct stat& status) {
+    return status.st_blocks * 512 < status.st_size;
+}
+
+// Copies the data extents alone and sets the length, so the holes of `from` stay holes. False
+// when the file system can't tell where the data is.
+bool copyDataExtents(int from, int to, off_t size) {
+    for (off_t at = 0; at < size;) {
+        const off_t data = ::lseek(from, at, SEEK_DATA);
+        if (data < 0) {
+            if (errno == ENXIO) break;
+            if (at == 0 && meansUnsupported(errno)) return false;
+            throwPosix(errno);
+        }
+        off_t hole = ::lseek(from, data, SEEK_HOLE);
+        if (hole < 0) throwPosix(errno);
+        hole = std::min(hole, size);
+        copyRange(from, to, data, hole);
+        at = hole;
+    }
+    if (::ftruncate(to, size) != 0) throwPosix(errno);
+    return true;
+}
+
+// A clone where the file system shares blocks, else the data extents where the file has holes,
+// else an in-kernel copy, else plain reads and writes; each falls back when the one before can't
+// serve these two files.
+void copyData(int from, int to, const struct stat& status) {
+    const off_t size = status.st_size;
     if (size == 0) return;
     if (::ioctl(to, FICLONE, from) == 0) return;
     if (!meansUnsupported(errno) && errno != EPERM) throwPosix(errno);
+    if (hasHoles(status) && copyDataExtents(from, to, size)) return;
 
     off_t copied = 0;
     while (copied < size) {
@@ -145,7 +220,8 @@ void copyRegularFile(const char* from, const char* to) {
     if (::fstat(source.get(), &status) != 0) throwPosix(errno);
     Descriptor target(::open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (target.get() < 0) throwPosix(errno);
-    copyData(source.get(), target.get(), status.st_size);
+    copyData(source.get(), target.get(), status);
+    transfer::throwIfChangedSince(source.get(), status);
     copyMetadata(source.get(), target.get(), status);
     target.closeChecked();
 }
@@ -180,30 +256,33 @@ std::vector<std::string> namesIn(const std::string& folder) {
     return names;
 }
 
-void copyTree(const std::string& from, const std::string& to);
+void copyTree(const std::string& from, const std::string& to, const std::stop_token& stop);
 
-void copyAny(const std::string& from, const std::string& to) {
+void copyAny(const std::string& from, const std::string& to, const std::stop_token& stop) {
     struct stat status {};
     if (::lstat(from.c_str(), &status) != 0) throwPosix(errno);
     if (S_ISREG(status.st_mode)) {
         copyRegularFile(from.c_str(), to.c_str());
     } else if (S_ISDIR(status.st_mode)) {
-        copyTree(from, to);
+        copyTree(from, to, stop);
     } else if (S_ISLNK(status.st_mode)) {
         copyLink(from.c_str(), to.c_str(), status);
     }
     // Sockets, pipes and devices are nothing a backup can keep.
 }
 
-void copyTree(const std::string& from, const std::string& to) {
+void copyTree(const std::string& from, const std::string& to, const std::stop_token& stop) {
     Descriptor folder(::open(from.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
     if (folder.get() < 0) throwPosix(errno);
     struct stat status {};
     if (::fstat(folder.get(), &status) != 0) throwPosix(errno);
     if (::mkdir(to.c_str(), 0700) != 0) throwPosix(errno);
 
-    for (const auto& name : namesIn(from))
-        copyAny(from + "/" + name, to + "/" + name);
+    // A folder copied whole may hold thousands of files: a stop is heard between them.
+    for (const auto& name : namesIn(from)) {
+        if (stop.stop_requested()) throw Failure(errors::cancellation());
+        copyAny(from + "/" + name, to + "/" + name, stop);
+    }
 
     // The folder's own metadata last, since filling it moved its times.
     Descriptor target(::open(to.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
@@ -228,19 +307,18 @@ void removeTree(const std::string& path) {
 
 }  // namespace
 
-void LocalFileSystem::copyItem(const Path& from, const Path& to) {
-    copyAny(from, to);
+void LocalFileSystem::copyItem(const Path& from, const Path& to, std::stop_token stop) {
+    copyAny(from, to, stop);
 }
 
 void LocalFileSystem::replaceItem(const Path& target, const Path& with) {
     if (::rename(with.c_str(), target.c_str()) == 0) return;
     const int renameError = errno;
-    // A folder can't be renamed over a non-empty folder, nor over a file or the other way
-    // round: exchange the two in one step, then remove the old one under the temporary name.
-    if (renameError != EISDIR && renameError != ENOTDIR && renameError != ENOTEMPTY &&
-        renameError != EEXIST) {
-        throwPosix(renameError);
-    }
+    // A folder can't be renamed over a non-empty folder: exchange the two in one step, then
+    // remove the old one, the older copy of a folder copied whole, as a file's older copy goes
+    // in a rename. A file and a folder are never exchanged (EISDIR, ENOTDIR): the item in the
+    // way holds other backups, and only the archive may take it.
+    if (renameError != ENOTEMPTY && renameError != EEXIST) throwPosix(renameError);
     if (::renameat2(AT_FDCWD, with.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) {
         throwPosix(errno);
     }
@@ -283,6 +361,15 @@ void LocalFileSystem::flushFile(const Path& file) {
 }
 
 std::size_t LocalFileSystem::copyChunk(int from, int to, std::int64_t offset, std::size_t length) {
+    // Holes are passed over and left unwritten; a file system that can't tell where data is
+    // answers EINVAL, and everything counts as data.
+    const off_t data = ::lseek(from, offset, SEEK_DATA);
+    if (data < 0 && errno == ENXIO) return 0;
+    if (data > offset) return std::size_t(std::min<off_t>(data - offset, off_t(length)));
+    if (data == offset) {
+        const off_t hole = ::lseek(from, offset, SEEK_HOLE);
+        if (hole > offset) length = std::size_t(std::min<off_t>(hole - offset, off_t(length)));
+    }
     loff_t readAt = offset;
     loff_t writeAt = offset;
     for (;;) {
@@ -299,40 +386,13 @@ std::size_t LocalFileSystem::copyChunk(int from, int to, std::int64_t offset, st
         if (!meansUnsupported(errno)) throwPosix(errno);
         break;
     }
-    // Through user space, one buffer per thread for every chunk.
-    thread_local std::unique_ptr<char[]> buffer;
-    thread_local std::size_t bufferSize = 0;
-    if (bufferSize < length) {
-        buffer.reset(new char[length]);
-        bufferSize = length;
-    }
-    ssize_t read;
-    do {
-        read = ::pread(from, buffer.get(), length, offset);
-    } while (read < 0 && errno == EINTR);
-    if (read < 0) throwPosix(errno);
-    for (ssize_t written = 0; written < read;) {
-        const ssize_t count =
-            ::pwrite(to, buffer.get() + written, std::size_t(read - written), offset + written);
-        if (count < 0) {
-            if (errno == EINTR) continue;
-            throwPosix(errno);
-        }
-        written += count;
-    }
-    return std::size_t(read);
+    return std::size_t(copyRangeByReadAndWrite(from, to, offset, offset + off_t(length)));
 }
 
-void LocalFileSystem::copyMetadata(const Path& from, const Path& to) {
-    const int source = ::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (source < 0) return;
-    Descriptor sourceHandle(source);
-    const int target = ::open(to.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (target < 0) return;
-    Descriptor targetHandle(target);
+void LocalFileSystem::copyMetadata(int from, int to) {
     struct stat status {};
-    if (::fstat(source, &status) != 0) return;
-    quillstow::copyMetadata(source, target, status);
+    if (::fstat(from, &status) != 0) return;
+    quillstow::copyMetadata(from, to, status);
 }
 
 }  // namespace quillstow

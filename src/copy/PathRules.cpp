@@ -3,9 +3,11 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "copy/FileInfo.hpp"
+#include "environment/MountTable.hpp"
 #include "support/Paths.hpp"
 
 namespace quillstow {
@@ -67,7 +69,12 @@ void validatePaths(const fs::path& source, const fs::path& destination) {
         refuse(source, 1102,
                "Source folder is inside the destination. Choose a different destination.");
     }
+    // Where drives appear is never a system folder, though /run holds one of those places.
+    const bool isOnRemovableMedia =
+        std::any_of(removableMediaRoots().begin(), removableMediaRoots().end(),
+                    [&](const std::string& root) { return (to + "/").starts_with(root); });
     for (const auto row : protectedPaths()) {
+        if (isOnRemovableMedia) break;
         if (to == row || isBelow(to, std::string(row))) {
             refuse(destination, 1103,
                    "Destination is a protected system folder. Choose a different destination.");
@@ -91,12 +98,13 @@ std::optional<FileOperationError> checkVolumes(const fs::path& source,
                               "Source volume disconnected during backup — aborting to "
                               "protect existing backups.")};
     }
-    if (!files::isFolder(destination)) {
-        return FileOperationError{
-            destination, "destinationVolumeCheck",
-            errors::quillstow(1007, "Destination volume disconnected during backup — aborting.")};
-    }
+    if (!files::isFolder(destination)) return destinationVolumeLost(destination);
     return std::nullopt;
+}
+
+FileOperationError destinationVolumeLost(const fs::path& destination) {
+    return {destination, "destinationVolumeCheck",
+            errors::quillstow(1007, "Destination volume disconnected during backup — aborting.")};
 }
 
 std::optional<FileOperationError> checkSourceBeforeArchival(const fs::path& source) {

@@ -27,6 +27,9 @@ void validatePaths(const std::filesystem::path& source, const std::filesystem::p
 std::optional<FileOperationError> checkVolumes(const std::filesystem::path& source,
                                                const std::filesystem::path& destination);
 
+// 1007: the mirror's volume has gone during the pass.
+FileOperationError destinationVolumeLost(const std::filesystem::path& destination);
+
 // The source check before the archive phase: 1006 with the operation "archive".
 std::optional<FileOperationError> checkSourceBeforeArchival(const std::filesystem::path& source);
 

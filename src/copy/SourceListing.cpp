@@ -20,17 +20,29 @@ EntryRole roleOf(std::string_view name, const FileInfo& info, const ExclusionFil
     return info.isRegularFile() ? EntryRole::item : EntryRole::none;
 }
 
-std::vector<ListedItem> listSource(const std::filesystem::path& source,
-                                   const ExclusionFilter& filter) {
-    std::vector<ListedItem> items;
+SourceListing readSource(const std::filesystem::path& source, const ExclusionFilter& filter) {
+    SourceListing listing;
     // Walking the resolved root makes every item's path a resolved one: the walk follows no
     // link below it, so the relative path of an item is the path it was reached by.
-    walkTree(paths::resolved(source), WalkDetail::metadata, [&](const WalkEntry& entry) {
-        const EntryRole role = roleOf(entry.name, entry.info, filter, false);
-        if (role == EntryRole::item) items.push_back({entry.relativePath, entry.info});
-        return role == EntryRole::folder;
-    });
-    return items;
+    walkTree(
+        paths::resolved(source), WalkDetail::metadata,
+        [&](const WalkEntry& entry) {
+            const EntryRole role = roleOf(entry.name, entry.info, filter, false);
+            if (role == EntryRole::item) listing.items.push_back({entry.relativePath, entry.info});
+            if (role == EntryRole::folder) {
+                listing.folders.push_back({entry.relativePath, entry.info.modificationDate});
+            }
+            return role == EntryRole::folder;
+        },
+        [&](const std::string& relativePath, int error) {
+            listing.unreadableFolders.push_back({relativePath, error});
+        });
+    return listing;
+}
+
+std::vector<ListedItem> listSource(const std::filesystem::path& source,
+                                   const ExclusionFilter& filter) {
+    return readSource(source, filter).items;
 }
 
 std::string relativePath(const std::filesystem::path& root, const std::filesystem::path& item) {
@@ -43,6 +55,9 @@ std::string relativePath(const std::filesystem::path& root, const std::filesyste
 
 bool needsCopy(const std::optional<FileInfo>& source, const std::optional<FileInfo>& destination) {
     if (!destination || !source) return true;
+    if (destination->isSymbolicLink() || destination->isDirectory() != source->isDirectory()) {
+        return true;
+    }
     // A missing size counts as 0 on either side, so a folder copied whole only agrees with
     // another folder (or an empty file) and its date alone decides.
     if (source->fileSize.value_or(0) != destination->fileSize.value_or(0)) return true;

@@ -29,9 +29,31 @@ enum class EntryRole { item, folder, none };
 EntryRole roleOf(std::string_view name, const FileInfo& info, const ExclusionFilter& filter,
                  bool skipsReservedNames);
 
-// The items below `source` in walk order, which is the order of copying. Links are neither
-// listed nor followed; internal files, excluded names and the contents of package units are
-// left out; empty folders add nothing. A source that can't be opened lists nothing.
+// A folder of the source, entered by the walk, with its modification date.
+struct ListedFolder {
+    std::string relativePath;
+    std::optional<Date> modificationDate;
+};
+
+// A folder of the source that couldn't be read whole ("" for the source itself).
+struct UnreadableFolder {
+    std::string relativePath;
+    int error = 0;
+};
+
+// What a pass reads of its source: the items in walk order, which is the order of copying; the
+// folders it went into; and the folders it couldn't read, whose mirror must stay as it is.
+struct SourceListing {
+    std::vector<ListedItem> items;
+    std::vector<ListedFolder> folders;
+    std::vector<UnreadableFolder> unreadableFolders;
+};
+
+// Links are neither listed nor followed; internal files, excluded names and the contents of
+// package units are left out; empty folders add no item.
+SourceListing readSource(const std::filesystem::path& source, const ExclusionFilter& filter);
+
+// The items of readSource alone. A source that can't be opened lists nothing.
 std::vector<ListedItem> listSource(const std::filesystem::path& source,
                                    const ExclusionFilter& filter);
 
@@ -43,8 +65,9 @@ std::string relativePath(const std::filesystem::path& root, const std::filesyste
 // seconds.
 inline constexpr std::chrono::nanoseconds modificationDateTolerance{2'000'000'000};
 
-// Whether the destination copy is stale: missing, unreadable, another size, or a date more than
-// the tolerance away from the source's. Contents are never compared.
+// Whether the destination copy is stale: missing, unreadable, of another kind (a folder where a
+// file is, a link), another size, or a date more than the tolerance away from the source's.
+// Contents are never compared.
 bool needsCopy(const std::optional<FileInfo>& source, const std::optional<FileInfo>& destination);
 bool needsCopy(const std::filesystem::path& source, const std::filesystem::path& destination);
 

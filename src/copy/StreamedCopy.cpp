@@ -5,9 +5,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 
 #include "copy/FileInfo.hpp"
 #include "copy/FileTransfer.hpp"
+#include "support/AtomicFile.hpp"
 #include "support/ByteCount.hpp"
 #include "support/Error.hpp"
 
@@ -16,7 +18,8 @@ namespace quillstow {
 namespace fs = std::filesystem;
 
 std::string partialName(std::int64_t size, const std::string& name) {
-    return std::string(transfer::resumePrefix) + std::to_string(size) + "-" + name;
+    const std::string head = std::string(transfer::resumePrefix) + std::to_string(size) + "-";
+    return head + atomicfile::fittedName(head, name);
 }
 
 namespace {
@@ -52,44 +55,41 @@ void removeQuietly(FileSystem& fileSystem, const fs::path& path) {
 
 }  // namespace
 
-void streamCopy(FileSystem& fileSystem, const fs::path& source, const fs::path& partial,
+namespace {
+
+bool isOlder(const timespec& a, const timespec& b) {
+    return a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec < b.tv_nsec);
+}
+
+// The head that an earlier attempt left, when it is shorter than the source's `size`; any
+// other partial file goes.
+struct Head {
+    std::int64_t size = 0;
+    timespec modified{};
+};
+std::optional<Head> resumableHead(FileSystem& fileSystem, const fs::path& partial,
+                                  std::int64_t size) {
+    struct stat head {};
+    if (::lstat(partial.c_str(), &head) == 0 && S_ISREG(head.st_mode) && head.st_size >= 1 &&
+        head.st_size < size) {
+        return Head{head.st_size, head.st_mtim};
+    }
+    removeQuietly(fileSystem, partial);
+    return std::nullopt;
+}
+
+int openForReading(const fs::path& source) {
+    int fd = ::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOATIME);
+    if (fd < 0 && errno == EPERM) fd = ::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    return fd;
+}
+
+void copyChunks(FileSystem& fileSystem, int input, int output, std::int64_t offset,
                 std::int64_t size, const std::string& name, const StreamContext& context) {
-    // Only a head shorter than the source is worth continuing.
-    std::int64_t offset = 0;
-    const auto head = files::readInfo(partial);
-    if (head && head->isRegularFile() && head->fileSize && *head->fileSize >= 1 &&
-        *head->fileSize < size) {
-        offset = *head->fileSize;
-    } else {
-        removeQuietly(fileSystem, partial);
-    }
-
-    int sourceFd = ::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOATIME);
-    if (sourceFd < 0 && errno == EPERM)
-        sourceFd = ::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (sourceFd < 0) fail(1010, "Could not open source file for reading.");
-    const Handle input(sourceFd);
-
-    const int partialFlags =
-        O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | (offset > 0 ? 0 : O_TRUNC);
-    const Handle output(::open(partial.c_str(), partialFlags, 0600));
-    if (output.get() < 0) fail(1011, "Could not open destination file for writing.");
-
-    if (offset > 0) {
-        throwIfStopped(context.stop);
-        struct stat status {};
-        if (::fstat(input.get(), &status) != 0 || status.st_size < offset) {
-            removeQuietly(fileSystem, partial);
-            fail(1013,
-                 "Resume mismatch — source shrank since the previous copy. Restarting next time.");
-        }
-    }
-
     const std::string total = formatByteCount(size);
-    std::int64_t done = offset;
-    for (;;) {
+    for (std::int64_t done = offset;;) {
         throwIfStopped(context.stop);
-        const std::size_t copied = fileSystem.copyChunk(input.get(), output.get(), done, chunkSize);
+        const std::size_t copied = fileSystem.copyChunk(input, output, done, chunkSize);
         if (copied == 0) break;
         done += std::int64_t(copied);
         if (context.gate) context.gate->pauseBetweenChunks();
@@ -98,7 +98,60 @@ void streamCopy(FileSystem& fileSystem, const fs::path& source, const fs::path& 
                                name + " (" + formatByteCount(done) + "/" + total + ")");
         }
     }
-    fileSystem.copyMetadata(source, partial);
+}
+
+bool hasChangedSince(int fd, const struct stat& before) {
+    try {
+        transfer::throwIfChangedSince(fd, before);
+        return false;
+    } catch (const Failure&) {
+        return true;
+    }
+}
+
+}  // namespace
+
+void streamCopy(FileSystem& fileSystem, const fs::path& source, const fs::path& partial,
+                std::int64_t size, const std::string& name, const StreamContext& context) {
+    const Handle input(openForReading(source));
+    struct stat status {};
+    if (input.get() < 0 || ::fstat(input.get(), &status) != 0) {
+        fail(1010, "Could not open source file for reading.");
+    }
+    const auto head = resumableHead(fileSystem, partial, size);
+    std::int64_t offset = head ? head->size : 0;
+    if (offset > 0) {
+        throwIfStopped(context.stop);
+        if (status.st_size < offset) {
+            removeQuietly(fileSystem, partial);
+            fail(1013,
+                 "Resume mismatch — source shrank since the previous copy. Restarting next time.");
+        }
+        // A head written before the source last changed holds an older version: joined to a
+        // newer tail it would be neither.
+        if (isOlder(head->modified, status.st_ctim)) offset = 0;
+    }
+
+    const int partialFlags =
+        O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | (offset > 0 ? 0 : O_TRUNC);
+    const Handle output(::open(partial.c_str(), partialFlags, 0600));
+    if (output.get() < 0) fail(1011, "Could not open destination file for writing.");
+
+    try {
+        copyChunks(fileSystem, input.get(), output.get(), offset, size, name, context);
+        transfer::throwIfChangedSince(input.get(), status);
+        // A hole at the end of the source is passed over: the length says it.
+        if (::ftruncate(output.get(), status.st_size) != 0) throwPosix(errno);
+    } catch (const Failure& failure) {
+        // A head is worth keeping only for a source that stood still while it was written, and
+        // not on a full drive, where it would starve the files after it.
+        if (errors::isPosix(failure.error(), ENOSPC) || hasChangedSince(input.get(), status) ||
+            failure.error() == transfer::sourceChangedError()) {
+            removeQuietly(fileSystem, partial);
+        }
+        throw;
+    }
+    fileSystem.copyMetadata(input.get(), output.get());
 }
 
 }  // namespace quillstow

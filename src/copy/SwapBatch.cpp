@@ -1,30 +1,45 @@
 #include "copy/SwapBatch.hpp"
 
+#include <algorithm>
+
+#include "environment/VolumeSpace.hpp"
+
 namespace quillstow {
 
-SwapBatch::SwapBatch(FileSystem& fileSystem, std::filesystem::path destination)
-    : fileSystem_(fileSystem), destination_(std::move(destination)) {}
+SwapBatch::SwapBatch(FileSystem& fileSystem, transfer::MirrorRoot root, StreamContext context)
+    : fileSystem_(fileSystem), root_(std::move(root)), context_(std::move(context)) {
+    begin();
+}
+
+void SwapBatch::begin() {
+    outcomes_.clear();
+    pendingCopies_ = 0;
+    pendingBytes_ = 0;
+    const auto available = volumes::availableCapacity(root_.path);
+    byteLimit_ = available ? std::min(maximumBytes, *available / 2) : maximumBytes;
+}
 
 void SwapBatch::addCopy(transfer::PreparedCopy copy, std::filesystem::path source,
-                        std::string relativePath, bool isRetry) {
+                        std::string relativePath, bool isRetry, double fraction) {
     pendingBytes_ += copy.size;
     ++pendingCopies_;
-    outcomes_.push_back({std::move(copy), std::move(source), std::move(relativePath), isRetry, {}});
+    outcomes_.push_back(
+        {std::move(copy), std::move(source), std::move(relativePath), isRetry, fraction, {}});
 }
 
 void SwapBatch::addError(FileOperationError error) {
-    outcomes_.push_back({std::nullopt, {}, {}, false, std::move(error)});
+    outcomes_.push_back({std::nullopt, {}, {}, false, 0, std::move(error)});
 }
 
 bool SwapBatch::isFull() const {
-    return pendingCopies_ >= maximumCopies || pendingBytes_ >= maximumBytes;
+    return pendingCopies_ >= maximumCopies || pendingBytes_ >= byteLimit_;
 }
 
 void SwapBatch::flush(BackupResult& result) {
     bool flushed = true;
     if (pendingCopies_ > 0) {
         try {
-            fileSystem_.flushVolume(destination_);
+            fileSystem_.flushVolume(root_.path);
         } catch (const Failure&) {
             // The data may not have reached the disk: no copy of this batch is swapped in as
             // it is; each is made again on its own, or fails.
@@ -33,9 +48,7 @@ void SwapBatch::flush(BackupResult& result) {
     }
     for (auto& outcome : outcomes_)
         swap(outcome, flushed, result);
-    outcomes_.clear();
-    pendingCopies_ = 0;
-    pendingBytes_ = 0;
+    begin();
 }
 
 void SwapBatch::abandon(BackupResult& result) {
@@ -66,18 +79,15 @@ void SwapBatch::swap(Outcome& outcome, bool flushed, BackupResult& result) {
         if (!flushed) throw Failure(errors::posix(EIO));
         transfer::swapIntoPlace(fileSystem_, copy);
     } catch (const Failure& failure) {
-        if (outcome.isRetry || !transfer::isTransient(failure.error())) {
+        if (outcome.isRetry || !transfer::isTransient(failure.error()) ||
+            context_.stop.stop_requested()) {
             result.errors.push_back({outcome.source, "copy", failure.error()});
             return;
         }
         // The one more attempt, at once and whole, under a new name; the first temporary
         // file stays for the next sweep.
         try {
-            const transfer::PreparedCopy again = transfer::prepareVerifiedCopy(
-                fileSystem_, outcome.source, copy.destination, destination_);
-            fileSystem_.flushVolume(again.temporary.parent_path());
-            transfer::swapIntoPlace(fileSystem_, again);
-            size = again.size;
+            size = retry(outcome);
         } catch (const Failure& retryFailure) {
             result.errors.push_back({outcome.source, "copy", retryFailure.error()});
             return;
@@ -92,6 +102,23 @@ void SwapBatch::swap(Outcome& outcome, bool flushed, BackupResult& result) {
     result.bytesTransferred += size;
     result.copiedFiles += 1;
     result.copiedRelativePaths.push_back(std::move(outcome.relativePath));
+}
+
+// Paced, reported and cancellable like the first attempt was.
+std::int64_t SwapBatch::retry(const Outcome& outcome) {
+    const transfer::PreparedCopy& copy = *outcome.copy;
+    if (context_.gate) context_.gate->pauseBetweenFiles(context_.stop);
+    if (context_.stop.stop_requested()) throw Failure(errors::cancellation());
+    if (context_.onProgress) {
+        context_.onProgress(outcome.fraction, copy.destination.filename().native());
+    }
+    StreamContext context = context_;
+    context.fraction = outcome.fraction;
+    const transfer::PreparedCopy again = transfer::prepareVerifiedCopy(
+        fileSystem_, outcome.source, copy.destination, &root_, context);
+    fileSystem_.flushVolume(again.temporary.parent_path());
+    transfer::swapIntoPlace(fileSystem_, again);
+    return again.size;
 }
 
 }  // namespace quillstow

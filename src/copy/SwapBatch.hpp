@@ -23,21 +23,25 @@ FileOperationError sizeMismatchError(const std::filesystem::path& destination);
 
 class SwapBatch {
   public:
-    // A batch flushes when it holds this many copies or this many bytes.
+    // A batch flushes when it holds this many copies or this many bytes, or half the space that
+    // was free on the drive when it began: until their swap, its copies stand beside the old
+    // ones, and a nearly full drive must still take updates that fit one at a time.
     static constexpr std::size_t maximumCopies = 2000;
     static constexpr std::int64_t maximumBytes = std::int64_t(256) << 20;
 
-    SwapBatch(FileSystem& fileSystem, std::filesystem::path destination);
+    // `context` is the pass's, for the one more attempt at a swap that failed.
+    SwapBatch(FileSystem& fileSystem, transfer::MirrorRoot root, StreamContext context = {});
     SwapBatch(const SwapBatch&) = delete;
     SwapBatch& operator=(const SwapBatch&) = delete;
 
     // A copy made and checked; `isRetry` marks the second attempt after a transient error,
-    // which gets no third. `root` is the mirror's, for a second attempt at the swap.
+    // which gets no third. `fraction` is the item's place in the pass, for progress.
     void addCopy(transfer::PreparedCopy copy, std::filesystem::path source,
-                 std::string relativePath, bool isRetry);
+                 std::string relativePath, bool isRetry, double fraction = 0);
     void addError(FileOperationError error);
 
     bool isFull() const;
+    bool hasPendingCopies() const { return pendingCopies_ > 0; }
 
     // Flushes the volume, swaps every copy into place and records the outcomes in `result`.
     // Never raises.
@@ -52,16 +56,21 @@ class SwapBatch {
         std::filesystem::path source;
         std::string relativePath;
         bool isRetry = false;
+        double fraction = 0;
         std::optional<FileOperationError> error;
     };
 
     void swap(Outcome& outcome, bool flushed, BackupResult& result);
+    std::int64_t retry(const Outcome& outcome);
+    void begin();
 
     FileSystem& fileSystem_;
-    const std::filesystem::path destination_;
+    const transfer::MirrorRoot root_;
+    const StreamContext context_;
     std::vector<Outcome> outcomes_;
     std::size_t pendingCopies_ = 0;
     std::int64_t pendingBytes_ = 0;
+    std::int64_t byteLimit_ = maximumBytes;
 };
 
 }  // namespace quillstow

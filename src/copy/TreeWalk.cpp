@@ -5,6 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -39,17 +40,21 @@ std::optional<FileInfo> typeOf(unsigned char type) {
     }
 }
 
-bool listFolder(const std::string& path, bool followLink, WalkDetail detail,
-                std::vector<Listed>& entries) {
+// Returns 0, or the error that kept the folder from being read whole.
+int listFolder(const std::string& path, bool followLink, WalkDetail detail,
+               std::vector<Listed>& entries) {
     const int fd =
         ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
-    if (fd < 0) return false;
+    if (fd < 0) return errno;
+    int error = 0;
     // getdents64 itself: the directory stream of the C library costs an fstat and two fcntl
     // calls per folder, which a walk of a hundred thousand files feels. On 64-bit Linux the
     // C library's dirent has the kernel's layout.
     alignas(8) char buffer[32768];
     for (;;) {
         const long length = ::syscall(SYS_getdents64, fd, buffer, sizeof buffer);
+        if (length < 0 && errno == EINTR) continue;
+        if (length < 0) error = errno;
         if (length <= 0) break;
         for (long at = 0; at < length;) {
             const auto* entry = reinterpret_cast<const dirent*>(buffer + at);
@@ -63,14 +68,18 @@ bool listFolder(const std::string& path, bool followLink, WalkDetail detail,
         }
     }
     ::close(fd);
-    return true;
+    return error;
 }
 
 bool walkFolder(const std::string& path, const std::string& relativeFolder, WalkDetail detail,
-                const std::function<bool(const WalkEntry&)>& visit) {
+                const std::function<bool(const WalkEntry&)>& visit,
+                const OnUnreadableFolder& onUnreadable) {
     std::vector<Listed> entries;
     // Only the root may be reached through a link; below it nothing is followed.
-    if (!listFolder(path, relativeFolder.empty(), detail, entries)) return false;
+    if (const int error = listFolder(path, relativeFolder.empty(), detail, entries)) {
+        if (onUnreadable) onUnreadable(relativeFolder, error);
+        return false;
+    }
     std::string relativePath;
     for (const auto& entry : entries) {
         // An entry that vanished between listing and reading is no longer there to visit.
@@ -78,7 +87,7 @@ bool walkFolder(const std::string& path, const std::string& relativeFolder, Walk
         relativePath = relativeFolder.empty() ? entry.name : relativeFolder + "/" + entry.name;
         const bool goIn = visit(WalkEntry{relativePath, entry.name, *entry.info});
         if (goIn && entry.info->isDirectory()) {
-            walkFolder(path + "/" + entry.name, relativePath, detail, visit);
+            walkFolder(path + "/" + entry.name, relativePath, detail, visit, onUnreadable);
         }
     }
     return true;
@@ -88,10 +97,16 @@ bool walkFolder(const std::string& path, const std::string& relativeFolder, Walk
 
 bool walkTree(const std::filesystem::path& root, WalkDetail detail,
               const std::function<bool(const WalkEntry&)>& visit) {
+    return walkTree(root, detail, visit, nullptr);
+}
+
+bool walkTree(const std::filesystem::path& root, WalkDetail detail,
+              const std::function<bool(const WalkEntry&)>& visit,
+              const OnUnreadableFolder& onUnreadable) {
     std::string rootPath = root.native();
     while (rootPath.size() > 1 && rootPath.back() == '/')
         rootPath.pop_back();
-    return walkFolder(rootPath, "", detail, visit);
+    return walkFolder(rootPath, "", detail, visit, onUnreadable);
 }
 
 }  // namespace quillstow

@@ -2,7 +2,9 @@
 
 // A depth-first walk of a folder that never follows a symbolic link and visits hidden entries
 // like any other. Entries come in the order the file system lists them; a folder is visited
-// before what it holds. A folder that can't be opened is passed over in silence.
+// before what it holds. A folder below the root that can't be read whole is passed over, and
+// told to `onUnreadable` where the caller gives one: a listing that lacks a folder's items must
+// not be taken for one in which they are gone.
 
 #include <filesystem>
 #include <functional>
@@ -29,5 +31,11 @@ enum class WalkDetail {
 // Returns false when the root itself can't be opened.
 bool walkTree(const std::filesystem::path& root, WalkDetail detail,
               const std::function<bool(const WalkEntry&)>& visit);
+
+// The same, telling every folder that couldn't be read whole, with the error; the root is "".
+using OnUnreadableFolder = std::function<void(const std::string& relativePath, int error)>;
+bool walkTree(const std::filesystem::path& root, WalkDetail detail,
+              const std::function<bool(const WalkEntry&)>& visit,
+              const OnUnreadableFolder& onUnreadable);
 
 }  // namespace quillstow

@@ -4,8 +4,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <cstdio>
 
 #include "support/Error.hpp"
+#include "support/Uuid.hpp"
 
 namespace quillstow::atomicfile {
 
@@ -22,16 +25,63 @@ void writeAll(int fd, std::string_view bytes) {
     }
 }
 
+// FNV-1a: small, and the same in every run, which a name derived from it must be.
+std::uint64_t digestOf(std::string_view text) {
+    std::uint64_t hash = 0xcbf29ce484222325ULL;
+    for (const unsigned char byte : text) {
+        hash ^= byte;
+        hash *= 0x100000001b3ULL;
+    }
+    return hash;
+}
+
+bool isUpperHexDigit(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
+}
+
+constexpr std::size_t randomPartLength = 8;
+
 }  // namespace
 
+std::string fittedName(std::string_view prefix, std::string_view name) {
+    if (prefix.size() + name.size() <= maximumNameLength) return std::string(name);
+    char digest[18];
+    std::snprintf(digest, sizeof digest, "~%016llx",
+                  static_cast<unsigned long long>(digestOf(name)));
+    std::size_t keep = maximumNameLength - prefix.size() - (sizeof digest - 1);
+    // Never cut inside a UTF-8 sequence: back up over continuation bytes.
+    while (keep > 0 && (static_cast<unsigned char>(name[keep]) & 0xC0) == 0x80)
+        --keep;
+    return std::string(name.substr(0, keep)) + digest;
+}
+
+std::string temporaryName(std::string_view name) {
+    const std::string head =
+        std::string(temporaryPrefix) + Uuid::random().text().substr(0, randomPartLength) + "-";
+    return head + fittedName(head, name);
+}
+
+bool isTemporaryName(std::string_view name) {
+    if (!name.starts_with(temporaryPrefix)) return false;
+    name.remove_prefix(temporaryPrefix.size());
+    if (name.size() < randomPartLength + 2 || name[randomPartLength] != '-') return false;
+    for (std::size_t i = 0; i < randomPartLength; ++i) {
+        if (!isUpperHexDigit(name[i])) return false;
+    }
+    return true;
+}
+
 void write(const std::filesystem::path& path, std::string_view bytes) {
-    const std::string suffix = "-" + path.filename().native();
-    std::string temporary =
-        (path.parent_path() / (std::string(temporaryPrefix) + "XXXXXX" + suffix)).native();
-    const int fd = ::mkostemps(temporary.data(), int(suffix.size()), O_CLOEXEC);
+    // Readable by its owner alone, which suits files that name the user's folders. A name
+    // taken already is tried once more under a fresh one.
+    std::string temporary;
+    int fd = -1;
+    for (int attempt = 0; attempt < 2 && fd < 0; ++attempt) {
+        temporary = (path.parent_path() / temporaryName(path.filename().native())).native();
+        fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (fd < 0 && errno != EEXIST) break;
+    }
     if (fd < 0) throwPosix(errno);
-    // mkstemp makes the file readable by its owner alone, which suits files that name the
-    // user's folders.
     try {
         writeAll(fd, bytes);
         if (::fsync(fd) != 0) throwPosix(errno);

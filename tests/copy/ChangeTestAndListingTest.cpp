@@ -48,7 +48,8 @@ TEST(NeedsCopy, DecidesBySizeAndDateWithinTwoSeconds) {
         {"destination 2.001 s newer", fileOf(5, t), fileOf(5, t + 2001ms), true},
         {"folders of one date", folderAt(t), folderAt(t + 1s), false},
         {"folders of other dates", folderAt(t), folderAt(t + 3s), true},
-        {"empty file over a folder", fileOf(0, t), folderAt(t), false},
+        {"empty file over a folder", fileOf(0, t), folderAt(t), true},
+        {"folder over an empty file", folderAt(t), fileOf(0, t), true},
         {"file over a folder", fileOf(1, t), folderAt(t), true},
     };
     for (const auto& c : cases)

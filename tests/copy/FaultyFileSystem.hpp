@@ -18,7 +18,9 @@ class ForwardingFileSystem : public FileSystem {
   public:
     explicit ForwardingFileSystem(FileSystem& target) : target_(target) {}
 
-    void copyItem(const Path& from, const Path& to) override { target_.copyItem(from, to); }
+    void copyItem(const Path& from, const Path& to, std::stop_token stop = {}) override {
+        target_.copyItem(from, to, stop);
+    }
     void replaceItem(const Path& target, const Path& with) override {
         target_.replaceItem(target, with);
     }
@@ -30,7 +32,7 @@ class ForwardingFileSystem : public FileSystem {
     std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override {
         return target_.copyChunk(from, to, offset, length);
     }
-    void copyMetadata(const Path& from, const Path& to) override { target_.copyMetadata(from, to); }
+    void copyMetadata(int from, int to) override { target_.copyMetadata(from, to); }
 
   private:
     FileSystem& target_;
@@ -65,9 +67,9 @@ class FaultyFileSystem final : public ForwardingFileSystem {
     // Runs after each chunk, with the offset reached.
     std::function<void(std::int64_t reached)> afterChunk;
 
-    void copyItem(const Path& from, const Path& to) override {
+    void copyItem(const Path& from, const Path& to, std::stop_token stop = {}) override {
         enter(Operation::copyItem);
-        ForwardingFileSystem::copyItem(from, to);
+        ForwardingFileSystem::copyItem(from, to, stop);
         if (afterCopy) afterCopy(from, to);
     }
     void replaceItem(const Path& target, const Path& with) override {
@@ -101,7 +103,7 @@ class FaultyFileSystem final : public ForwardingFileSystem {
         if (afterChunk && copied > 0) afterChunk(offset + std::int64_t(copied));
         return copied;
     }
-    void copyMetadata(const Path& from, const Path& to) override {
+    void copyMetadata(int from, int to) override {
         enter(Operation::copyMetadata);
         ForwardingFileSystem::copyMetadata(from, to);
     }

@@ -1,6 +1,7 @@
 // Drives pulled during a pass: real tmpfs mounts, detached in the middle.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "../copy/FaultyFileSystem.hpp"
 #include "PrivateMounts.hpp"
@@ -116,6 +117,45 @@ TEST_F(VolumeLossTest, AStaleMountPointAsSourceNeverEmptiesTheMirror) {
     EXPECT_EQ(result.archivedFiles, 0);
     EXPECT_EQ(filesBelow(mirror).size(), 12u);
     EXPECT_FALSE(fs::exists(root / "backup/.Quillstow-Trash"));
+}
+
+TEST_F(VolumeLossTest, ADriveGoneBeforeTheArchiveLeavesNothingOnTheDiskBelow) {
+    const fs::path source = root / "source";
+    for (int i = 0; i < 20; ++i)
+        writeFile(source / ("keep" + std::to_string(i)), "data");
+    TmpfsMount drive(root / "drive", 8 << 20);
+    const fs::path mirror = drive.path() / "Quillstow/Work";
+    writeFile(mirror / "old/gone.txt", "gone");
+    // The drive goes after the last copy was made, before its swap and the archive phase.
+    int copies = 0;
+    fileSystem.afterCopy = [&](const fs::path&, const fs::path&) {
+        if (++copies == 20) drive.unmount();
+    };
+
+    const BackupResult result = copier.scanAndCopy(
+        source, mirror, drive.path() / ".Quillstow-Trash", ExclusionFilter{}, nullptr);
+
+    EXPECT_TRUE(result.abortedDueToVolumeLoss);
+    EXPECT_EQ(result.archivedFiles, 0);
+    ASSERT_EQ(errorsWithCode(result, 1007).size(), 1u);
+    // The bare mount point stays as it was: empty.
+    EXPECT_TRUE(fs::is_empty(drive.path())) << fs::directory_iterator(drive.path())->path();
+}
+
+TEST_F(VolumeLossTest, AMirrorIsNeverMadeAtTheMountPointOfADriveThatIsNotThere) {
+    // A path where removable drives appear, held by the root file system: no drive is there.
+    const fs::path mountPoint = "/media/quillstow-test-" + std::to_string(::getpid());
+    makeFolder(mountPoint);
+    writeFile(root / "source/a.txt", "a");
+    try {
+        copier.scanAndCopy(root / "source", mountPoint / "Quillstow/Work",
+                           mountPoint / ".Quillstow-Trash", ExclusionFilter{}, nullptr);
+        ADD_FAILURE() << "the pass went on";
+    } catch (const FileOperationFailure& failure) {
+        EXPECT_EQ(failure.error().underlying.code, 1007);
+    }
+    EXPECT_TRUE(fs::is_empty(mountPoint));
+    fs::remove(mountPoint);
 }
 
 }  // namespace

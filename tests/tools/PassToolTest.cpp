@@ -57,11 +57,55 @@ TEST(PassTool, PrintsTheRaisedErrorAndExitsWithTwo) {
 }
 
 TEST(PassTool, RefusesBadUsageInItsOwnWords) {
-    EXPECT_EQ(runProcess({tool}).exitStatus, 64);
-    EXPECT_EQ(runProcess({tool, "--profile", "cinema", "/a", "/b"}).exitStatus, 64);
-    EXPECT_EQ(runProcess({tool, "--frobnicate", "/a", "/b"}).exitStatus, 64);
-    EXPECT_EQ(runProcess({tool, "--bandwidth", "turbo", "/a", "/b"}).exitStatus, 64);
+    const std::vector<std::vector<std::string>> badUsages{
+        {tool},
+        {tool, "--profile", "cinema", "/a", "/b"},
+        {tool, "--frobnicate", "/a", "/b"},
+        {tool, "--bandwidth", "turbo", "/a", "/b"},
+        {tool, "", "/b"},
+        {tool, "/a", ""},
+        {tool, "--trash", "", "/a", "/b"},
+    };
+    for (const auto& usage : badUsages)
+        EXPECT_EQ(runProcess(usage).exitStatus, 64) << usage.size();
     EXPECT_EQ(runProcess({tool, "--help"}).exitStatus, 0);
+}
+
+TEST(PassTool, NeverSweepsASourceItWasWronglyGivenAsDestination) {
+    TemporaryFolder root;
+    const std::string leftoverLookAlike = ".quillstowtmp-ABCDEF12-notes.txt";
+    writeFile(root / "src" / leftoverLookAlike, "mine");
+    writeFile(root / "src/.quillstowresume-12-clip.mov", "mine too");
+    EXPECT_EQ(runProcess({tool, root / "src", root / "src"}).exitStatus, 2);
+    EXPECT_EQ(readFile(root / "src" / leftoverLookAlike), "mine");
+    EXPECT_EQ(readFile(root / "src/.quillstowresume-12-clip.mov"), "mine too");
+}
+
+TEST(PassTool, AnUnreadableSourceFolderIsAnErrorAndItsMirrorStays) {
+    TemporaryFolder root;
+    writeFile(root / "src/open/a.txt", "a");
+    writeFile(root / "src/closed/b.txt", "b");
+    ASSERT_EQ(runProcess({tool, root / "src", root / "drive/mirror"}).exitStatus, 0);
+    fs::permissions(root / "src/closed", fs::perms::none);
+    // Root reads every folder: the pass runs as an ordinary user where the tests run as root.
+    std::vector<std::string> command{tool, root / "src", root / "drive/mirror"};
+    if (::geteuid() == 0) {
+        for (const auto& path : fs::recursive_directory_iterator(root.path()))
+            ::lchown(path.path().c_str(), 65534, 65534);
+        ::chown(root.path().c_str(), 65534, 65534);
+        command.insert(command.begin(), {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534",
+                                         "--clear-groups", "--"});
+    }
+    const ProcessResult run = runProcess(command);
+    fs::permissions(root / "src/closed", fs::perms::owner_all);
+
+    ASSERT_EQ(run.exitStatus, 0) << run.output;
+    const json::Value result = json::read(run.output);
+    ASSERT_EQ(result["errors"].size(), 1u) << run.output;
+    EXPECT_EQ(result["errors"][0]["url"], "file://" + (root / "src/closed").native());
+    EXPECT_EQ(result["errors"][0]["underlying"]["code"], EACCES);
+    EXPECT_EQ(result["archivedFiles"], 0);
+    EXPECT_EQ(readFile(root / "drive/mirror/closed/b.txt"), "b");
 }
 
 TEST(PassTool, CtrlCCancelsThePassWhichReportsWhatItDid) {

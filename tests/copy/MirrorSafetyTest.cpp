@@ -2,6 +2,7 @@
 // write through a link inside it, record a copy of a file that moved under it as current,
 // remove a user's file that only looks like a temporary, or skip a name in silence.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,6 +23,23 @@ using namespace testing;
 using namespace std::chrono;
 namespace fs = std::filesystem;
 using Op = FaultyFileSystem::Operation;
+
+// Removes `name` in the open folder `parent` and all it holds, one folder at a time; closes
+// `parent`.
+void removeBelow(int parent, const std::string& name) {
+    const int folder = ::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    if (folder >= 0) {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator("/proc/self/fd/" + std::to_string(folder)))
+            names.push_back(entry.path().filename());
+        for (const auto& entry : names) {
+            if (::unlinkat(folder, entry.c_str(), 0) != 0) removeBelow(::dup(folder), entry);
+        }
+        ::close(folder);
+        ::unlinkat(parent, name.c_str(), AT_REMOVEDIR);
+    }
+    ::close(parent);
+}
 
 class MirrorSafetyTest : public ::testing::Test {
   protected:
@@ -179,6 +197,31 @@ TEST_F(MirrorSafetyTest, NamesOfEveryLengthAreBackedUp) {
     EXPECT_NE(a.substr(23), b.substr(23));
     EXPECT_TRUE(transfer::isReservedName(a));
     EXPECT_LE(partialName(std::int64_t(1) << 40, longest).size(), 255u);
+}
+
+TEST_F(MirrorSafetyTest, AFolderDeeperThanAPathCanNameIsReportedNotSkippedInSilence) {
+    // Made one folder at a time, relative to the one above, as a path this long can't be used.
+    const std::string name(200, 'd');
+    int folder = ::open(source.c_str(), O_RDONLY | O_DIRECTORY);
+    for (int depth = 0; depth < 25; ++depth) {
+        ASSERT_EQ(::mkdirat(folder, name.c_str(), 0755), 0);
+        const int next = ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY);
+        ::close(folder);
+        folder = next;
+    }
+    const int file = ::openat(folder, "deep.txt", O_WRONLY | O_CREAT, 0644);
+    ::close(file);
+    ::close(folder);
+    writeFile(source / "shallow.txt", "s");
+
+    const BackupResult result = pass();
+
+    EXPECT_EQ(result.copiedRelativePaths, std::vector<std::string>{"shallow.txt"});
+    ASSERT_EQ(result.errors.size(), 1u);
+    EXPECT_EQ(result.errors[0].operation, "copy");
+    EXPECT_TRUE(errors::isPosix(result.errors[0].underlying, ENAMETOOLONG));
+    // Removing it needs the same care.
+    removeBelow(::open(source.c_str(), O_RDONLY | O_DIRECTORY), name);
 }
 
 TEST_F(MirrorSafetyTest, FoldersKeepTheSourcesModificationDates) {

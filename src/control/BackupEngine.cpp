@@ -109,7 +109,6 @@ RunPaths BackupEngine::pathsFor(const BackupPair& pair) const {
 }
 
 void BackupEngine::resolveBookmarks(const BackupPair& pair) {
-    std::optional<BackupPair> refreshed;
     if (pair.sourceBookmark) {
         const auto source =
             BookmarkManager::resolveBookmark(*pair.sourceBookmark, pair.sourceURL, true);
@@ -118,29 +117,23 @@ void BackupEngine::resolveBookmarks(const BackupPair& pair) {
             resolved_.source = source.url;
         }
         if (source.newBytes) {
-            refreshed = pair;
-            refreshed->sourceBookmark = source.newBytes;
+            postPairUpdate(
+                [bytes = *source.newBytes](BackupPair& stored) { stored.sourceBookmark = bytes; });
         }
     }
     if (pair.destinationBookmark) {
-        // A failure here leaves the source's results in place.
-        try {
-            const auto destination = BookmarkManager::resolveBookmark(*pair.destinationBookmark,
-                                                                      pair.destinationURL, false);
-            {
-                std::lock_guard lock(resolvedMutex_);
-                resolved_.destination = destination.url;
-            }
-            if (destination.newBytes) {
-                if (!refreshed) refreshed = pair;
-                refreshed->destinationBookmark = destination.newBytes;
-            }
-        } catch (...) {
-            if (refreshed) postPairUpdate(*refreshed);
-            throw;
+        const auto destination =
+            BookmarkManager::resolveBookmark(*pair.destinationBookmark, pair.destinationURL, false);
+        {
+            std::lock_guard lock(resolvedMutex_);
+            resolved_.destination = destination.url;
+        }
+        if (destination.newBytes) {
+            postPairUpdate([bytes = *destination.newBytes](BackupPair& stored) {
+                stored.destinationBookmark = bytes;
+            });
         }
     }
-    if (refreshed) postPairUpdate(*refreshed);
 }
 
 void BackupEngine::start(const BackupPair& pair) {
@@ -347,7 +340,11 @@ void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths,
     updated.lastBackupAt = services_.wallClock.now();
     updated.lastBackupFileCount = result.copiedFiles;
     updated.lastBackupByteCount = result.bytesTransferred;
-    postPairUpdate(updated);
+    postPairUpdate([updated](BackupPair& stored) {
+        stored.lastBackupAt = updated.lastBackupAt;
+        stored.lastBackupFileCount = updated.lastBackupFileCount;
+        stored.lastBackupByteCount = updated.lastBackupByteCount;
+    });
 
     if (const auto space = volumes::availableCapacity(paths.chosen)) {
         std::weak_ptr<BackupEngine> weak = weak_from_this();
@@ -477,8 +474,6 @@ void BackupEngine::logCatchUp(const BackupPair& pair, const BackupResult& result
 }
 
 void BackupEngine::suggestProfile(const BackupPair& pair, const BackupResult& result) {
-    BackupPair suggested = pair;
-    suggested.didSuggestProfile = true;
     std::weak_ptr<ConfigStore> store = configStore_;
     NotificationCenter& center = services_.notificationCenter;
     const NotificationInfo info{
@@ -488,8 +483,10 @@ void BackupEngine::suggestProfile(const BackupPair& pair, const BackupResult& re
          std::string(coding::nameOf(backupProfileNames, result.recommendedProfile))},
         {"approximateBytes", result.approximateSourceBytes},
     };
-    services_.mainQueue.post([store, suggested, &center, info] {
-        if (const auto held = store.lock()) held->updatePair(suggested);
+    services_.mainQueue.post([store, id = pair.id, &center, info] {
+        if (const auto held = store.lock()) {
+            held->updatePair(id, [](BackupPair& stored) { stored.didSuggestProfile = true; });
+        }
         center.post(profileSuggestedNotification, info);
     });
 }
@@ -550,10 +547,11 @@ void BackupEngine::runOffsiteIfDue(const BackupPair& pair, const RunPaths& paths
         },
         stop);
 
-    BackupPair updated = pair;
-    updated.lastOffsiteAt = services_.wallClock.now();
-    updated.lastOffsiteFileCount = result.copiedFiles;
-    postPairUpdate(updated);
+    postPairUpdate(
+        [at = services_.wallClock.now(), count = result.copiedFiles](BackupPair& stored) {
+            stored.lastOffsiteAt = at;
+            stored.lastOffsiteFileCount = count;
+        });
     if (result.abortedDueToFolderLoss) {
         postEvent(BackupEvent::EventType::error,
                   "Offsite copy paused — the cloud folder became unavailable. Will retry next "
@@ -602,10 +600,10 @@ void BackupEngine::postEvent(BackupEvent::EventType type, std::optional<std::str
     });
 }
 
-void BackupEngine::postPairUpdate(BackupPair pair) {
+void BackupEngine::postPairUpdate(std::function<void(BackupPair&)> change) {
     std::weak_ptr<ConfigStore> store = configStore_;
-    services_.mainQueue.post([store, pair = std::move(pair)] {
-        if (const auto held = store.lock()) held->updatePair(pair);
+    services_.mainQueue.post([store, id = pairId_, change = std::move(change)] {
+        if (const auto held = store.lock()) held->updatePair(id, change);
     });
 }
 

@@ -132,7 +132,8 @@ class BackupEngine : public std::enable_shared_from_this<BackupEngine> {
     void postStatus(BackupStatus status, std::uint64_t generation);
     void postEvent(BackupEvent::EventType type, std::optional<std::string> message,
                    std::int64_t filesAffected = 0, std::int64_t bytes = 0, double duration = 0);
-    void postPairUpdate(BackupPair pair);
+    // Changes only the fields that `change` names, in the pair as the store holds it then.
+    void postPairUpdate(std::function<void(BackupPair&)> change);
     void postNotification(std::function<void(Notifier&)> notify);
 
     const Uuid pairId_;

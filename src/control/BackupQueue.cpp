@@ -103,7 +103,9 @@ void BackupQueue::drain(const std::shared_ptr<State>& state) {
             }
             entry = std::move(state->pending.front());
             state->pending.pop_front();
+            // From here a cancel of the pair is kept in the outcome, even before the task starts.
             state->currentPairId = entry.pairId;
+            state->currentOutcome = JobOutcome::completed;
         }
         const JobOutcome outcome = run(state, entry);
         {
@@ -124,9 +126,11 @@ BackupQueue::JobOutcome BackupQueue::run(const std::shared_ptr<State>& state, En
     TaskHandle job;
     {
         std::lock_guard lock(state->mutex);
-        state->currentOutcome = JobOutcome::completed;
-        job = state->tasks.start(std::move(entry.work));
-        state->runningTask = job;
+        // Cancelled while it was being taken up: it never starts.
+        if (state->currentOutcome == JobOutcome::completed) {
+            job = state->tasks.start(std::move(entry.work));
+            state->runningTask = job;
+        }
     }
     job.wait();
     watchdog.cancel();

@@ -111,29 +111,34 @@ void StatusManager::removePair(const Uuid& id) {
 }
 
 void StatusManager::relinkPair(const Uuid& id, const fs::path& newDestinationURL) {
-    auto pair = findPair(id);
-    if (!pair) return;
+    if (!findPair(id)) return;
     if (const auto found = engines_.find(id); found != engines_.end()) {
         found->second->stop();
         engines_.erase(found);
     }
-    pair->destinationURL = newDestinationURL;
+    std::optional<base64::Bytes> bookmark;
     try {
-        pair->destinationBookmark = BookmarkManager::bookmarkData(newDestinationURL, false);
+        bookmark = BookmarkManager::bookmarkData(newDestinationURL, false);
     } catch (const Failure& failure) {
         bookmarkLog_.error("Could not create destination bookmark for relink: %{public}s",
                            failure.error().description);
+    }
+    // Without a new bookmark the old one stays beside the new folder.
+    configStore_->updatePair(id, [&](BackupPair& stored) {
+        stored.destinationURL = newDestinationURL;
+        if (!bookmark) return;
+        stored.destinationBookmark = bookmark;
+        stored.isEnabled = true;
+    });
+    if (!bookmark) {
         auto engine = makeEngine(id);
         engine->setStatus(
             BackupStatus::error(BackupError::bookmarkAccessDenied(newDestinationURL)));
         engines_[id] = engine;
         enginesObservers_.notify(engines_);
-        configStore_->updatePair(*pair);
         return;
     }
-    pair->isEnabled = true;
-    configStore_->updatePair(*pair);
-    createEngine(*pair);
+    createEngine(*findPair(id));
     refreshCopyRedundancy();
 }
 
@@ -156,19 +161,15 @@ void StatusManager::backupPairNow(const Uuid& id) {
 
 void StatusManager::togglePausePair(const Uuid& id) {
     const auto found = engines_.find(id);
-    auto pair = findPair(id);
-    if (found == engines_.end() || !pair) return;
+    if (found == engines_.end() || !findPair(id)) return;
     BackupEngine& engine = *found->second;
-    if (engine.status().kind() == BackupStatus::Case::paused) {
-        pair->isEnabled = true;
-        configStore_->updatePair(*pair);
-        engine.start(*pair);
-    } else {
+    const bool resumes = engine.status().kind() == BackupStatus::Case::paused;
+    if (!resumes) {
         engine.stop();
         engine.setStatus(BackupStatus::paused());
-        pair->isEnabled = false;
-        configStore_->updatePair(*pair);
     }
+    configStore_->updatePair(id, [resumes](BackupPair& stored) { stored.isEnabled = resumes; });
+    if (resumes) engine.start(*findPair(id));
 }
 
 void StatusManager::pauseAll() {

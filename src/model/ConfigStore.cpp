@@ -57,11 +57,15 @@ void ConfigStore::addPair(const BackupPair& pair) {
 }
 
 void ConfigStore::updatePair(const BackupPair& pair) {
+    updatePair(pair.id, [&](BackupPair& stored) { stored = pair; });
+}
+
+void ConfigStore::updatePair(const Uuid& id, const std::function<void(BackupPair&)>& change) {
     const auto found = std::find_if(pairs_.begin(), pairs_.end(), [&](const BackupPair& candidate) {
-        return candidate.id == pair.id;
+        return candidate.id == id;
     });
     if (found == pairs_.end()) return;
-    *found = pair;
+    change(*found);
     pairsObservers_.notify(pairs_);
     saveConfig();
 }

@@ -14,6 +14,7 @@
 // Copying is deleted: there is one store.
 
 #include <filesystem>
+#include <functional>
 #include <vector>
 
 #include "model/ConfigFile.hpp"
@@ -51,6 +52,9 @@ class ConfigStore {
     void addPair(const BackupPair& pair);
     // Replaces the pair with the same id and saves; does nothing at all for an unknown id.
     void updatePair(const BackupPair& pair);
+    // Changes the pair as the store holds it now and saves; does nothing at all for an unknown
+    // id. Each writer changes its own fields only, so that two updates never undo each other.
+    void updatePair(const Uuid& id, const std::function<void(BackupPair&)>& change);
     // Removes every pair with this id, saves, and forgets the pair's catch-up default.
     void removePair(const Uuid& id);
     // Appends, keeps the newest 500, and schedules the log write; never writes inside the call.

@@ -67,12 +67,28 @@ class HeldWork {
     std::atomic<bool> sawCancellation_{false};
 };
 
+// Times the limit on the virtual clock, and lets a test act the moment a job's watchdog is set:
+// after the queue has taken the job up and before the job's task starts.
+class WatchdogsWithHook final : public Scheduler {
+  public:
+    explicit WatchdogsWithHook(Scheduler& inner) : inner_(inner) {}
+    DelayedWork postDelayed(double seconds, Work work) override {
+        if (onWatchdog) onWatchdog();
+        return inner_.postDelayed(seconds, std::move(work));
+    }
+    std::function<void()> onWatchdog;
+
+  private:
+    Scheduler& inner_;
+};
+
 class BackupQueueTest : public ::testing::Test {
   protected:
     ManualClock clock;
     VirtualMainQueue watchdogs{clock};
+    WatchdogsWithHook hookedWatchdogs{watchdogs};
     TaskRunner tasks;
-    std::unique_ptr<BackupQueue> queue = std::make_unique<BackupQueue>(watchdogs, tasks);
+    std::unique_ptr<BackupQueue> queue = std::make_unique<BackupQueue>(hookedWatchdogs, tasks);
     std::mutex startedMutex;
     std::vector<std::string> started;
     Uuid pairA = Uuid::random();
@@ -195,6 +211,15 @@ TEST_F(BackupQueueTest, CancelDropsTheWaitingJobAndCancelsTheRunningOne) {
     EXPECT_EQ(first.get(), Outcome::cancelled);
     EXPECT_TRUE(running.sawCancellation());
     EXPECT_THAT(startedSoFar(), ElementsAre("A"));
+}
+
+TEST_F(BackupQueueTest, ACancelAsTheJobIsTakenUpIsNotLost) {
+    auto& job = held("A");
+    hookedWatchdogs.onWatchdog = [&] { queue->cancel(pairA); };
+    auto& outcome = submit(pairA, job);
+    ASSERT_TRUE(eventually([&] { return isReady(outcome); }));
+    EXPECT_EQ(outcome.get(), Outcome::cancelled);
+    EXPECT_TRUE(startedSoFar().empty()) << "a job cancelled before its start never starts";
 }
 
 TEST_F(BackupQueueTest, CancelOfAPairWithNothingWaitingOrRunningDoesNothing) {

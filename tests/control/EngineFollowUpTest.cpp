@@ -154,5 +154,111 @@ TEST_F(EngineFollowUpTest, AnOffsiteFolderThatCannotBeReachedIsTriedAgainNextRun
     EXPECT_FALSE(fs::exists(h.root / "Dropbox"));
 }
 
+// Each follow-up of a pass writes its own fields into the pair as the store holds it then, so
+// none of them undoes another, nor what the user changed while the pass ran.
+struct PairUpdateCase {
+    const char* name;
+    void (*arrange)(EngineHarness&, BackupPair&);
+    // Runs on the main thread while the pass copies its first file.
+    void (*duringPass)(EngineHarness&, const BackupPair&);
+    void (*check)(const BackupPair& before, const BackupPair& stored);
+};
+
+void PrintTo(const PairUpdateCase& test, std::ostream* out) {
+    *out << test.name;
+}
+
+class PairUpdatesTest : public ::testing::TestWithParam<PairUpdateCase> {};
+
+void suggestADeveloperProfile(EngineHarness&, BackupPair& pair) {
+    writeFile(pair.sourceURL / "package.json", "{}");
+    writeFile(pair.sourceURL / "yarn.lock", "lock");
+}
+
+void expectThePassRecorded(const BackupPair& stored) {
+    EXPECT_TRUE(stored.lastBackupAt);
+    EXPECT_EQ(stored.lastBackupFileCount, 2);
+    EXPECT_EQ(stored.lastBackupByteCount, 6);
+}
+
+const PairUpdateCase pairUpdateCases[] = {
+    {"TheProfileSuggestionKeepsThePassRecord", suggestADeveloperProfile, nullptr,
+     [](const BackupPair&, const BackupPair& stored) {
+         EXPECT_TRUE(stored.didSuggestProfile);
+         expectThePassRecorded(stored);
+     }},
+    {"TheOffsiteRecordKeepsTheSuggestion",
+     [](EngineHarness& h, BackupPair& pair) {
+         suggestADeveloperProfile(h, pair);
+         pair.offsiteURL = h.root / "Dropbox";
+         fs::create_directories(*pair.offsiteURL);
+     },
+     nullptr,
+     [](const BackupPair&, const BackupPair& stored) {
+         EXPECT_TRUE(stored.didSuggestProfile);
+         EXPECT_TRUE(stored.lastOffsiteAt);
+         EXPECT_EQ(stored.lastOffsiteFileCount, 2);
+         expectThePassRecorded(stored);
+     }},
+    {"ThePassRecordKeepsARefreshedBookmark",
+     [](EngineHarness&, BackupPair& pair) {
+         pair.sourceBookmark = BookmarkManager::bookmarkData(pair.sourceURL, true);
+         // Another folder at the same path: the bookmark is stale and refreshed in place.
+         fs::remove_all(pair.sourceURL);
+         fs::create_directories(pair.sourceURL);
+         writeFile(pair.sourceURL / "a.txt", "abc");
+         writeFile(pair.sourceURL / "b.txt", "def");
+     },
+     nullptr,
+     [](const BackupPair& before, const BackupPair& stored) {
+         ASSERT_TRUE(stored.sourceBookmark);
+         EXPECT_NE(stored.sourceBookmark, before.sourceBookmark);
+         EXPECT_EQ(BookmarkManager::resolveBookmark(*stored.sourceBookmark, "/", true).newBytes,
+                   std::nullopt)
+             << "the stored bookmark is the fresh one";
+         expectThePassRecorded(stored);
+     }},
+    {"WhatTheUserChangedDuringThePassStands",
+     [](EngineHarness&, BackupPair& pair) {
+         writeFile(pair.sourceURL / "a.txt", "abc");
+         writeFile(pair.sourceURL / "b.txt", "def");
+     },
+     [](EngineHarness& h, const BackupPair& pair) {
+         h.store->updatePair(pair.id, [](BackupPair& stored) {
+             stored.name = "Renamed";
+             stored.profile = BackupProfile::documents;
+         });
+     },
+     [](const BackupPair&, const BackupPair& stored) {
+         EXPECT_EQ(stored.name, "Renamed");
+         EXPECT_EQ(stored.profile, BackupProfile::documents);
+         expectThePassRecorded(stored);
+     }},
+};
+
+TEST_P(PairUpdatesTest, NoUpdateOfAPairUndoesAnother) {
+    const PairUpdateCase& test = GetParam();
+    EngineHarness h;
+    h.useVerificationStages();
+    BackupPair pair = h.makePair();
+    test.arrange(h, pair);
+    h.store->updatePair(pair);
+    CopyGate gate;
+    gate.holdAt(1);
+    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    auto engine = h.makeEngine(pair);
+    engine->start(pair);
+    ASSERT_TRUE(gate.waitUntilHeld());
+    h.queue.runPending();
+    if (test.duringPass) test.duringPass(h, pair);
+    gate.release();
+    ASSERT_TRUE(h.finishRun());
+    h.settle();
+    test.check(pair, *h.storedPair(pair.id));
+}
+
+INSTANTIATE_TEST_SUITE_P(EngineFollowUp, PairUpdatesTest, ::testing::ValuesIn(pairUpdateCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
 }  // namespace
 }  // namespace quillstow

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "copy/DeletionArchive.hpp"
+#include "copy/PathRules.hpp"
 #include "environment/VolumeSpace.hpp"
 #include "model/BookmarkManager.hpp"
 #include "model/Tips.hpp"
@@ -311,6 +312,7 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
     lastProgressTickTime_ = 0;
     BackupResult result;
     try {
+        validateLocation(paths.chosen);
         result = fileCopier_.scanAndCopy(
             paths.source, paths.pairFolder, paths.archiveRoot, filter,
             [this, generation](double progress, const std::string& file) {

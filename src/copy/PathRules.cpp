@@ -86,7 +86,13 @@ void validatePaths(const fs::path& source, const fs::path& destination) {
                    "Destination cannot be your home folder. Choose a subfolder or external drive.");
         }
     }
-    if (to == "/") refuse(destination, 1105, "Destination cannot be the root of the filesystem.");
+    if (to == "/") validateLocation(destination);
+}
+
+void validateLocation(const fs::path& location) {
+    if (paths::standardized(location) == "/") {
+        refuse(location, 1105, "Destination cannot be the root of the filesystem.");
+    }
 }
 
 std::optional<FileOperationError> checkVolumes(const fs::path& source,

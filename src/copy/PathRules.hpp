@@ -22,6 +22,10 @@ const std::vector<std::string_view>& protectedPaths();
 // text, with case, after removing "." and ".."; links are not resolved.
 void validatePaths(const std::filesystem::path& source, const std::filesystem::path& destination);
 
+// The folder a user chose for a pair's mirror: the root of the file system is refused (1105),
+// since the mirror below it would fill the system disk.
+void validateLocation(const std::filesystem::path& location);
+
 // Before every tenth item: both top folders must still exist as folders. The first that doesn't
 // gives its error: 1006 for the source, 1007 for the destination.
 std::optional<FileOperationError> checkVolumes(const std::filesystem::path& source,

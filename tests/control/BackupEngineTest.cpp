@@ -171,20 +171,34 @@ TEST_F(BackupEngineTest, APowerReasonPausesBeforeScanningAndLogsIt) {
 }
 
 TEST_F(BackupEngineTest, ARefusedPassIsAnErrorInThePassesOwnWordsWithoutNotification) {
-    BackupPair pair = h.makePair();
-    // A destination inside the source: the pass refuses before touching anything.
-    pair.destinationURL = pair.sourceURL / "backups";
-    fs::create_directories(pair.destinationURL);
-    auto engine = h.makeEngine(pair);
-    engine->start(pair);
-    ASSERT_TRUE(runUntilStatus(*engine, Case::error));
-    h.settle();
-    const std::string refusal =
-        "Destination is inside the source folder. Choose a different destination.";
-    EXPECT_EQ(engine->status(), BackupStatus::error(BackupError::watcherFailed(refusal)));
-    EXPECT_THAT(h.eventMessages(), ElementsAre(refusal));
-    EXPECT_TRUE(h.notifier->sent.empty());
-    EXPECT_FALSE(h.storedPair(pair.id)->lastBackupAt) << "a refused pass is not recorded";
+    struct Refusal {
+        const char* name;
+        std::function<fs::path(const BackupPair&)> destination;
+        std::string words;
+    };
+    const Refusal refusals[] = {
+        {"inside the source", [](const BackupPair& pair) { return pair.sourceURL / "backups"; },
+         "Destination is inside the source folder. Choose a different destination."},
+        {"the root", [](const BackupPair&) { return fs::path("/"); },
+         "Destination cannot be the root of the filesystem."},
+    };
+    for (const auto& refusal : refusals) {
+        EngineHarness harness;
+        BackupPair pair = harness.makePair();
+        pair.destinationURL = refusal.destination(pair);
+        fs::create_directories(pair.destinationURL);
+        auto engine = harness.makeEngine(pair);
+        engine->start(pair);
+        ASSERT_TRUE(harness.runUntil([&] { return engine->status().kind() == Case::error; }))
+            << refusal.name;
+        harness.settle();
+        EXPECT_EQ(engine->status(), BackupStatus::error(BackupError::watcherFailed(refusal.words)))
+            << refusal.name;
+        EXPECT_THAT(harness.eventMessages(), ElementsAre(refusal.words)) << refusal.name;
+        EXPECT_TRUE(harness.notifier->sent.empty()) << refusal.name;
+        EXPECT_FALSE(harness.storedPair(pair.id)->lastBackupAt) << "a refused pass is not recorded";
+        EXPECT_FALSE(fs::exists("/Quillstow")) << refusal.name;
+    }
 }
 
 TEST_F(BackupEngineTest, ThreeFailedFilesOfThirteenShowAsPartialFailureForFiveSeconds) {

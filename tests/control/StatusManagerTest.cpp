@@ -60,6 +60,15 @@ class StatusManagerTest : public ::testing::Test {
         return pair;
     }
 
+    // A pair whose destination is another drive than the harness's.
+    BackupPair pairOnDrive(const std::string& name, const std::string& drive) {
+        BackupPair pair = h.makePair(name);
+        pair.destinationURL = h.root / drive;
+        fs::create_directories(pair.destinationURL);
+        h.store->updatePair(pair);
+        return pair;
+    }
+
     void setAppConfig(BackupInterval interval) {
         AppConfig config = h.store->appConfig();
         config.backupInterval = interval;
@@ -282,11 +291,7 @@ TEST_F(StatusManagerTest, ARelinkWhoseBookmarkCannotBeMadeShowsAccessDenied) {
 TEST_F(StatusManagerTest, ADriveThatGoesAndComesBackStopsAndRestartsItsPairsOneAtATime) {
     const BackupPair one = h.makePair("One");
     const BackupPair two = h.makePair("Two");
-    const BackupPair elsewhere = h.makePair("Elsewhere");
-    BackupPair moved = elsewhere;
-    moved.destinationURL = h.root / "drive 2";
-    fs::create_directories(moved.destinationURL);
-    h.store->updatePair(moved);
+    const BackupPair elsewhere = pairOnDrive("Elsewhere", "drive 2");
     startManager();
     finishRuns();
 
@@ -329,11 +334,7 @@ TEST_F(StatusManagerTest, AMountLeavesAPairThatIsNotWaitingForItsDriveAlone) {
 TEST_F(StatusManagerTest, APairWhoseMirrorFolderIsAnothersIsRefusedOnAddAndRelink) {
     const BackupPair documents = h.makePair("Documents");
     writeFile(documents.sourceURL / "mine.txt", "mine");
-    const BackupPair photos = h.makePair("Photos");
-    BackupPair photosElsewhere = photos;
-    photosElsewhere.destinationURL = h.root / "other-drive";
-    fs::create_directories(photosElsewhere.destinationURL);
-    h.store->updatePair(photosElsewhere);
+    const BackupPair photos = pairOnDrive("Photos", "other-drive");
     startManager();
     finishRuns();
 

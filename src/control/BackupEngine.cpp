@@ -301,9 +301,10 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
 
     const RunPaths paths = pathsFor(pair);
     const ExclusionFilter filter = filterForPair(pair);
-    if (!hasEnoughSpace(pair, paths, filter, generation)) return;
-
+    // Before the room is measured: a partial file of a pass that was cut off would otherwise
+    // count against every pass that follows.
     fileCopier_.removeStaleTemporaries(paths.pairFolder);
+    if (!hasEnoughSpace(pair, paths, filter, generation)) return;
     lastProgressTickTime_ = 0;
     BackupResult result;
     try {

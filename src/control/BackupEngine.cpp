@@ -292,6 +292,12 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
         postStatus(BackupStatus::idle(), generation);
         return;
     }
+    // Again: the drive may have gone while the job waited its turn, and a pass now would write
+    // to the disk below its mount point.
+    if (!services_.reachability.isDestinationReachable(pathsFor(pair).chosen)) {
+        postStatus(BackupStatus::destinationUnreachable(), generation);
+        return;
+    }
     if (const auto reason = powerPauseReason(services_.power)) {
         postStatus(BackupStatus::paused(), generation);
         postEvent(BackupEvent::EventType::error, *reason);

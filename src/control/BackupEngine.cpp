@@ -382,7 +382,8 @@ void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths,
     } else {
         if (!result.copiedRelativePaths.empty()) {
             if (services_.integrity) {
-                services_.integrity->recordHashes(result.copiedRelativePaths, paths.pairFolder);
+                services_.integrity->recordHashes(result.copiedRelativePaths, paths.pairFolder,
+                                                  stop);
             }
             logCatchUp(pair, result);
         }

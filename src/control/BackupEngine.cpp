@@ -297,6 +297,12 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
         postStatus(BackupStatus::idle(), generation);
         return;
     }
+    // Again: the drive may have gone while the job waited its turn, and a pass now would write
+    // to the disk below its mount point.
+    if (!services_.reachability.isDestinationReachable(pathsFor(pair).chosen)) {
+        postStatus(BackupStatus::destinationUnreachable(), generation);
+        return;
+    }
     if (const auto reason = powerPauseReason(services_.power)) {
         postStatus(BackupStatus::paused(), generation);
         postEvent(BackupEvent::EventType::error, *reason);
@@ -306,9 +312,10 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
 
     const RunPaths paths = pathsFor(pair);
     const ExclusionFilter filter = filterForPair(pair);
-    if (!hasEnoughSpace(pair, paths, filter, generation)) return;
-
+    // Before the room is measured: a partial file of a pass that was cut off would otherwise
+    // count against every pass that follows.
     fileCopier_.removeStaleTemporaries(paths.source, paths.pairFolder);
+    if (!hasEnoughSpace(pair, paths, filter, generation)) return;
     lastProgressTickTime_ = 0;
     BackupResult result;
     try {
@@ -381,7 +388,8 @@ void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths,
     } else {
         if (!result.copiedRelativePaths.empty()) {
             if (services_.integrity) {
-                services_.integrity->recordHashes(result.copiedRelativePaths, paths.pairFolder);
+                services_.integrity->recordHashes(result.copiedRelativePaths, paths.pairFolder,
+                                                  stop);
             }
             logCatchUp(pair, result);
         }

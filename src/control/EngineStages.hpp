@@ -45,8 +45,9 @@ class Notifier {
 class IntegrityStage {
   public:
     virtual ~IntegrityStage() = default;
+    // Stops between files and chunks when asked; what was recorded by then is kept.
     virtual void recordHashes(const std::vector<std::string>& relativePaths,
-                              const std::filesystem::path& backupRoot) = 0;
+                              const std::filesystem::path& backupRoot, std::stop_token stop) = 0;
     virtual int pruneStaleEntries(const std::filesystem::path& backupRoot) = 0;
     virtual std::optional<Date> lastCheckDate(const std::filesystem::path& backupRoot) = 0;
     virtual IntegrityResult verifySample(const std::filesystem::path& backupRoot,

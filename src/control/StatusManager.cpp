@@ -7,6 +7,38 @@ namespace quillstow {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+std::string foldedCase(std::string text) {
+    for (char& c : text) {
+        if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
+    }
+    return text;
+}
+
+}  // namespace
+
+std::optional<std::string> mirrorFolderConflict(const BackupPair& pair,
+                                                const std::vector<BackupPair>& pairs) {
+    const fs::path root = paths::standardized(mirrorRootAt(pair.destinationURL));
+    const fs::path folder = paths::appending(root, sanitizedFolderName(pair.name));
+    for (const auto& other : pairs) {
+        if (other.id == pair.id) continue;
+        const fs::path otherRoot = paths::standardized(mirrorRootAt(other.destinationURL));
+        const fs::path otherFolder = paths::appending(otherRoot, sanitizedFolderName(other.name));
+        if (root == otherRoot && foldedCase(sanitizedFolderName(pair.name)) ==
+                                     foldedCase(sanitizedFolderName(other.name))) {
+            return "\"" + other.name +
+                   "\" already backs up into this folder. Choose another destination or name.";
+        }
+        if (paths::isWithin(folder, otherFolder) || paths::isWithin(otherFolder, folder)) {
+            return "This backup would overlap the backup of \"" + other.name +
+                   "\". Choose another destination.";
+        }
+    }
+    return std::nullopt;
+}
+
 bool liesOnVolume(const fs::path& url, const fs::path& volume) {
     return paths::isWithin(paths::standardized(url), paths::standardized(volume));
 }
@@ -94,10 +126,12 @@ void StatusManager::createEngine(const BackupPair& pair) {
     engine->start(pair);
 }
 
-void StatusManager::addPair(const BackupPair& pair) {
+std::optional<std::string> StatusManager::addPair(const BackupPair& pair) {
+    if (auto refusal = mirrorFolderConflict(pair, configStore_->pairs())) return refusal;
     configStore_->addPair(pair);
     createEngine(pair);
     refreshCopyRedundancy();
+    return std::nullopt;
 }
 
 void StatusManager::removePair(const Uuid& id) {
@@ -110,8 +144,12 @@ void StatusManager::removePair(const Uuid& id) {
     refreshCopyRedundancy();
 }
 
-void StatusManager::relinkPair(const Uuid& id, const fs::path& newDestinationURL) {
-    if (!findPair(id)) return;
+std::optional<std::string> StatusManager::relinkPair(const Uuid& id,
+                                                     const fs::path& newDestinationURL) {
+    auto relinked = findPair(id);
+    if (!relinked) return std::nullopt;
+    relinked->destinationURL = newDestinationURL;
+    if (auto refusal = mirrorFolderConflict(*relinked, configStore_->pairs())) return refusal;
     if (const auto found = engines_.find(id); found != engines_.end()) {
         found->second->stop();
         engines_.erase(found);
@@ -136,10 +174,11 @@ void StatusManager::relinkPair(const Uuid& id, const fs::path& newDestinationURL
             BackupStatus::error(BackupError::bookmarkAccessDenied(newDestinationURL)));
         engines_[id] = engine;
         enginesObservers_.notify(engines_);
-        return;
+        return std::nullopt;
     }
     createEngine(*findPair(id));
     refreshCopyRedundancy();
+    return std::nullopt;
 }
 
 void StatusManager::backupAllNow() {

@@ -35,10 +35,14 @@ class StatusManager {
     // Ends the timers, every engine and the watch on the volumes.
     ~StatusManager();
 
-    void addPair(const BackupPair& pair);
+    // Adds and starts the pair, or refuses it, saying why, when its mirror folder would be
+    // another pair's (see mirrorFolderConflict); a refused pair is not stored.
+    [[nodiscard]] std::optional<std::string> addPair(const BackupPair& pair);
     void removePair(const Uuid& id);
-    // Points the pair at a new destination and starts it afresh there.
-    void relinkPair(const Uuid& id, const std::filesystem::path& newDestinationURL);
+    // Points the pair at a new destination and starts it afresh there; refuses as addPair
+    // does, leaving the pair and its engine as they were.
+    [[nodiscard]] std::optional<std::string> relinkPair(
+        const Uuid& id, const std::filesystem::path& newDestinationURL);
     void backupAllNow();
     void backupPairNow(const Uuid& id);
     void togglePausePair(const Uuid& id);
@@ -90,6 +94,12 @@ class StatusManager {
     std::unique_ptr<RepeatingTimer> powerPollTimer_;
     const Logger bookmarkLog_{"Bookmark"};
 };
+
+// Why `pair` can't stand beside `pairs`: its mirror folder is another pair's, or lies inside
+// another's or around it, so that the passes of both would archive each other's files. The
+// names are compared without case, since FAT and exFAT drives fold it. Nothing when it can.
+std::optional<std::string> mirrorFolderConflict(const BackupPair& pair,
+                                                const std::vector<BackupPair>& pairs);
 
 // Whether a URL lies on the volume mounted at `volume`: the same path, or one below it.
 bool liesOnVolume(const std::filesystem::path& url, const std::filesystem::path& volume);

@@ -14,14 +14,6 @@ namespace quillstow {
 
 namespace {
 
-std::string lowercased(std::string_view text) {
-    std::string lower(text);
-    for (char& c : lower) {
-        if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
-    }
-    return lower;
-}
-
 std::string withTrailingSlash(std::string text) {
     if (text.empty() || text.back() != '/') text += '/';
     return text;
@@ -70,11 +62,12 @@ std::vector<Mount> snapshot() {
 }
 
 std::optional<Mount> mount(std::string_view forPath, const std::vector<Mount>& in) {
-    const std::string path = lowercased(forPath);
+    // By bytes: names that differ in case are different folders here, and taking a folder of
+    // the disk below for a mounted drive would put a backup on that disk.
     const Mount* best = nullptr;
     for (const auto& candidate : in) {
-        const std::string point = lowercased(candidate.mountPoint);
-        const bool matches = point == path || path.starts_with(withTrailingSlash(point));
+        const std::string& point = candidate.mountPoint;
+        const bool matches = point == forPath || forPath.starts_with(withTrailingSlash(point));
         if (matches && (!best || candidate.mountPoint.size() > best->mountPoint.size())) {
             best = &candidate;
         }
@@ -100,13 +93,10 @@ const std::vector<std::string>& removableMediaRoots() {
 
 bool isMissingDrive(std::string_view path, const MountTable::Mount& mount,
                     const std::vector<std::string>& roots) {
-    const std::string lowerPath = lowercased(path);
-    const std::string lowerMount = withTrailingSlash(lowercased(mount.mountPoint));
+    const std::string point = withTrailingSlash(mount.mountPoint);
     for (const auto& root : roots) {
-        const std::string lowerRoot = lowercased(root);
         // Below the root, held by a mount that lies above it.
-        if (lowerPath.starts_with(lowerRoot) && lowerMount.size() < lowerRoot.size() &&
-            lowerRoot.starts_with(lowerMount)) {
+        if (path.starts_with(root) && point.size() < root.size() && root.starts_with(point)) {
             return true;
         }
     }

@@ -37,7 +37,7 @@ std::vector<Mount> snapshot(const std::filesystem::path& mountInfo);
 bool isNetworkFileSystem(std::string_view type);
 
 // The mount that holds `path`: the longest mount point that equals it or is followed in it by
-// "/", case ignored; of equally long ones the first. Nothing when none matches.
+// "/", byte for byte; of equally long ones the first. Nothing when none matches.
 std::optional<Mount> mount(std::string_view forPath, const std::vector<Mount>& in);
 
 // Every mount of the source, in table order; case counts.
@@ -49,7 +49,7 @@ std::vector<Mount> mounts(std::string_view withSource, const std::vector<Mount>&
 const std::vector<std::string>& removableMediaRoots();
 
 // Whether `mount`, found for `path`, stands for a drive that is not there: the path lies below a
-// removable-media root (case ignored) while the mount that holds it lies above that root, like
+// removable-media root while the mount that holds it lies above that root, like
 // "/" or "/run". A drive mounted at the root itself ("/mnt") is there.
 bool isMissingDrive(std::string_view path, const MountTable::Mount& mount,
                     const std::vector<std::string>& roots = removableMediaRoots());

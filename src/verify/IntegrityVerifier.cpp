@@ -63,7 +63,7 @@ double secondsBetween(Date earlier, Date later) {
 
 }  // namespace
 
-std::optional<std::string> sha256OfFile(const fs::path& file) {
+std::optional<std::string> sha256OfFile(const fs::path& file, std::stop_token stop) {
     const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return std::nullopt;
     (void)::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -72,6 +72,11 @@ std::optional<std::string> sha256OfFile(const fs::path& file) {
     // One buffer per thread, reused for every file: memory doesn't grow with the files.
     thread_local const std::unique_ptr<unsigned char[]> buffer(new unsigned char[digestBufferSize]);
     while (isWhole) {
+        // Between chunks: a stop ends the digest of a large file within one buffer's read.
+        if (stop.stop_requested()) {
+            isWhole = false;
+            break;
+        }
         const ssize_t count = ::read(fd, buffer.get(), digestBufferSize);
         if (count == 0) break;
         if (count < 0) {
@@ -174,13 +179,14 @@ void IntegrityVerifier::saveDatabase(const HashDatabase& database,
 }
 
 void IntegrityVerifier::recordHashes(const std::vector<std::string>& relativePaths,
-                                     const fs::path& backupRoot) {
+                                     const fs::path& backupRoot, std::stop_token stop) {
     if (relativePaths.empty()) return;
     HashDatabase database = loadDatabase(backupRoot);
     bool wrote = false;
     for (const auto& relative : relativePaths) {
+        if (stop.stop_requested()) break;
         const fs::path file = paths::appending(backupRoot, relative);
-        auto digest = sha256OfFile(file);
+        auto digest = sha256OfFile(file, stop);
         // What can't be read keeps its older entry, if it has one.
         if (!digest) continue;
         const auto info = files::readInfo(file);
@@ -257,14 +263,15 @@ IntegrityResult IntegrityVerifier::verifySample(const fs::path& backupRoot, std:
     }
     std::vector<std::string> checked;
     for (const auto& entry : selectSample(database)) {
-        // Between files only: a file under way is read to its end.
         if (stop.stop_requested()) break;
         const fs::path file = paths::appending(backupRoot, entry.relativePath);
         if (!files::exists(file)) {
             result.missing.push_back(entry.relativePath);
             continue;
         }
-        const auto digest = sha256OfFile(file);
+        const auto digest = sha256OfFile(file, stop);
+        // A file cut short by a stop is neither good nor damaged: it waits for the next check.
+        if (stop.stop_requested()) break;
         if (digest && *digest == entry.sha256) {
             ++result.verified;
         } else {

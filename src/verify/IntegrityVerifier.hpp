@@ -41,8 +41,9 @@ struct HashEntry {
 using HashDatabase = std::map<std::string, HashEntry>;
 
 // The digest of a file's content, read through one buffer of 4 MiB; nothing when the file can't
-// be opened or read to its end.
-std::optional<std::string> sha256OfFile(const std::filesystem::path& file);
+// be opened or read to its end, or when a stop is asked for before the end.
+std::optional<std::string> sha256OfFile(const std::filesystem::path& file,
+                                        std::stop_token stop = {});
 
 // The files a check re-reads: never verified first, then those verified longest ago, ties by
 // path; at most 50, and no more once their recorded sizes pass 8 GiB (the file that crosses the
@@ -66,7 +67,7 @@ class IntegrityVerifier final : public IntegrityStage {
     explicit IntegrityVerifier(const WallClock& clock, FolderTest isFolder = nullptr);
 
     void recordHashes(const std::vector<std::string>& relativePaths,
-                      const std::filesystem::path& backupRoot) override;
+                      const std::filesystem::path& backupRoot, std::stop_token stop) override;
     int pruneStaleEntries(const std::filesystem::path& backupRoot) override;
     std::optional<Date> lastCheckDate(const std::filesystem::path& backupRoot) override;
     IntegrityResult verifySample(const std::filesystem::path& backupRoot,

@@ -60,6 +60,15 @@ class StatusManagerTest : public ::testing::Test {
         return pair;
     }
 
+    // A pair whose destination is another drive than the harness's.
+    BackupPair pairOnDrive(const std::string& name, const std::string& drive) {
+        BackupPair pair = h.makePair(name);
+        pair.destinationURL = h.root / drive;
+        fs::create_directories(pair.destinationURL);
+        h.store->updatePair(pair);
+        return pair;
+    }
+
     void setAppConfig(BackupInterval interval) {
         AppConfig config = h.store->appConfig();
         config.backupInterval = interval;
@@ -212,7 +221,7 @@ TEST_F(StatusManagerTest, AnAddedPairRunsAndARemovedOneStopsAndIsForgotten) {
     pair.destinationURL = h.root / "drive";
     pair.createdAt = referenceDate();
     writeFile(pair.sourceURL / "f", "x");
-    manager->addPair(pair);
+    ASSERT_EQ(manager->addPair(pair), std::nullopt);
     ASSERT_EQ(manager->engines().size(), 1u);
     ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
     EXPECT_EQ(h.store->pairs().size(), 1u);
@@ -249,7 +258,7 @@ TEST_F(StatusManagerTest, ARelinkedPairBacksUpToItsNewDestination) {
     finishRuns();
     const fs::path newDrive = h.root / "new-drive";
     fs::create_directories(newDrive);
-    manager->relinkPair(pair.id, newDrive);
+    ASSERT_EQ(manager->relinkPair(pair.id, newDrive), std::nullopt);
     ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
     finishRuns();
     const auto stored = h.storedPair(pair.id);
@@ -268,7 +277,7 @@ TEST_F(StatusManagerTest, ARelinkWhoseBookmarkCannotBeMadeShowsAccessDenied) {
     finishRuns();
     LogCapture log;
     const fs::path missing = h.root / "not-there";
-    manager->relinkPair(pair.id, missing);
+    ASSERT_EQ(manager->relinkPair(pair.id, missing), std::nullopt);
     EXPECT_EQ(engine(pair.id).status(),
               BackupStatus::error(BackupError::bookmarkAccessDenied(missing)));
     EXPECT_THAT(log.messages("Bookmark"),
@@ -282,11 +291,7 @@ TEST_F(StatusManagerTest, ARelinkWhoseBookmarkCannotBeMadeShowsAccessDenied) {
 TEST_F(StatusManagerTest, ADriveThatGoesAndComesBackStopsAndRestartsItsPairsOneAtATime) {
     const BackupPair one = h.makePair("One");
     const BackupPair two = h.makePair("Two");
-    const BackupPair elsewhere = h.makePair("Elsewhere");
-    BackupPair moved = elsewhere;
-    moved.destinationURL = h.root / "drive 2";
-    fs::create_directories(moved.destinationURL);
-    h.store->updatePair(moved);
+    const BackupPair elsewhere = pairOnDrive("Elsewhere", "drive 2");
     startManager();
     finishRuns();
 
@@ -324,6 +329,80 @@ TEST_F(StatusManagerTest, AMountLeavesAPairThatIsNotWaitingForItsDriveAlone) {
     finishRuns();
     EXPECT_EQ(h.events().size(), before);
     EXPECT_EQ(engine(pair.id).status(), BackupStatus::idle());
+}
+
+TEST_F(StatusManagerTest, APairWhoseMirrorFolderIsAnothersIsRefusedOnAddAndRelink) {
+    const BackupPair documents = h.makePair("Documents");
+    writeFile(documents.sourceURL / "mine.txt", "mine");
+    const BackupPair photos = pairOnDrive("Photos", "other-drive");
+    startManager();
+    finishRuns();
+
+    BackupPair twin = documents;
+    twin.id = Uuid::random();
+    twin.sourceURL = h.root / "other-documents";
+    writeFile(twin.sourceURL / "theirs.txt", "theirs");
+    EXPECT_EQ(manager->addPair(twin),
+              "\"Documents\" already backs up into this folder. Choose another destination or "
+              "name.");
+    EXPECT_EQ(h.store->pairs().size(), 2u);
+    EXPECT_EQ(manager->engines().size(), 2u);
+
+    const fs::path documentsDrive = documents.destinationURL;
+    EXPECT_EQ(manager->relinkPair(photos.id, documentsDrive), std::nullopt)
+        << "\"Photos\" on the first drive is no clash";
+    finishRuns();
+    twin.name = "Photos";
+    EXPECT_TRUE(manager->addPair(twin)) << "Photos has that folder now";
+
+    twin.name = "Documents 2";
+    EXPECT_EQ(manager->addPair(twin), std::nullopt);
+    finishRuns();
+    EXPECT_EQ(manager->relinkPair(twin.id, documentsDrive / "Quillstow/Documents"),
+              "This backup would overlap the backup of \"Documents\". Choose another "
+              "destination.");
+    EXPECT_EQ(h.storedPair(twin.id)->destinationURL, documentsDrive) << "the pair is unchanged";
+    finishRuns();
+    EXPECT_TRUE(fs::exists(documentsDrive / "Quillstow/Documents/mine.txt"));
+    EXPECT_FALSE(fs::exists(h.root / "drive/.Quillstow-Trash")) << "nobody archived anything";
+}
+
+struct MirrorClash {
+    const char* name;
+    const char* destination;
+    const char* pairName;
+    bool clashes;
+};
+
+TEST(MirrorFolderConflict, ComparesTheFoldersThePassesMirrorInto) {
+    BackupPair existing;
+    existing.id = Uuid::random();
+    existing.name = "Documents";
+    existing.destinationURL = "/media/ana/Drive";
+    const MirrorClash cases[] = {
+        {"same drive and name", "/media/ana/Drive", "Documents", true},
+        {"the Quillstow folder chosen itself", "/media/ana/Drive/Quillstow", "Documents", true},
+        {"a trailing slash", "/media/ana/Drive/", "Documents", true},
+        {"a name that sanitises alike", "/media/ana/Drive", " Documents/", true},
+        {"a name that differs in case, for drives that fold it", "/media/ana/Drive", "documents",
+         true},
+        {"inside the other's folder", "/media/ana/Drive/Quillstow/Documents/old", "Inner", true},
+        {"another name", "/media/ana/Drive", "Documents 2", false},
+        {"a name that begins alike", "/media/ana/Drive", "Doc", false},
+        {"another drive", "/media/ana/Drive 2", "Documents", false},
+        {"a drive whose name differs in case", "/media/ana/drive", "Documents", false},
+    };
+    for (const auto& test : cases) {
+        BackupPair candidate;
+        candidate.id = Uuid::random();
+        candidate.name = test.pairName;
+        candidate.destinationURL = test.destination;
+        EXPECT_EQ(mirrorFolderConflict(candidate, {existing}).has_value(), test.clashes)
+            << test.name;
+        EXPECT_EQ(mirrorFolderConflict(existing, {candidate}).has_value(), test.clashes)
+            << test.name << ", the other way round";
+    }
+    EXPECT_FALSE(mirrorFolderConflict(existing, {existing})) << "a pair never clashes with itself";
 }
 
 TEST(LiesOnVolume, NeedsTheMountPointFollowedByASlash) {

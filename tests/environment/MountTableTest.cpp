@@ -1,4 +1,4 @@
-// What is mounted, from the kernel's table: the longest mount of a path with its case rule, the
+// What is mounted, from the kernel's table: the longest mount of a path by its exact bytes, the
 // escapes of the table, network shares, drives that are not there, duplicate shares, and the
 // volumes a user would recognise in the order a file manager shows them.
 
@@ -33,20 +33,30 @@ std::optional<std::string> mountPointFor(std::string_view path, const std::vecto
     return found->mountPoint;
 }
 
-TEST(MountForPath, TakesTheLongestMountFollowedByASlashIgnoringCase) {
+TEST(MountForPath, TakesTheLongestMountPointThatMatchesByItsExactBytes) {
     const std::vector<Mount> mounts{local("/", "/dev/vda"), local("/media/u/Photos"),
-                                    local("/media/u/Photos 2", "/dev/sdc1")};
-    EXPECT_EQ(mountPointFor("/media/u/Photos 2/a", mounts), "/media/u/Photos 2");
-    EXPECT_EQ(mountPointFor("/media/u/Photos/a", mounts), "/media/u/Photos");
-    EXPECT_EQ(mountPointFor("/media/U/PHOTOS/a", mounts), "/media/u/Photos");
-    EXPECT_EQ(mountPointFor("/media/u/Photos", mounts), "/media/u/Photos");
-    EXPECT_EQ(mountPointFor("/media/u/Photos2", mounts), "/") << "no slash after the name";
-    EXPECT_EQ(mountPointFor("/home/u", mounts), "/");
+                                    local("/media/u/Photos 2", "/dev/sdc1"),
+                                    local("/media/u/backup", "/dev/sdd1")};
+    const struct {
+        const char* path;
+        const char* mountPoint;
+    } cases[] = {
+        {"/media/u/Photos 2/a", "/media/u/Photos 2"},
+        {"/media/u/Photos/a", "/media/u/Photos"},
+        {"/media/u/Photos", "/media/u/Photos"},
+        {"/media/u/Photos2", "/"},   // no slash after the name
+        {"/media/u/PHOTOS/a", "/"},  // case counts: another folder of the disk above
+        {"/media/u/Backup", "/"},    // not the drive mounted at /media/u/backup
+        {"/media/u/backup/x", "/media/u/backup"},
+        {"/home/u", "/"},
+    };
+    for (const auto& test : cases)
+        EXPECT_EQ(mountPointFor(test.path, mounts), test.mountPoint) << test.path;
     EXPECT_FALSE(mountPointFor("/home/u", {local("/media/u/Photos")}));
 
-    // Of equally long mount points the first in the table is kept.
+    // Of two mounts at one point the first in the table is kept.
     const auto first = MountTable::mount(
-        "/mnt/x/y", {local("/mnt/x", "/dev/first"), local("/mnt/X", "/dev/second")});
+        "/mnt/x/y", {local("/mnt/x", "/dev/first"), local("/mnt/x", "/dev/second")});
     EXPECT_EQ(first->source, "/dev/first");
 }
 
@@ -82,7 +92,8 @@ TEST(MountSnapshot, DecodesTheEscapesOfTheTableAndKnowsNetworkSharesByType) {
 TEST(MissingDrive, IsAPathBelowARemovableRootHeldByAMountAboveIt) {
     EXPECT_TRUE(isMissingDrive("/media/u/Drive/Backups", local("/", "/dev/vda")));
     EXPECT_TRUE(isMissingDrive("/run/media/u/Drive", local("/run", "tmpfs", "tmpfs")));
-    EXPECT_TRUE(isMissingDrive("/volumes/PHOTOS/a", local("/", "/dev/vda"))) << "case ignored";
+    EXPECT_TRUE(isMissingDrive("/Volumes/Photos/a", local("/", "/dev/vda")));
+    EXPECT_FALSE(isMissingDrive("/MEDIA/u/Drive", local("/", "/dev/vda"))) << "case counts";
     EXPECT_FALSE(isMissingDrive("/media/u/Drive/Backups", local("/media/u/Drive")));
     EXPECT_FALSE(isMissingDrive("/mnt/backup", local("/mnt"))) << "a drive at the root itself";
     EXPECT_FALSE(isMissingDrive("/home/u/Backups", local("/", "/dev/vda")));

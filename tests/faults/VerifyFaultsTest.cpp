@@ -36,7 +36,7 @@ TEST_F(VerifyFaultsTest, ADrivePulledWhilePruningCostsAtMostAHundredEntries) {
         copied.push_back("f" + std::to_string(1000 + i));
         writeFile(backup / copied.back(), "data");
     }
-    IntegrityVerifier(wallClock).recordHashes(copied, backup);
+    IntegrityVerifier(wallClock).recordHashes(copied, backup, {});
 
     int tests = 0;
     IntegrityVerifier verifier(wallClock, [&](const fs::path& folder) {

@@ -41,6 +41,43 @@ TEST_F(VolumeMountsTest, ADriveIsReachableUntilItGoesAndItsLeftoverFolderNever) 
 
     makeFolder(root / "home/Backups");
     EXPECT_TRUE(isDestinationReachable(root / "home/Backups", roots)) << "no removable root there";
+
+    // A folder of the disk below whose name differs from a mounted drive's in case only.
+    TmpfsMount lower(root / "media/backup", 1 << 20);
+    makeFolder(root / "media/Backup");
+    EXPECT_FALSE(isDestinationReachable(root / "media/Backup", roots));
+    EXPECT_TRUE(isDestinationReachable(root / "media/backup", roots));
+}
+
+TEST_F(VolumeMountsTest, ADrivePulledAfterTheTriggerLookedAtItGetsNothingWritten) {
+    EngineHarness h;
+    h.reachability.byMounts = roots;
+    auto drive = std::make_unique<TmpfsMount>(mountPoint, 600ull << 20);
+    BackupPair onDrive = h.makePair("OnDrive");
+    onDrive.destinationURL = mountPoint;
+    h.store->updatePair(onDrive);
+    writeFile(onDrive.sourceURL / "notes.txt", "notes");
+    // Another pair's pass holds the queue while the drive's pair waits behind it.
+    const BackupPair first = h.makePair("First");
+    writeFile(first.sourceURL / "a.txt", "a");
+    CopyGate gate;
+    gate.holdAt(1);
+    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    auto firstEngine = h.makeEngine(first);
+    auto engine = h.makeEngine(onDrive);
+    firstEngine->triggerBackup(first);
+    ASSERT_TRUE(gate.waitUntilHeld());
+    engine->triggerBackup(onDrive);
+    ASSERT_TRUE(h.runUntil([&] { return engine->status().kind() == Case::queued; }));
+
+    drive->unmount();
+    gate.release();
+    ASSERT_TRUE(h.finishRun()) << "the first pass ends";
+    ASSERT_TRUE(
+        h.runUntil([&] { return engine->status().kind() == Case::destinationUnreachable; }));
+    h.settle();
+    EXPECT_TRUE(fs::is_empty(mountPoint)) << "nothing written to the disk below";
+    EXPECT_THAT(h.messagesOf(Type::error), ::testing::IsEmpty());
 }
 
 TEST_F(VolumeMountsTest, TheMonitorHearsMountsAndUnmountsBelowARemovableRoot) {

@@ -2,8 +2,14 @@
 // database's file and its damage, the choice of the sample, what a check finds and stamps, the
 // pruning, and the coverage sentences.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <thread>
 
 #include "LogCapture.hpp"
 #include "Processes.hpp"
@@ -76,7 +82,7 @@ TEST_F(IntegrityVerifierTest, DigestsAreTheStandardOnesAndMemoryDoesNotGrowWithT
 TEST_F(IntegrityVerifierTest, RecordsEveryCopiedFileInTheDatabasesShape) {
     writeFile(backup / "a.txt", "alpha");
     writeFile(backup / "sub/b.txt", "beta!");
-    verifier.recordHashes({"a.txt", "sub/b.txt"}, backup);
+    verifier.recordHashes({"a.txt", "sub/b.txt"}, backup, {});
 
     const HashDatabase database = verifier.loadDatabase(backup);
     ASSERT_EQ(database.size(), 2u);
@@ -90,19 +96,19 @@ TEST_F(IntegrityVerifierTest, RecordsEveryCopiedFileInTheDatabasesShape) {
 }
 
 TEST_F(IntegrityVerifierTest, NothingCopiedWritesNoDatabase) {
-    verifier.recordHashes({}, backup);
+    verifier.recordHashes({}, backup, {});
     EXPECT_FALSE(fs::exists(backup / ".quillstow-hashes.json"));
-    verifier.recordHashes({"not-there"}, backup);
+    verifier.recordHashes({"not-there"}, backup, {});
     EXPECT_FALSE(fs::exists(backup / ".quillstow-hashes.json")) << "no digest, no write";
 }
 
 TEST_F(IntegrityVerifierTest, AFileThatCanNoLongerBeReadKeepsItsOlderEntry) {
     writeFile(backup / "a.txt", "alpha");
-    verifier.recordHashes({"a.txt"}, backup);
+    verifier.recordHashes({"a.txt"}, backup, {});
     const HashDatabase before = verifier.loadDatabase(backup);
     fs::remove(backup / "a.txt");
     clock.set(clock.now() + hours(1));
-    verifier.recordHashes({"a.txt"}, backup);
+    verifier.recordHashes({"a.txt"}, backup, {});
     EXPECT_EQ(verifier.loadDatabase(backup), before);
 }
 
@@ -118,7 +124,7 @@ TEST_F(IntegrityVerifierTest, ADamagedDatabaseReadsEmptyAndTheNextRecordReplaces
     EXPECT_TRUE(log.records().empty()) << "silently";
 
     writeFile(backup / "b.txt", "beta");
-    verifier.recordHashes({"b.txt"}, backup);
+    verifier.recordHashes({"b.txt"}, backup, {});
     const HashDatabase database = verifier.loadDatabase(backup);
     ASSERT_EQ(database.size(), 1u);
     EXPECT_TRUE(database.contains("b.txt"));
@@ -179,7 +185,7 @@ TEST_F(IntegrityVerifierTest, ACheckStampsWhatItReadAndReportsDamage) {
     writeFile(backup / "good.txt", "fine");
     writeFile(backup / "bad.txt", "right");
     writeFile(backup / "gone.txt", "here");
-    verifier.recordHashes({"good.txt", "bad.txt", "gone.txt"}, backup);
+    verifier.recordHashes({"good.txt", "bad.txt", "gone.txt"}, backup, {});
     const std::string badDigest = verifier.loadDatabase(backup).at("bad.txt").sha256;
     writeFile(backup / "bad.txt", "wrong");  // the same size, other bytes
     fs::remove(backup / "gone.txt");
@@ -201,31 +207,79 @@ TEST_F(IntegrityVerifierTest, ACheckStampsWhatItReadAndReportsDamage) {
     EXPECT_FALSE(database.at("gone.txt").lastVerifiedAt);
 }
 
-TEST_F(IntegrityVerifierTest, ACheckStopsBetweenFilesWhenCancelled) {
+// A file that is a pipe: once a digest has opened it, the stop is asked for, and then it gives
+// a byte and its end. A digest that reads it to the end has missed the stop inside the file.
+class StopInsideAFile {
+  public:
+    explicit StopInsideAFile(fs::path path) : path_(std::move(path)) {
+        ::mkfifo(path_.c_str(), 0600);
+        writer_ = std::thread([this] {
+            // A reader that stopped closes its end first: the write fails, quietly.
+            sigset_t pipeSignal;
+            sigemptyset(&pipeSignal);
+            sigaddset(&pipeSignal, SIGPIPE);
+            pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
+            const int fd = ::open(path_.c_str(), O_WRONLY);
+            if (!isClosing_) stop_.request_stop();
+            (void)::write(fd, "x", 1);
+            ::close(fd);
+        });
+    }
+    ~StopInsideAFile() {
+        // Lets the writer go when no digest ever opened the pipe.
+        isClosing_ = true;
+        const int fd = ::open(path_.c_str(), O_RDONLY | O_NONBLOCK);
+        writer_.join();
+        ::close(fd);
+    }
+    std::stop_token token() const { return stop_.get_token(); }
+
+  private:
+    fs::path path_;
+    std::stop_source stop_;
+    std::atomic<bool> isClosing_{false};
+    std::thread writer_;
+};
+
+TEST_F(IntegrityVerifierTest, AStopEndsRecordingInsideAFileAndKeepsWhatWasDone) {
     writeFile(backup / "a.txt", "a");
-    writeFile(backup / "b.txt", "b");
-    verifier.recordHashes({"a.txt", "b.txt"}, backup);
-    std::stop_source stop;
-    stop.request_stop();
-    const IntegrityResult result = verifier.verifySample(backup, stop.get_token());
-    EXPECT_EQ(result.verified, 0);
-    EXPECT_EQ(result.neverVerified, 2);
+    writeFile(backup / "c.txt", "c");
+    StopInsideAFile pipe(backup / "b-pipe");
+    verifier.recordHashes({"a.txt", "b-pipe", "c.txt"}, backup, pipe.token());
+    const HashDatabase database = verifier.loadDatabase(backup);
+    EXPECT_EQ(database.size(), 1u);
+    EXPECT_TRUE(database.contains("a.txt"));
+}
+
+TEST_F(IntegrityVerifierTest, AStopEndsACheckInsideAFileWhichIsNeitherGoodNorDamaged) {
+    writeFile(backup / "a.txt", "a");
+    writeFile(backup / "c.txt", "c");
+    verifier.recordHashes({"a.txt", "c.txt"}, backup, {});
+    HashDatabase database = verifier.loadDatabase(backup);
+    database["b-pipe"] = entry("b-pipe");
+    verifier.saveDatabase(database, backup);
+    StopInsideAFile pipe(backup / "b-pipe");
+
+    const IntegrityResult result = verifier.verifySample(backup, pipe.token());
+    EXPECT_EQ(result.verified, 1);
+    EXPECT_TRUE(result.corrupted.empty());
+    EXPECT_EQ(result.neverVerified, 2) << "only a.txt was stamped";
     EXPECT_EQ(verifier.verifySample(root / "nothing", {}).totalTracked, 0);
 }
 
 TEST_F(IntegrityVerifierTest, AFileCopiedAgainGoesBackToTheFrontOfTheRotation) {
     writeFile(backup / "a.txt", "a");
-    verifier.recordHashes({"a.txt"}, backup);
+    verifier.recordHashes({"a.txt"}, backup, {});
     IntegrityResult result = verifier.verifySample(backup, {});
     EXPECT_EQ(coverageDescription(result, clock.now()), "Every file checked today.");
-    verifier.recordHashes({"a.txt"}, backup);
+    verifier.recordHashes({"a.txt"}, backup, {});
     EXPECT_FALSE(verifier.loadDatabase(backup).at("a.txt").lastVerifiedAt);
 }
 
 TEST_F(IntegrityVerifierTest, PruningForgetsFilesThatLeftTheBackup) {
     writeFile(backup / "stays.txt", "s");
     writeFile(backup / "leaves.txt", "l");
-    verifier.recordHashes({"stays.txt", "leaves.txt"}, backup);
+    verifier.recordHashes({"stays.txt", "leaves.txt"}, backup, {});
     fs::remove(backup / "leaves.txt");
     EXPECT_EQ(verifier.pruneStaleEntries(backup), 1);
     EXPECT_EQ(verifier.loadDatabase(backup).size(), 1u);

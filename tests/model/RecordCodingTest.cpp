@@ -220,6 +220,16 @@ TEST(SanitizedFolderName, RemovesWhatCouldLeaveTheFolder) {
         {"/", "Untitled Backup"},
         {"v1.0..2", "v1.02"},
         {"./.", "Untitled Backup"},
+        // Every Unicode white space is trimmed, as the user sees none of them.
+        {"\u00A0Photos\u2003", "Photos"},
+        {"\u3000\u2028Docs\u2029\u0085\u202F", "Docs"},
+        {"\u1680\u205F\u00A0", "Untitled Backup"},
+        {"\u00A0.hidden", "hidden"},
+        {"My\u00A0Docs", "My\u00A0Docs"},
+        // Not white space: a zero-width space, and bytes that are not UTF-8.
+        {"\u200BName", "\u200BName"},
+        {"Name \xC2", "Name \xC2"},
+        {"\xA0Name\xE3\x80", "\xA0Name\xE3\x80"},
     };
     for (const auto& [name, folder] : cases)
         EXPECT_EQ(sanitizedFolderName(name), folder) << name;

@@ -3,11 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include "TestTree.hpp"
 #include "model/ConfigFile.hpp"
+#include "model/EventLogReader.hpp"
 
 namespace quillstow {
 namespace {
 
+using namespace testing;
 using namespace std::chrono;
 
 json::Value minimalPair() {
@@ -200,6 +203,61 @@ TEST(EventLogCoding, RoundTripsAndAcceptsEveryType) {
     bad = value;
     bad[0].erase("duration");
     expectDecodingFailure([&] { eventLogFromJson(bad); }, "no duration");
+}
+
+// Messages that hold everything that could mislead a reader that follows only strings and
+// brackets.
+std::vector<BackupEvent> eventsWithAwkwardMessages(int count) {
+    const char* const messages[] = {R"(a "quoted" ] name)", "back\\slash\\",
+                                    "}{][,:", "\u00FC\u3000 \\\"", ""};
+    std::vector<BackupEvent> events(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        BackupEvent& event = events[std::size_t(i)];
+        event.id = Uuid::random();
+        event.pairId = event.id;
+        event.timestamp = sys_days{2026y / March / 1} + seconds(i);
+        event.filesAffected = i;
+        event.message = std::string(messages[i % std::size(messages)]) + std::to_string(i);
+    }
+    return events;
+}
+
+TEST(EventLogReading, KeepsTheNewestWhereverChunksAndEscapesFall) {
+    const auto events = eventsWithAwkwardMessages(3000);
+    const std::string text = json::write(toJson(events));
+    const std::vector<BackupEvent> newest(events.end() - 500, events.end());
+    EXPECT_EQ(readNewestEvents(text, 500), newest);
+    TemporaryFolder folder;
+    // Some 700 KB: the file is read in chunks whose ends fall inside strings and escapes.
+    writeFile(folder / "backup-log.json", text);
+    EXPECT_EQ(readNewestEventsFromFile(folder / "backup-log.json", 500), newest);
+    EXPECT_EQ(readNewestEvents(text, 0), std::vector<BackupEvent>{});
+    EXPECT_EQ(readNewestEvents(json::write(toJson(newest)).insert(0, "\xEF\xBB\xBF \n"), 500),
+              newest);
+}
+
+TEST(EventLogReading, FailsOnAnythingButAList) {
+    const std::string event = json::write(toJson(eventsWithAwkwardMessages(1)[0]));
+    const std::pair<const char*, std::string> cases[] = {
+        {"empty", ""},
+        {"blank", " \n"},
+        {"not JSON", "log"},
+        {"an object", "{}"},
+        {"unclosed", "[" + event},
+        {"unclosed string", "[\"abc]"},
+        {"a comma too many", "[" + event + ",]"},
+        {"a comma too few", "[" + event + " " + event + "]"},
+        {"a leading comma", "[," + event + "]"},
+        {"crossed brackets", "[{]}"},
+        {"text after the list", "[]x"},
+        {"a second list", "[] []"},
+        {"a number for an event", "[1]"},
+        {"a bad event", "[" + event + ", {\"id\": 1}]"},
+    };
+    for (const auto& [name, text] : cases) {
+        expectDecodingFailure([&] { readNewestEvents(text, 500); }, name);
+    }
+    EXPECT_TRUE(readNewestEvents(std::string_view(" [ \r\n\t] "), 500).empty());
 }
 
 TEST(SanitizedFolderName, RemovesWhatCouldLeaveTheFolder) {

@@ -1,7 +1,5 @@
 #include "model/BackupPair.hpp"
 
-#include <algorithm>
-
 namespace quillstow {
 
 json::Value toJson(const BackupPair& pair) {
@@ -93,8 +91,29 @@ void removeAll(std::string& text, std::string_view piece) {
     text = std::move(kept);
 }
 
-bool isWhitespaceOrNewline(unsigned char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+// Unicode's white space and line ends in UTF-8: at the ends of a name the user sees none of
+// them, so none may make a folder name of its own.
+constexpr std::string_view whiteSpaces[] = {
+    "\t",     "\n",     "\v",     "\f",     "\r",     " ",      "\u0085", "\u00A0", "\u1680",
+    "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005", "\u2006", "\u2007", "\u2008",
+    "\u2009", "\u200A", "\u2028", "\u2029", "\u202F", "\u205F", "\u3000",
+};
+
+// How many bytes of white space `matches` finds at one end of the text, 0 for none.
+template <typename Matches>
+std::size_t whiteSpaceAt(Matches matches) {
+    for (const std::string_view space : whiteSpaces) {
+        if (matches(space)) return space.size();
+    }
+    return 0;
+}
+
+std::string_view trimmedOfWhiteSpace(std::string_view text) {
+    while (const auto size = whiteSpaceAt([&](auto space) { return text.starts_with(space); }))
+        text.remove_prefix(size);
+    while (const auto size = whiteSpaceAt([&](auto space) { return text.ends_with(space); }))
+        text.remove_suffix(size);
+    return text;
 }
 
 }  // namespace
@@ -105,9 +124,7 @@ std::string sanitizedFolderName(const std::string& name) {
     removeAll(result, "/");
     removeAll(result, "\\");
     removeAll(result, std::string_view("\0", 1));
-    const auto first = std::find_if_not(result.begin(), result.end(), isWhitespaceOrNewline);
-    const auto last = std::find_if_not(result.rbegin(), result.rend(), isWhitespaceOrNewline);
-    result = first < last.base() ? std::string(first, last.base()) : std::string();
+    result = std::string(trimmedOfWhiteSpace(result));
     const auto firstNonDot = result.find_first_not_of('.');
     result.erase(0, firstNonDot == std::string::npos ? result.size() : firstNonDot);
     return result.empty() ? "Untitled Backup" : result;

@@ -39,8 +39,8 @@ struct BackupPair {
 json::Value toJson(const BackupPair& pair);
 BackupPair backupPairFromJson(const json::Value& value);
 
-// The pair's folder name on a destination: every "..", "/", "\" and NUL removed, whitespace
-// trimmed, leading dots dropped; "Untitled Backup" when nothing is left.
+// The pair's folder name on a destination: every "..", "/", "\" and NUL removed, Unicode white
+// space trimmed, leading dots dropped; "Untitled Backup" when nothing is left.
 std::string sanitizedFolderName(const std::string& name);
 
 }  // namespace quillstow

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "model/EventLogReader.hpp"
 #include "support/AtomicFile.hpp"
 #include "support/Paths.hpp"
 
@@ -148,7 +149,9 @@ void ConfigStore::loadLog() {
     std::error_code missing;
     if (!fs::exists(logFileURL_, missing)) return;
     try {
-        events_ = eventLogFromJson(json::read(atomicfile::read(logFileURL_)));
+        // Only the newest are ever shown or written again, and a log grown far past its limit
+        // by another hand would otherwise cost gigabytes to read.
+        events_ = readNewestEventsFromFile(logFileURL_, maxLogEntries);
         eventsObservers_.notify(events_);
     } catch (const Failure& failure) {
         log_.error("Failed to load backup-log.json: %{public}s", failure.error().description);

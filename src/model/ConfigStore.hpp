@@ -33,7 +33,8 @@ class ConfigStore {
     static constexpr std::size_t maxLogEntries = 500;
     static constexpr double logFlushDelay = 0.5;
 
-    // Makes the folder if needed and loads both files.
+    // Makes the folder if needed and loads both files; of a log longer than 500 entries only
+    // the newest 500 are loaded.
     ConfigStore(std::filesystem::path settingsFolder, MainQueue& mainQueue, UserDefaults& defaults);
     ConfigStore(const ConfigStore&) = delete;
     ConfigStore& operator=(const ConfigStore&) = delete;

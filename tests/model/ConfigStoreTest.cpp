@@ -1,6 +1,7 @@
 // The settings, pairs and log in their files: first run, damage and recovery, trimming, the
 // coalesced log write, and observers.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/inotify.h>
@@ -16,6 +17,9 @@ namespace {
 
 using namespace testing;
 using namespace std::chrono;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
 namespace fs = std::filesystem;
 
 BackupPair pairNamed(const std::string& name) {
@@ -213,17 +217,28 @@ TEST_F(ConfigStoreTest, BothFilesDamagedStartsFreshAndKeepsThemUntilTheNextSave)
 
     store->addPair(pairNamed("New"));
     EXPECT_EQ(configFileFromJson(json::read(readFile(folder / "config.json"))).pairs.size(), 1u);
+    EXPECT_EQ(readFile(folder / "config.json.backup"), "garbage") << "kept for whoever can read it";
 }
 
 TEST_F(ConfigStoreTest, ADamagedLogIsLoggedAndReplacedByTheNextWrite) {
-    writeFile(folder / "backup-log.json", "[{\"id\": 1}]");
-    auto store = open();
-    EXPECT_TRUE(store->events().empty());
-    EXPECT_EQ(log.messages("ConfigStore").size(), 1u);
-    EXPECT_TRUE(log.messages("ConfigStore")[0].starts_with("Failed to load backup-log.json: "));
-    store->addEvent(eventNumber(1));
-    queue.advance(0.5);
-    EXPECT_EQ(eventLogFromJson(json::read(readFile(folder / "backup-log.json"))).size(), 1u);
+    std::vector<BackupEvent> events;
+    for (int i = 1; i <= 600; ++i)
+        events.push_back(eventNumber(i));
+    json::Value badLast = toJson(events);
+    badLast.back().erase("duration");
+    for (const std::string& text : {std::string("log"), json::write(badLast)}) {
+        fs::remove_all(folder);
+        writeFile(folder / "backup-log.json", text);
+        LogCapture caseLog;
+        auto store = open();
+        EXPECT_TRUE(store->events().empty());
+        const auto messages = caseLog.messages("ConfigStore");
+        ASSERT_EQ(messages.size(), 1u);
+        EXPECT_THAT(messages[0], StartsWith("Failed to load backup-log.json: "));
+        store->addEvent(eventNumber(1));
+        queue.advance(0.5);
+        EXPECT_EQ(eventLogFromJson(json::read(readFile(folder / "backup-log.json"))).size(), 1u);
+    }
 }
 
 TEST_F(ConfigStoreTest, UpdatingAnUnknownPairWritesNothing) {
@@ -271,13 +286,19 @@ TEST_F(ConfigStoreTest, TheLogKeepsTheNewestFiveHundred) {
     EXPECT_EQ(store->events().back().filesAffected, 501);
 }
 
-TEST_F(ConfigStoreTest, ALongLoadedLogIsTrimmedAtTheNextAdd) {
+TEST_F(ConfigStoreTest, ALogGrownPastItsLimitLoadsItsNewestFiveHundred) {
     std::vector<BackupEvent> events;
     for (int i = 1; i <= 800; ++i)
         events.push_back(eventNumber(i));
-    writeFile(folder / "backup-log.json", json::write(toJson(events)));
+    json::Value log = toJson(events);
+    // Entries the log would drop at its next write are passed over unread, flaws and all.
+    log[0] = {{"type", "exploded"}};
+    log[1] = json::Value::array({"}", "\"{", nullptr, 1e300});
+    writeFile(folder / "backup-log.json", json::write(log));
     auto store = open();
-    EXPECT_EQ(store->events().size(), 800u);
+    ASSERT_EQ(store->events().size(), 500u);
+    EXPECT_EQ(store->events().front(), events[300]);
+    EXPECT_EQ(store->events().back(), events.back());
     store->addEvent(eventNumber(801));
     ASSERT_EQ(store->events().size(), 500u);
     EXPECT_EQ(store->events().front().filesAffected, 302);

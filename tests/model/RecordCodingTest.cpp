@@ -3,11 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include "TestTree.hpp"
 #include "model/ConfigFile.hpp"
+#include "model/EventLogReader.hpp"
 
 namespace quillstow {
 namespace {
 
+using namespace testing;
 using namespace std::chrono;
 
 json::Value minimalPair() {
@@ -202,6 +205,61 @@ TEST(EventLogCoding, RoundTripsAndAcceptsEveryType) {
     expectDecodingFailure([&] { eventLogFromJson(bad); }, "no duration");
 }
 
+// Messages that hold everything that could mislead a reader that follows only strings and
+// brackets.
+std::vector<BackupEvent> eventsWithAwkwardMessages(int count) {
+    const char* const messages[] = {R"(a "quoted" ] name)", "back\\slash\\",
+                                    "}{][,:", "\u00FC\u3000 \\\"", ""};
+    std::vector<BackupEvent> events(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        BackupEvent& event = events[std::size_t(i)];
+        event.id = Uuid::random();
+        event.pairId = event.id;
+        event.timestamp = sys_days{2026y / March / 1} + seconds(i);
+        event.filesAffected = i;
+        event.message = std::string(messages[i % std::size(messages)]) + std::to_string(i);
+    }
+    return events;
+}
+
+TEST(EventLogReading, KeepsTheNewestWhereverChunksAndEscapesFall) {
+    const auto events = eventsWithAwkwardMessages(3000);
+    const std::string text = json::write(toJson(events));
+    const std::vector<BackupEvent> newest(events.end() - 500, events.end());
+    EXPECT_EQ(readNewestEvents(text, 500), newest);
+    TemporaryFolder folder;
+    // Some 700 KB: the file is read in chunks whose ends fall inside strings and escapes.
+    writeFile(folder / "backup-log.json", text);
+    EXPECT_EQ(readNewestEventsFromFile(folder / "backup-log.json", 500), newest);
+    EXPECT_EQ(readNewestEvents(text, 0), std::vector<BackupEvent>{});
+    EXPECT_EQ(readNewestEvents(json::write(toJson(newest)).insert(0, "\xEF\xBB\xBF \n"), 500),
+              newest);
+}
+
+TEST(EventLogReading, FailsOnAnythingButAList) {
+    const std::string event = json::write(toJson(eventsWithAwkwardMessages(1)[0]));
+    const std::pair<const char*, std::string> cases[] = {
+        {"empty", ""},
+        {"blank", " \n"},
+        {"not JSON", "log"},
+        {"an object", "{}"},
+        {"unclosed", "[" + event},
+        {"unclosed string", "[\"abc]"},
+        {"a comma too many", "[" + event + ",]"},
+        {"a comma too few", "[" + event + " " + event + "]"},
+        {"a leading comma", "[," + event + "]"},
+        {"crossed brackets", "[{]}"},
+        {"text after the list", "[]x"},
+        {"a second list", "[] []"},
+        {"a number for an event", "[1]"},
+        {"a bad event", "[" + event + ", {\"id\": 1}]"},
+    };
+    for (const auto& [name, text] : cases) {
+        expectDecodingFailure([&] { readNewestEvents(text, 500); }, name);
+    }
+    EXPECT_TRUE(readNewestEvents(std::string_view(" [ \r\n\t] "), 500).empty());
+}
+
 TEST(SanitizedFolderName, RemovesWhatCouldLeaveTheFolder) {
     const std::pair<std::string, std::string> cases[] = {
         {"../My Docs/", "My Docs"},
@@ -220,6 +278,16 @@ TEST(SanitizedFolderName, RemovesWhatCouldLeaveTheFolder) {
         {"/", "Untitled Backup"},
         {"v1.0..2", "v1.02"},
         {"./.", "Untitled Backup"},
+        // Every Unicode white space is trimmed, as the user sees none of them.
+        {"\u00A0Photos\u2003", "Photos"},
+        {"\u3000\u2028Docs\u2029\u0085\u202F", "Docs"},
+        {"\u1680\u205F\u00A0", "Untitled Backup"},
+        {"\u00A0.hidden", "hidden"},
+        {"My\u00A0Docs", "My\u00A0Docs"},
+        // Not white space: a zero-width space, and bytes that are not UTF-8.
+        {"\u200BName", "\u200BName"},
+        {"Name \xC2", "Name \xC2"},
+        {"\xA0Name\xE3\x80", "\xA0Name\xE3\x80"},
     };
     for (const auto& [name, folder] : cases)
         EXPECT_EQ(sanitizedFolderName(name), folder) << name;

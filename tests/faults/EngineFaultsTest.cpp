@@ -70,7 +70,7 @@ TEST_F(EngineFaultsTest, TheRoomBeforeAPass) {
         if (test.sourceOnTheDrive) pair.sourceURL = drive.path() / "Projects";
         h.store->updatePair(pair);
         if (test.sourceBytes > 0) writeSparse(pair.sourceURL / "big.bin", test.sourceBytes);
-        const fs::path stale = drive.path() / "Quillstow/Work/.quillstowtmp-0badf00d-film.mov";
+        const fs::path stale = drive.path() / "Quillstow/Work/.quillstowtmp-0BADF00D-film.mov";
         if (test.staleTemporaryBytes > 0) {
             writeFile(stale, std::string(test.staleTemporaryBytes, 'x'));
         }

@@ -214,6 +214,8 @@ void BackupEngine::triggerBackup(const BackupPair& pair) {
         services_.tasks.start([weak, previous, pair, generation, &mainQueue](std::stop_token stop) {
             // Two runs of one pair never overlap.
             previous.wait();
+            // Superseded by a newer trigger, or stopped, while it waited: no pass.
+            if (stop.stop_requested()) return;
             auto self = weak.lock();
             if (!self) return;
             self->runTrigger(pair, generation, stop);
@@ -242,9 +244,13 @@ void BackupEngine::runTrigger(const BackupPair& pair, std::uint64_t generation,
         runBackup(pair, generation, stop);
         return;
     }
-    const auto outcome = backupQueue_->enqueue(
-        pairId_,
-        [this, pair, generation](std::stop_token job) { runBackup(pair, generation, job); });
+    // A trigger cancelled while its job waited in the queue, or just before it got there,
+    // ends without a pass; one cancelled after its job started lets the pass go on.
+    const auto outcome =
+        backupQueue_->enqueue(pairId_, [this, pair, generation, stop](std::stop_token job) {
+            if (stop.stop_requested()) return;
+            runBackup(pair, generation, job);
+        });
     handleOutcome(outcome, pair);
 }
 

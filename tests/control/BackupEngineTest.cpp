@@ -259,6 +259,37 @@ TEST_F(BackupEngineTest, AStopDuringThePassReturnsToIdleAndRecordsNothing) {
     EXPECT_LT(filesBelow(EngineHarness::mirrorOf(pair)).size(), 20u);
 }
 
+// Ten triggers while a pass runs: each cancels the one before, which then ends without a pass.
+TEST(EngineTriggers, ACancelledTriggerThatWaitsEndsWithoutAPass) {
+    const struct {
+        const char* name;
+        bool stopsAfterTheTriggers;
+        std::size_t passes;
+    } cases[] = {
+        {"the newest trigger runs once after the pass", false, 2},
+        {"a stop ends the pass and every trigger", true, 0},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        EngineHarness h;
+        const BackupPair pair = h.makePair();
+        for (int i = 0; i < 3; ++i)
+            writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
+        CopyGate gate;
+        gate.holdAt(1);
+        h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+        auto engine = h.makeEngine(pair);
+        engine->start(pair);
+        ASSERT_TRUE(gate.waitUntilHeld());
+        for (int i = 0; i < 10; ++i)
+            engine->triggerBackup(pair);
+        if (test.stopsAfterTheTriggers) engine->stop();
+        gate.release();
+        h.settle();
+        EXPECT_EQ(h.events().size(), test.passes) << "one event a pass";
+    }
+}
+
 TEST_F(BackupEngineTest, AStatusSetAfterAStopIsNotOverwrittenByTheRunThatEnds) {
     const BackupPair pair = h.makePair();
     for (int i = 0; i < 20; ++i)

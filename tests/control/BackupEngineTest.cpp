@@ -237,9 +237,7 @@ TEST_F(BackupEngineTest, AStopDuringThePassReturnsToIdleAndRecordsNothing) {
     const BackupPair pair = h.makePair();
     for (int i = 0; i < 20; ++i)
         writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
-    CopyGate gate;
-    gate.holdAt(5);
-    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    CopyGate& gate = h.holdAtCopy(5);
     auto engine = h.makeEngine(pair);
     StatusHistory history(*engine);
     engine->start(pair);
@@ -275,9 +273,7 @@ TEST(EngineTriggers, ACancelledTriggerThatWaitsEndsWithoutAPass) {
         const BackupPair pair = h.makePair();
         for (int i = 0; i < 3; ++i)
             writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
-        CopyGate gate;
-        gate.holdAt(1);
-        h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+        CopyGate& gate = h.holdAtCopy(1);
         auto engine = h.makeEngine(pair);
         engine->start(pair);
         ASSERT_TRUE(gate.waitUntilHeld());
@@ -294,9 +290,7 @@ TEST_F(BackupEngineTest, AStatusSetAfterAStopIsNotOverwrittenByTheRunThatEnds) {
     const BackupPair pair = h.makePair();
     for (int i = 0; i < 20; ++i)
         writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
-    CopyGate gate;
-    gate.holdAt(3);
-    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    CopyGate& gate = h.holdAtCopy(3);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
     ASSERT_TRUE(gate.waitUntilHeld());
@@ -311,9 +305,7 @@ TEST_F(BackupEngineTest, AJobThatOutrunsTheHourIsReportedAsTimedOut) {
     const BackupPair pair = h.makePair();
     for (int i = 0; i < 5; ++i)
         writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
-    CopyGate gate;
-    gate.holdAt(2);
-    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    CopyGate& gate = h.holdAtCopy(2);
     auto engine = h.makeEngine(pair);
     LogCapture log;
     engine->start(pair);

@@ -243,9 +243,7 @@ TEST_P(PairUpdatesTest, NoUpdateOfAPairUndoesAnother) {
     BackupPair pair = h.makePair();
     test.arrange(h, pair);
     h.store->updatePair(pair);
-    CopyGate gate;
-    gate.holdAt(1);
-    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    CopyGate& gate = h.holdAtCopy(1);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
     ASSERT_TRUE(gate.waitUntilHeld());

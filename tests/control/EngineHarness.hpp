@@ -187,6 +187,14 @@ class EngineHarness {
     }
     // Lets the background tasks finish and runs what they posted.
     void settle();
+    // Holds the pass after its `number`th copy (from 1) until the test releases the gate.
+    CopyGate& holdAtCopy(int number) {
+        copyGate.holdAt(number);
+        fileSystem.afterCopy = [this](const std::filesystem::path&, const std::filesystem::path&) {
+            copyGate.afterCopy();
+        };
+        return copyGate;
+    }
 
     std::vector<BackupEvent> events() const { return store->events(); }
     std::vector<BackupEvent::EventType> eventTypes() const;
@@ -218,6 +226,7 @@ class EngineHarness {
     OffsiteSyncer offsiteSyncer{fileSystem, activityGate, sleeper, clock};
     std::unique_ptr<BackupServices> services;
     std::shared_ptr<BackupQueue> backupQueue;
+    CopyGate copyGate;
 
     // The hash upkeep and the offsite copy of the program, for engines made after this.
     void useVerificationStages() {

@@ -104,9 +104,7 @@ TEST_F(EngineFaultsTest, ADrivePulledMidPassIsAnAbortThatKeepsTheBackupsSafe) {
     const BackupPair pair = pairOnDrive(*drive);
     for (int i = 0; i < 40; ++i)
         writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
-    CopyGate gate;
-    gate.holdAt(15);
-    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    CopyGate& gate = h.holdAtCopy(15);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
     ASSERT_TRUE(gate.waitUntilHeld());

@@ -60,9 +60,7 @@ TEST_F(VolumeMountsTest, ADrivePulledAfterTheTriggerLookedAtItGetsNothingWritten
     // Another pair's pass holds the queue while the drive's pair waits behind it.
     const BackupPair first = h.makePair("First");
     writeFile(first.sourceURL / "a.txt", "a");
-    CopyGate gate;
-    gate.holdAt(1);
-    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    CopyGate& gate = h.holdAtCopy(1);
     auto firstEngine = h.makeEngine(first);
     auto engine = h.makeEngine(onDrive);
     firstEngine->triggerBackup(first);

@@ -76,6 +76,23 @@ class FakeFileWatcher final : public FileWatcher {
     std::optional<std::string> failWith;
 };
 
+// What an engine holds of a FakeFileWatcher that the harness keeps, so that a test can still
+// look at a watcher the engine has let go: it stops as a watcher does when it goes.
+class HeldFileWatcher final : public FileWatcher {
+  public:
+    explicit HeldFileWatcher(FakeFileWatcher& fake) : fake_(fake) {}
+    ~HeldFileWatcher() override { fake_.stopWatching(); }
+    void startWatching(const std::filesystem::path& path) override {
+        fake_.onEventsDetected = onEventsDetected;
+        fake_.startWatching(path);
+    }
+    void stopWatching() override { fake_.stopWatching(); }
+    bool isWatching() const override { return fake_.isWatching(); }
+
+  private:
+    FakeFileWatcher& fake_;
+};
+
 class FakeEditors final : public RunningEditors {
   public:
     EditorSnapshot snapshot() const override {
@@ -216,7 +233,8 @@ class EngineHarness {
     InMemoryUserDefaults defaults;
     NotificationCenter notificationCenter;
     FakeReachability reachability;
-    std::vector<FakeFileWatcher*> watchers;
+    // Every watcher an engine made, in order; kept after the engine lets it go.
+    std::vector<std::unique_ptr<FakeFileWatcher>> watchers;
     bool failWatchers = false;
     std::shared_ptr<ConfigStore> store;
     std::shared_ptr<RecordingNotifier> notifier = std::make_shared<RecordingNotifier>();

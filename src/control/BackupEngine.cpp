@@ -142,13 +142,19 @@ void BackupEngine::start(const BackupPair& pair) {
         setStatus(BackupStatus::destinationUnreachable());
         return;
     }
+    // The watcher follows the source's path, so that a source that isn't there yet, or whose
+    // bookmark can't be resolved now, is heard when it comes.
+    if (!startWatchingSource(pair)) return;
     try {
         resolveBookmarks(pair);
     } catch (const std::exception& error) {
         setStatus(BackupStatus::error(mappedError(error)));
         return;
     }
+    triggerBackup(pair);
+}
 
+bool BackupEngine::startWatchingSource(const BackupPair& pair) {
     std::unique_ptr<FileWatcher> watcher = services_.makeFileWatcher();
     std::weak_ptr<BackupEngine> weak = weak_from_this();
     watcher->onEventsDetected = [weak] {
@@ -161,10 +167,10 @@ void BackupEngine::start(const BackupPair& pair) {
         log_.error("Couldn't watch %{private}s for changes: %{public}s", source.native(),
                    failure.error().reason());
         setStatus(BackupStatus::error(failure.error()));
-        return;
+        return false;
     }
     fileWatcher_ = std::move(watcher);
-    triggerBackup(pair);
+    return true;
 }
 
 void BackupEngine::handleChange() {

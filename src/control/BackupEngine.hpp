@@ -109,6 +109,8 @@ class BackupEngine : public std::enable_shared_from_this<BackupEngine> {
     Resolved resolved() const;
     RunPaths pathsFor(const BackupPair& pair) const;
 
+    // False, with the error shown, when the watcher can't start.
+    bool startWatchingSource(const BackupPair& pair);
     void handleChange();
     void runTrigger(const BackupPair& pair, std::uint64_t generation, std::stop_token stop);
     void runBackup(const BackupPair& pair, std::uint64_t generation, std::stop_token stop);

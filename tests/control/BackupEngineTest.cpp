@@ -109,17 +109,26 @@ TEST_F(BackupEngineTest, ADestinationGoneAtATriggerIsReportedWithoutEventOrNotif
     EXPECT_EQ(h.notifier->sent.size(), sentBefore);
 }
 
-TEST_F(BackupEngineTest, ASourceRenamedWhileClosedAsksToBeReselectedAndNothingRuns) {
+TEST_F(BackupEngineTest, ASourceRenamedWhileClosedAsksToBeReselectedUntilAFolderIsAtItsPath) {
     BackupPair pair = h.makePair();
     writeFile(pair.sourceURL / "f", "x");
     pair.sourceBookmark = BookmarkManager::bookmarkData(pair.sourceURL, true);
+    h.store->updatePair(pair);
     fs::rename(pair.sourceURL, h.root / "renamed");
     auto engine = h.makeEngine(pair);
     engine->start(pair);
     EXPECT_EQ(engine->status(), BackupStatus::error(BackupError::bookmarkStale(pair.sourceURL)));
     h.settle();
-    EXPECT_TRUE(h.watchers.empty());
     EXPECT_TRUE(h.events().empty());
+
+    // The path the user chose is watched: a folder made there is backed up.
+    ASSERT_EQ(h.watchers.size(), 1u);
+    EXPECT_EQ(h.watchers[0]->watchedPath, pair.sourceURL);
+    writeFile(pair.sourceURL / "g", "y");
+    h.watchers[0]->fire();
+    h.queue.advance(Debouncer::defaultDelay);
+    ASSERT_TRUE(h.finishRun());
+    EXPECT_EQ(readFile(EngineHarness::mirrorOf(pair) / "g"), "y");
 }
 
 TEST_F(BackupEngineTest, AWatcherThatCannotStartIsAnErrorAndNoPassRuns) {

@@ -177,6 +177,39 @@ class VirtualSleeper final : public Sleeper {
     mutable std::atomic<int> sleeping_{0};
 };
 
+// The hash upkeep of the program, with a moment for the test once a pass has copied and before
+// anything after it is checked or told.
+class IntegrityAfterCopying final : public IntegrityStage {
+  public:
+    explicit IntegrityAfterCopying(IntegrityStage& inner) : inner_(inner) {}
+    void recordHashes(const std::vector<std::string>& relativePaths,
+                      const std::filesystem::path& backupRoot, std::stop_token stop) override {
+        if (act) std::exchange(act, nullptr)();
+        inner_.recordHashes(relativePaths, backupRoot, stop);
+    }
+    int pruneStaleEntries(const std::filesystem::path& backupRoot) override {
+        return inner_.pruneStaleEntries(backupRoot);
+    }
+    std::optional<Date> lastCheckDate(const std::filesystem::path& backupRoot) override {
+        return inner_.lastCheckDate(backupRoot);
+    }
+    IntegrityResult verifySample(const std::filesystem::path& backupRoot,
+                                 std::stop_token stop) override {
+        return inner_.verifySample(backupRoot, stop);
+    }
+    void writeLastCheck(const std::filesystem::path& backupRoot) override {
+        inner_.writeLastCheck(backupRoot);
+    }
+    std::string coverageDescription(const IntegrityResult& result, Date now) const override {
+        return inner_.coverageDescription(result, now);
+    }
+    // Runs once, on the run's task.
+    std::function<void()> act;
+
+  private:
+    IntegrityStage& inner_;
+};
+
 class EngineHarness {
   public:
     EngineHarness();
@@ -241,6 +274,7 @@ class EngineHarness {
     IntegrityStage* integrity = nullptr;
     OffsiteStage* offsite = nullptr;
     IntegrityVerifier integrityVerifier{wallClock};
+    IntegrityAfterCopying afterCopying{integrityVerifier};
     OffsiteSyncer offsiteSyncer{fileSystem, activityGate, sleeper, clock};
     std::unique_ptr<BackupServices> services;
     std::shared_ptr<BackupQueue> backupQueue;
@@ -250,6 +284,12 @@ class EngineHarness {
     void useVerificationStages() {
         services->integrity = &integrityVerifier;
         services->offsite = &offsiteSyncer;
+    }
+    // The same, with `act` run once the next pass has copied, before anything follows it.
+    void whenTheCopyingIsDone(std::function<void()> act) {
+        useVerificationStages();
+        afterCopying.act = std::move(act);
+        services->integrity = &afterCopying;
     }
     // Last: goes first and waits for every task.
     TaskRunner tasks;

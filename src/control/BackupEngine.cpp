@@ -4,6 +4,7 @@
 
 #include "copy/DeletionArchive.hpp"
 #include "copy/PathRules.hpp"
+#include "copy/SourceListing.hpp"
 #include "environment/VolumeSpace.hpp"
 #include "model/BookmarkManager.hpp"
 #include "model/Tips.hpp"
@@ -57,6 +58,14 @@ RunPaths runPaths(const BackupPair& pair, const std::optional<fs::path>& source,
     paths.archiveRoot = archiveRootAt(paths.chosen);
     paths.source = source.value_or(pair.sourceURL);
     return paths;
+}
+
+bool sourceChangedSinceCopy(const std::optional<FileInfo>& source,
+                            const std::optional<FileInfo>& copy) {
+    if (!source) return true;
+    if (!copy || !source->modificationDate || !copy->modificationDate) return false;
+    const auto difference = *source->modificationDate - *copy->modificationDate;
+    return difference > modificationDateTolerance || -difference > modificationDateTolerance;
 }
 
 BackupError mappedError(const std::exception& error) {
@@ -147,13 +156,19 @@ void BackupEngine::start(const BackupPair& pair) {
         setStatus(BackupStatus::destinationUnreachable());
         return;
     }
+    // The watcher follows the source's path, so that a source that isn't there yet, or whose
+    // bookmark can't be resolved now, is heard when it comes.
+    if (!startWatchingSource(pair)) return;
     try {
         resolveBookmarks(pair);
     } catch (const std::exception& error) {
         setStatus(BackupStatus::error(mappedError(error)));
         return;
     }
+    triggerBackup(pair);
+}
 
+bool BackupEngine::startWatchingSource(const BackupPair& pair) {
     std::unique_ptr<FileWatcher> watcher = services_.makeFileWatcher();
     std::weak_ptr<BackupEngine> weak = weak_from_this();
     watcher->onEventsDetected = [weak] {
@@ -166,10 +181,10 @@ void BackupEngine::start(const BackupPair& pair) {
         log_.error("Couldn't watch %{private}s for changes: %{public}s", source.native(),
                    failure.error().reason());
         setStatus(BackupStatus::error(failure.error()));
-        return;
+        return false;
     }
     fileWatcher_ = std::move(watcher);
-    triggerBackup(pair);
+    return true;
 }
 
 void BackupEngine::handleChange() {
@@ -219,6 +234,8 @@ void BackupEngine::triggerBackup(const BackupPair& pair) {
         services_.tasks.start([weak, previous, pair, generation, &mainQueue](std::stop_token stop) {
             // Two runs of one pair never overlap.
             previous.wait();
+            // Superseded by a newer trigger, or stopped, while it waited: no pass.
+            if (stop.stop_requested()) return;
             auto self = weak.lock();
             if (!self) return;
             self->runTrigger(pair, generation, stop);
@@ -247,9 +264,13 @@ void BackupEngine::runTrigger(const BackupPair& pair, std::uint64_t generation,
         runBackup(pair, generation, stop);
         return;
     }
-    const auto outcome = backupQueue_->enqueue(
-        pairId_,
-        [this, pair, generation](std::stop_token job) { runBackup(pair, generation, job); });
+    // A trigger cancelled while its job waited in the queue, or just before it got there,
+    // ends without a pass; one cancelled after its job started lets the pass go on.
+    const auto outcome =
+        backupQueue_->enqueue(pairId_, [this, pair, generation, stop](std::stop_token job) {
+            if (stop.stop_requested()) return;
+            runBackup(pair, generation, job);
+        });
     handleOutcome(outcome, pair);
 }
 
@@ -345,14 +366,55 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
 void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths,
                             const BackupResult& result, std::uint64_t generation,
                             std::stop_token stop) {
-    BackupPair updated = pair;
-    updated.lastBackupAt = services_.wallClock.now();
-    updated.lastBackupFileCount = result.copiedFiles;
-    updated.lastBackupByteCount = result.bytesTransferred;
-    postPairUpdate([updated](BackupPair& stored) {
-        stored.lastBackupAt = updated.lastBackupAt;
-        stored.lastBackupFileCount = updated.lastBackupFileCount;
-        stored.lastBackupByteCount = updated.lastBackupByteCount;
+    recordPass(paths, result);
+    const bool hasErrors = !result.errors.empty();
+    BackupStatus toShow = BackupStatus::idle();
+    bool driveLeft = false;
+    if (result.abortedDueToVolumeLoss) {
+        toShow = BackupStatus::error(BackupError::partialFailure(0, result.copiedFiles));
+        postNotification([name = pair.name](Notifier& notifier) {
+            notifier.notifyError(
+                name,
+                "Backup aborted — a drive disconnected. Your backups are safe; will retry "
+                "later.");
+        });
+    } else {
+        keepUp(pair, paths, result, stop);
+        // Whoever stopped the run tells what happened: a pulled drive, a time limit.
+        if (stop.stop_requested()) return;
+        // Gone after the copy: every copy would look bad, and none is.
+        driveLeft = hasLeft(paths);
+        if (driveLeft) {
+            toShow = BackupStatus::destinationUnreachable();
+            postEvent(BackupEvent::EventType::volumeLost, std::nullopt);
+            postNotification(
+                [name = pair.name](Notifier& notifier) { notifier.notifyVolumeLost(name); });
+        } else {
+            checkSizes(pair, paths, result);
+            toShow = reportOutcome(pair, result);
+        }
+    }
+    postStatus(toShow, generation);
+
+    if (!driveLeft) remindOfTheTrash(paths);
+    if (!result.abortedDueToVolumeLoss && !hasErrors && !driveLeft) {
+        runOffsiteIfDue(pair, paths, generation, stop);
+    }
+    settle(generation, stop);
+}
+
+void BackupEngine::remindOfTheTrash(const RunPaths& paths) {
+    const auto size = trashSize(paths.archiveRoot);
+    if (!size || *size < trashReminderThreshold) return;
+    postNotification([size = *size](Notifier& notifier) { notifier.notifyTrashReminder(size); });
+}
+
+void BackupEngine::recordPass(const RunPaths& paths, const BackupResult& result) {
+    postPairUpdate([at = services_.wallClock.now(), files = result.copiedFiles,
+                    bytes = result.bytesTransferred](BackupPair& stored) {
+        stored.lastBackupAt = at;
+        stored.lastBackupFileCount = files;
+        stored.lastBackupByteCount = bytes;
     });
 
     if (const auto space = volumes::availableCapacity(paths.chosen)) {
@@ -375,81 +437,88 @@ void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths,
     }
     postEvent(errorCount > 0 ? BackupEvent::EventType::error : BackupEvent::EventType::backup,
               passMessage, result.copiedFiles, result.bytesTransferred, result.duration);
+}
 
-    BackupStatus toShow = BackupStatus::idle();
-    if (result.abortedDueToVolumeLoss) {
-        toShow = BackupStatus::error(BackupError::partialFailure(0, result.copiedFiles));
-        postNotification([name = pair.name](Notifier& notifier) {
-            notifier.notifyError(
-                name,
-                "Backup aborted — a drive disconnected. Your backups are safe; will retry "
-                "later.");
+void BackupEngine::keepUp(const BackupPair& pair, const RunPaths& paths, const BackupResult& result,
+                          std::stop_token stop) {
+    if (!result.copiedRelativePaths.empty()) {
+        if (services_.integrity) {
+            services_.integrity->recordHashes(result.copiedRelativePaths, paths.pairFolder, stop);
+        }
+        logCatchUp(pair, result);
+    }
+    if (!pair.didSuggestProfile && result.recommendedProfile != BackupProfile::standard) {
+        suggestProfile(pair, result);
+    }
+    for (const auto& [editor, count] : result.filesDeferredByEditor) {
+        if (count < 1) continue;
+        postEvent(BackupEvent::EventType::backup, "Skipped " + counted(count, "file", "files") +
+                                                      " currently being edited in " + editor +
+                                                      " — they'll back up after you close it.");
+    }
+    // The folder icon of the platform this was first written for has no counterpart here.
+    if (services_.integrity) services_.integrity->pruneStaleEntries(paths.pairFolder);
+    checkSample(pair, paths, stop);
+}
+
+bool BackupEngine::hasLeft(const RunPaths& paths) const {
+    return !services_.reachability.isDestinationReachable(paths.chosen) ||
+           !files::isFolder(paths.pairFolder);
+}
+
+void BackupEngine::checkSizes(const BackupPair& pair, const RunPaths& paths,
+                              const BackupResult& result) {
+    if (result.copiedRelativePaths.empty()) return;
+    std::int64_t failed = 0;
+    std::int64_t changed = 0;
+    for (const auto& relative :
+         fileCopier_.differingSizes(paths.source, paths.pairFolder, result.copiedRelativePaths)) {
+        const bool sourceChanged =
+            sourceChangedSinceCopy(files::readInfo(paths::appending(paths.source, relative)),
+                                   files::readInfo(paths::appending(paths.pairFolder, relative)));
+        ++(sourceChanged ? changed : failed);
+    }
+    if (changed > 0) {
+        // Not a fault: the watcher has heard the change, and the next pass copies it.
+        postEvent(BackupEvent::EventType::backup,
+                  changed == 1 ? "1 file changed while it was being backed up — it'll back up "
+                                 "again on the next pass."
+                               : std::to_string(changed) +
+                                     " files changed while they were being backed up — they'll "
+                                     "back up again on the next pass.");
+    }
+    if (failed > 0) {
+        const std::string message =
+            counted(failed, "file", "files") + " failed verification after copying.";
+        postEvent(BackupEvent::EventType::verificationFailed, message);
+        postNotification([name = pair.name, message](Notifier& notifier) {
+            notifier.notifyError(name, message);
         });
-    } else {
-        if (!result.copiedRelativePaths.empty()) {
-            if (services_.integrity) {
-                services_.integrity->recordHashes(result.copiedRelativePaths, paths.pairFolder,
-                                                  stop);
-            }
-            logCatchUp(pair, result);
-        }
-        if (!pair.didSuggestProfile && result.recommendedProfile != BackupProfile::standard) {
-            suggestProfile(pair, result);
-        }
-        for (const auto& [editor, count] : result.filesDeferredByEditor) {
-            if (count < 1) continue;
-            postEvent(BackupEvent::EventType::backup, "Skipped " + counted(count, "file", "files") +
-                                                          " currently being edited in " + editor +
-                                                          " — they'll back up after you close it.");
-        }
-        // The folder icon of the platform this was first written for has no counterpart here.
-        if (services_.integrity) services_.integrity->pruneStaleEntries(paths.pairFolder);
-        checkSample(pair, paths, stop);
-
-        if (!result.copiedRelativePaths.empty()) {
-            const auto failed = fileCopier_.differingSizes(paths.source, paths.pairFolder,
-                                                           result.copiedRelativePaths);
-            if (!failed.empty()) {
-                const std::string message = counted(std::int64_t(failed.size()), "file", "files") +
-                                            " failed verification after copying.";
-                postEvent(BackupEvent::EventType::verificationFailed, message);
-                postNotification([name = pair.name, message](Notifier& notifier) {
-                    notifier.notifyError(name, message);
-                });
-            }
-        }
-
-        if (errorCount > 0) {
-            const int total = result.copiedFiles + errorCount;
-            toShow = BackupStatus::error(BackupError::partialFailure(errorCount, total));
-            postNotification([name = pair.name, errorCount, total](Notifier& notifier) {
-                notifier.notifyError(name, std::to_string(errorCount) + " of " +
-                                               std::to_string(total) +
-                                               " files couldn't be backed up.");
-            });
-        } else {
-            toShow = BackupStatus::completed(result.copiedFiles, result.duration);
-            const bool wasThrottled = services_.activityGate.isThrottling();
-            const auto tip = nextTip(services_.defaults, result.copiedFiles,
-                                     result.bytesTransferred > largeCopyBytes, true, wasThrottled);
-            std::optional<std::string> message;
-            if (tip) message = completionMessage(result.copiedFiles, tip);
-            postNotification(
-                [name = pair.name, count = result.copiedFiles, message](Notifier& notifier) {
-                    notifier.notifyBackupComplete(name, count, message);
-                });
-        }
     }
-    postStatus(toShow, generation);
+}
 
-    if (const auto size = trashSize(paths.archiveRoot); size && *size >= trashReminderThreshold) {
-        postNotification(
-            [size = *size](Notifier& notifier) { notifier.notifyTrashReminder(size); });
+BackupStatus BackupEngine::reportOutcome(const BackupPair& pair, const BackupResult& result) {
+    const int errorCount = int(result.errors.size());
+    if (errorCount > 0) {
+        const int total = result.copiedFiles + errorCount;
+        postNotification([name = pair.name, errorCount, total](Notifier& notifier) {
+            notifier.notifyError(name, std::to_string(errorCount) + " of " + std::to_string(total) +
+                                           " files couldn't be backed up.");
+        });
+        return BackupStatus::error(BackupError::partialFailure(errorCount, total));
     }
-    if (!result.abortedDueToVolumeLoss && errorCount == 0) {
-        runOffsiteIfDue(updated, paths, generation, stop);
-    }
+    const bool wasThrottled = services_.activityGate.isThrottling();
+    const auto tip = nextTip(services_.defaults, result.copiedFiles,
+                             result.bytesTransferred > largeCopyBytes, true, wasThrottled);
+    std::optional<std::string> message;
+    if (tip) message = completionMessage(result.copiedFiles, tip);
+    postNotification([name = pair.name, count = result.copiedFiles, message](Notifier& notifier) {
+        notifier.notifyBackupComplete(name, count, message);
+    });
+    return BackupStatus::completed(result.copiedFiles, result.duration);
+}
 
+void BackupEngine::settle(std::uint64_t generation, std::stop_token stop) {
     services_.sleeper.sleep(settleDelay, stop);
     if (stop.stop_requested()) return;
     std::weak_ptr<BackupEngine> weak = weak_from_this();
@@ -511,6 +580,8 @@ void BackupEngine::checkSample(const BackupPair& pair, const RunPaths& paths,
 
     const IntegrityResult checked = integrity->verifySample(paths.pairFolder, stop);
     integrity->writeLastCheck(paths.pairFolder);
+    // Files that can't be read because their drive went are not damaged.
+    if (!checked.corrupted.empty() && hasLeft(paths)) return;
     if (!checked.corrupted.empty()) {
         const auto n = std::int64_t(checked.corrupted.size());
         const std::string message =

@@ -22,6 +22,7 @@
 #include "control/BackupServices.hpp"
 #include "copy/Debouncer.hpp"
 #include "copy/FileCopier.hpp"
+#include "copy/FileInfo.hpp"
 #include "model/BackupStatus.hpp"
 #include "model/ConfigStore.hpp"
 #include "support/Logger.hpp"
@@ -53,6 +54,12 @@ std::filesystem::path archiveRootAt(const std::filesystem::path& location);
 
 // {location}/Quillstow/{sanitised name}, without a second "Quillstow".
 std::filesystem::path pairFolderAt(const std::filesystem::path& location, const std::string& name);
+
+// Whether a source whose copy differs from it was changed (or removed) after it was copied, as
+// when the user saves during a pass: its date is another than the copy's, beyond what a file
+// system may round. Otherwise the copy itself is at fault.
+bool sourceChangedSinceCopy(const std::optional<FileInfo>& source,
+                            const std::optional<FileInfo>& copy);
 
 // A BackupError stays as it is; anything else becomes watcherFailed with its description.
 BackupError mappedError(const std::exception& error);
@@ -112,6 +119,8 @@ class BackupEngine : public std::enable_shared_from_this<BackupEngine> {
     Resolved resolved() const;
     RunPaths pathsFor(const BackupPair& pair) const;
 
+    // False, with the error shown, when the watcher can't start.
+    bool startWatchingSource(const BackupPair& pair);
     void handleChange();
     void runTrigger(const BackupPair& pair, std::uint64_t generation, std::stop_token stop);
     void runBackup(const BackupPair& pair, std::uint64_t generation, std::stop_token stop);
@@ -120,6 +129,20 @@ class BackupEngine : public std::enable_shared_from_this<BackupEngine> {
                         const ExclusionFilter& filter, std::uint64_t generation);
     void followUp(const BackupPair& pair, const RunPaths& paths, const BackupResult& result,
                   std::uint64_t generation, std::stop_token stop);
+    // The pass in the pair, the free space, and the pass's event.
+    void recordPass(const RunPaths& paths, const BackupResult& result);
+    // Hashes, catch-up, profile suggestion, deferred files, pruning and the daily sample.
+    void keepUp(const BackupPair& pair, const RunPaths& paths, const BackupResult& result,
+                std::stop_token stop);
+    // Whether the destination went away: its drive is not there, or the pair's folder is gone.
+    bool hasLeft(const RunPaths& paths) const;
+    // Copies whose size isn't their source's: changed meanwhile, or failed.
+    void checkSizes(const BackupPair& pair, const RunPaths& paths, const BackupResult& result);
+    // Tells how the pass went; the status to show.
+    BackupStatus reportOutcome(const BackupPair& pair, const BackupResult& result);
+    void remindOfTheTrash(const RunPaths& paths);
+    // Waits the five seconds, then lets a finished pass's status return to idle.
+    void settle(std::uint64_t generation, std::stop_token stop);
     void logCatchUp(const BackupPair& pair, const BackupResult& result);
     void suggestProfile(const BackupPair& pair, const BackupResult& result);
     void checkSample(const BackupPair& pair, const RunPaths& paths, std::stop_token stop);

@@ -321,12 +321,10 @@ void StatusManager::addVolumeEvent(const Uuid& pairId, BackupEvent::EventType ty
 void StatusManager::restoreAfterMount(BackupEngine& engine, const BackupPair& pair) {
     if (engine.status().kind() != BackupStatus::Case::destinationUnreachable) return;
     addVolumeEvent(pair.id, BackupEvent::EventType::volumeRestored);
-    try {
-        engine.resolveBookmarks(pair);
-    } catch (const std::exception&) {
-        // The trigger that follows reports it through the status.
-    }
-    engine.triggerBackup(pair);
+    // A start, not a trigger alone: the unmount stopped the watcher with the engine, and a
+    // pair left without one would not hear its source again until the program restarts. The
+    // start resolves the bookmarks and runs the pass.
+    engine.start(pair);
 }
 
 void StatusManager::onVolumeDidMount(const fs::path& volume) {

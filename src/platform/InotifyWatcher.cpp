@@ -1,8 +1,10 @@
 #include "platform/InotifyWatcher.hpp"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +12,7 @@
 #include <fstream>
 
 #include "copy/ExclusionFilter.hpp"
+#include "copy/FileInfo.hpp"
 #include "copy/TreeWalk.hpp"
 #include "model/BackupError.hpp"
 #include "support/Logger.hpp"
@@ -79,17 +82,16 @@ InotifyWatcher::~InotifyWatcher() {
     stopWatching();
 }
 
-InotifyWatcher::AddResult InotifyWatcher::addWatch(const std::string& folder) {
-    const int watch = ::inotify_add_watch(inotify_, folder.c_str(), watchMask | IN_DONT_FOLLOW);
-    if (watch >= 0) {
-        folders_[watch] = folder;
-        return AddResult::added;
-    }
-    return errno == ENOSPC ? AddResult::limitReached : AddResult::failed;
+InotifyWatcher::AddResult InotifyWatcher::addWatch(const std::string& folder, bool followsLink) {
+    const int watch = ::inotify_add_watch(inotify_, folder.c_str(),
+                                          watchMask | (followsLink ? 0 : IN_DONT_FOLLOW));
+    if (watch < 0) return errno == ENOSPC ? AddResult::limitReached : AddResult::failed;
+    folders_[watch] = folder;
+    return AddResult::added;
 }
 
-InotifyWatcher::AddResult InotifyWatcher::watchTree(const std::string& folder) {
-    AddResult result = addWatch(folder);
+InotifyWatcher::AddResult InotifyWatcher::watchTree(const std::string& folder, bool followsLink) {
+    AddResult result = addWatch(folder, followsLink);
     if (result != AddResult::added) return result;
     walkTree(folder, WalkDetail::typeOnly, [&](const WalkEntry& entry) {
         if (result == AddResult::limitReached || !entry.info.isDirectory() ||
@@ -97,7 +99,7 @@ InotifyWatcher::AddResult InotifyWatcher::watchTree(const std::string& folder) {
             return false;
         }
         // A folder that vanished or can't be read meanwhile is passed over.
-        if (addWatch(folder + "/" + entry.relativePath) == AddResult::limitReached) {
+        if (addWatch(folder + "/" + entry.relativePath, false) == AddResult::limitReached) {
             result = AddResult::limitReached;
         }
         return result != AddResult::limitReached;
@@ -105,8 +107,85 @@ InotifyWatcher::AddResult InotifyWatcher::watchTree(const std::string& folder) {
     return result;
 }
 
+InotifyWatcher::AddResult InotifyWatcher::watchSource() {
+    // The source itself may be reached through a link; nothing below it is followed.
+    const AddResult result = watchTree(root_, true);
+    if (result == AddResult::failed) return result;
+    for (const auto& [watch, folder] : folders_) {
+        if (folder == root_) rootWatch_ = watch;
+    }
+    struct stat status {};
+    if (::stat(root_.c_str(), &status) == 0) {
+        rootDevice_ = status.st_dev;
+        rootInode_ = status.st_ino;
+    }
+    isWatchingSource_ = true;
+    return result;
+}
+
+bool InotifyWatcher::watchNearestFolderAbove() {
+    constexpr std::uint32_t ancestorMask =
+        IN_CREATE | IN_MOVED_TO | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+    std::string folder = root_;
+    while (folder.size() > 1) {
+        const auto slash = folder.rfind('/');
+        if (slash == std::string::npos) return false;
+        ancestorNext_ = folder.substr(slash + 1);
+        folder.resize(slash == 0 ? 1 : slash);
+        ancestorWatch_ = ::inotify_add_watch(inotify_, folder.c_str(), ancestorMask);
+        if (ancestorWatch_ >= 0) return true;
+        if (errno == ENOSPC) return false;
+    }
+    return false;
+}
+
+InotifyWatcher::AddResult InotifyWatcher::attach() {
+    // The source may come between the look at it and the watch above it: look again then.
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        const AddResult source = watchSource();
+        if (source != AddResult::failed) return source;
+        if (!watchNearestFolderAbove() || !files::isFolder(root_)) return AddResult::failed;
+        detach();
+    }
+    return AddResult::failed;
+}
+
+void InotifyWatcher::detach() {
+    for (const auto& [watch, folder] : folders_)
+        (void)::inotify_rm_watch(inotify_, watch);
+    folders_.clear();
+    if (ancestorWatch_ >= 0) (void)::inotify_rm_watch(inotify_, ancestorWatch_);
+    rootWatch_ = ancestorWatch_ = -1;
+    isWatchingSource_ = false;
+}
+
+bool InotifyWatcher::isTheWatchedSource() const {
+    struct stat status {};
+    return ::stat(root_.c_str(), &status) == 0 && status.st_dev == rootDevice_ &&
+           status.st_ino == rootInode_;
+}
+
+bool InotifyWatcher::followTheSource() {
+    const Logger log("BackupEngine");
+    const bool wasWatching = isWatchingSource_;
+    detach();
+    const AddResult result = attach();
+    if (result == AddResult::limitReached) logLimitReached();
+    if (wasWatching && !isWatchingSource_) {
+        log.notice("The source %{private}s is gone; watching for it to come back", root_);
+    } else if (isWatchingSource_) {
+        log.notice("Watching the source %{private}s again", root_);
+    }
+    return isWatchingSource_;
+}
+
+void InotifyWatcher::logLimitReached() const {
+    Logger("BackupEngine")
+        .error("%{public}s", watchLimitMessage(foldersToWatch(root_), inotifyWatchLimit()));
+}
+
 void InotifyWatcher::startWatching(const std::filesystem::path& path) {
-    if (isWatching_) return;
+    if (isStarted_) return;
     root_ = path.native();
     while (root_.size() > 1 && root_.back() == '/')
         root_.pop_back();
@@ -124,51 +203,35 @@ void InotifyWatcher::startWatching(const std::filesystem::path& path) {
         fail("inotify_init1 failed for path: " + root_ + ": " + std::strerror(error));
     }
     stopSignal_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-
-    // The source itself may be reached through a link; nothing below it is followed.
-    rootWatch_ = ::inotify_add_watch(inotify_, root_.c_str(), watchMask);
-    if (rootWatch_ < 0) {
-        const int error = errno;
-        closeAll();
-        if (error == ENOSPC) fail(watchLimitMessage(foldersToWatch(root_), inotifyWatchLimit()));
-        fail("inotify_add_watch failed for path: " + root_ + ": " + std::strerror(error));
-    }
-    folders_[rootWatch_] = root_;
-    bool limitReached = false;
-    walkTree(root_, WalkDetail::typeOnly, [&](const WalkEntry& entry) {
-        if (limitReached || !entry.info.isDirectory() ||
-            skippedFolders().isExcluded(entry.name, true)) {
-            return false;
-        }
-        limitReached = addWatch(root_ + "/" + entry.relativePath) == AddResult::limitReached;
-        return !limitReached;
-    });
-    if (limitReached) {
+    mountTable_ = ::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
+    if (attach() == AddResult::limitReached) {
         closeAll();
         fail(watchLimitMessage(foldersToWatch(root_), inotifyWatchLimit()));
     }
 
     delivery_ = std::make_shared<Delivery>();
     delivery_->onEventsDetected = onEventsDetected;
-    isWatching_ = true;
+    isStarted_ = true;
     reader_ = std::thread([this] { readEvents(); });
 }
 
 void InotifyWatcher::stopWatching() {
-    if (!isWatching_) return;
+    if (!isStarted_) return;
     const std::uint64_t one = 1;
     (void)::write(stopSignal_, &one, sizeof one);
     reader_.join();
     closeAll();
     delivery_.reset();
-    isWatching_ = false;
+    isStarted_ = false;
 }
 
 void InotifyWatcher::closeAll() {
     if (inotify_ >= 0) ::close(inotify_);
     if (stopSignal_ >= 0) ::close(stopSignal_);
-    inotify_ = stopSignal_ = rootWatch_ = -1;
+    if (mountTable_ >= 0) ::close(mountTable_);
+    inotify_ = stopSignal_ = mountTable_ = rootWatch_ = ancestorWatch_ = -1;
     folders_.clear();
+    isWatchingSource_ = false;
 }
 
 void InotifyWatcher::signalChange() {
@@ -186,48 +249,68 @@ void InotifyWatcher::signalChange() {
     });
 }
 
+bool InotifyWatcher::handleEvent(const inotify_event& event) {
+    if (event.mask & IN_Q_OVERFLOW) {
+        // Events were lost, folders made meanwhile among them: watch what is there now. A
+        // folder already watched keeps its watch.
+        if (!isWatchingSource_ || !isTheWatchedSource()) {
+            followTheSource();
+        } else if (watchTree(root_) == AddResult::limitReached) {
+            logLimitReached();
+        }
+        return true;
+    }
+    if (ancestorWatch_ >= 0 && event.wd == ancestorWatch_) {
+        // Something above the source: only the way to it, or the folder watched, matters.
+        const bool leadsOn = event.len > 0 && event.name == ancestorNext_;
+        return (leadsOn || (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED))) &&
+               followTheSource();
+    }
+    const bool isRoot = rootWatch_ >= 0 && event.wd == rootWatch_;
+    if (isRoot && (event.mask & (rootKinds | IN_IGNORED))) {
+        // Gone, moved away or unmounted: the path is followed, not the folder.
+        followTheSource();
+        return true;
+    }
+    if (event.mask & IN_IGNORED) {
+        folders_.erase(event.wd);
+        return false;
+    }
+    const auto folder = folders_.find(event.wd);
+    if (folder == folders_.end()) return false;
+    const bool isNewFolder =
+        (event.mask & IN_ISDIR) && (event.mask & (IN_CREATE | IN_MOVED_TO)) && event.len > 0;
+    if (isNewFolder && !skippedFolders().isExcluded(event.name, true) &&
+        watchTree(folder->second + "/" + event.name) == AddResult::limitReached) {
+        logLimitReached();
+    }
+    return countsAsChange(event.mask, isRoot);
+}
+
 void InotifyWatcher::readEvents() {
-    const Logger log("BackupEngine");
     alignas(inotify_event) char buffer[64 * 1024];
-    pollfd watched[2] = {{inotify_, POLLIN, 0}, {stopSignal_, POLLIN, 0}};
+    pollfd watched[3] = {
+        {inotify_, POLLIN, 0}, {stopSignal_, POLLIN, 0}, {mountTable_, POLLPRI, 0}};
     for (;;) {
-        if (::poll(watched, 2, -1) < 0) {
+        if (::poll(watched, 3, -1) < 0) {
             if (errno == EINTR) continue;
             return;
         }
         if (watched[1].revents & POLLIN) return;
-        const ssize_t length = ::read(inotify_, buffer, sizeof buffer);
-        if (length <= 0) continue;
-
         bool changed = false;
-        for (char* at = buffer; at < buffer + length;) {
+        // A drive came or went: the path may lead to another folder now, or to one again.
+        if ((watched[2].revents & (POLLPRI | POLLERR)) &&
+            (!isWatchingSource_ || !isTheWatchedSource())) {
+            // Gone counts as a change, as the source's own unmount does; back counts too.
+            const bool wasWatching = isWatchingSource_;
+            changed = followTheSource() || wasWatching;
+        }
+        const ssize_t length =
+            (watched[0].revents & POLLIN) ? ::read(inotify_, buffer, sizeof buffer) : 0;
+        for (char* at = buffer; length > 0 && at < buffer + length;) {
             const auto* event = reinterpret_cast<const inotify_event*>(at);
             at += sizeof(inotify_event) + event->len;
-            const bool isRoot = event->wd == rootWatch_;
-            changed = changed || countsAsChange(event->mask, isRoot);
-
-            if (event->mask & IN_Q_OVERFLOW) {
-                // Events were lost, folders made meanwhile among them: watch what is there now.
-                // A folder already watched keeps its watch.
-                if (watchTree(root_) == AddResult::limitReached) {
-                    log.error("%{public}s",
-                              watchLimitMessage(foldersToWatch(root_), inotifyWatchLimit()));
-                }
-                continue;
-            }
-            if (event->mask & IN_IGNORED) {
-                folders_.erase(event->wd);
-                continue;
-            }
-            const bool isNewFolder =
-                (event->mask & IN_ISDIR) && (event->mask & (IN_CREATE | IN_MOVED_TO));
-            const auto folder = folders_.find(event->wd);
-            if (!isNewFolder || event->len == 0 || folder == folders_.end()) continue;
-            if (skippedFolders().isExcluded(event->name, true)) continue;
-            if (watchTree(folder->second + "/" + event->name) == AddResult::limitReached) {
-                log.error("%{public}s",
-                          watchLimitMessage(foldersToWatch(root_), inotifyWatchLimit()));
-            }
+            changed = handleEvent(*event) || changed;
         }
         if (changed) signalChange();
     }

@@ -7,9 +7,15 @@
 // build, ...) are not watched, which spares the per-user watch limit; their own appearance and
 // removal are still heard in the folder that holds them.
 //
+// It follows the source's path, not the folder it first found there: while nothing is at the
+// path (not yet made, removed, or on a drive that is out), the nearest folder above it is
+// watched, and so is the mount table, and the source is watched again the moment it is back,
+// which counts as a change. A folder mounted over the path is the source from then on.
+//
 // A reader thread of the watcher's own takes the events; the first change of a batch asks the
 // main queue to deliver the batch half a second later.
 
+#include <sys/inotify.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -41,9 +47,12 @@ class InotifyWatcher final : public FileWatcher {
     InotifyWatcher& operator=(const InotifyWatcher&) = delete;
     ~InotifyWatcher() override;
 
+    // Raises only when inotify itself can't be had, or the source needs more watches than the
+    // system allows; a source that isn't there is waited for.
     void startWatching(const std::filesystem::path& path) override;
     void stopWatching() override;
-    bool isWatching() const override { return isWatching_; }
+    // Whether the source itself is watched now: not while it is gone and not yet back.
+    bool isWatching() const override { return isWatchingSource_; }
 
   private:
     // What the main queue reaches through a weak reference, so that a batch that is due after
@@ -54,21 +63,45 @@ class InotifyWatcher final : public FileWatcher {
     };
 
     enum class AddResult { added, limitReached, failed };
-    AddResult addWatch(const std::string& folder);
+    // Links are followed for the source itself only.
+    AddResult addWatch(const std::string& folder, bool followsLink);
     // Watches `folder` and every folder below it that isn't left out.
-    AddResult watchTree(const std::string& folder);
+    AddResult watchTree(const std::string& folder, bool followsLink = false);
+    // Watches the source and its folders if it is there, else the nearest folder above it.
+    // `added` when the source is watched (limitReached: in part).
+    AddResult attach();
+    AddResult watchSource();
+    bool watchNearestFolderAbove();
+    void detach();
+    // Whether the path still leads to the folder that is watched.
+    bool isTheWatchedSource() const;
+    // Watches the source's path afresh; true when the source is watched now.
+    bool followTheSource();
+    void logLimitReached() const;
+
     void readEvents();
+    // Takes one event; true when it counts as a change.
+    bool handleEvent(const ::inotify_event& event);
     void signalChange();
     void closeAll();
 
     MainQueue& mainQueue_;
-    bool isWatching_ = false;
+    bool isStarted_ = false;
+    std::atomic<bool> isWatchingSource_{false};
     int inotify_ = -1;
     int stopSignal_ = -1;
-    int rootWatch_ = -1;
+    // /proc/self/mountinfo, which polls as a priority event when something is mounted or not.
+    int mountTable_ = -1;
     std::string root_;
     // Touched by startWatching before the reader thread runs, and by the reader thread after.
+    int rootWatch_ = -1;
+    dev_t rootDevice_ = 0;
+    ino_t rootInode_ = 0;
     std::unordered_map<int, std::string> folders_;
+    // While the source isn't there: the folder above it that is, and the name below it that
+    // leads on to the source.
+    int ancestorWatch_ = -1;
+    std::string ancestorNext_;
     std::shared_ptr<Delivery> delivery_;
     std::thread reader_;
 };

@@ -109,17 +109,26 @@ TEST_F(BackupEngineTest, ADestinationGoneAtATriggerIsReportedWithoutEventOrNotif
     EXPECT_EQ(h.notifier->sent.size(), sentBefore);
 }
 
-TEST_F(BackupEngineTest, ASourceRenamedWhileClosedAsksToBeReselectedAndNothingRuns) {
+TEST_F(BackupEngineTest, ASourceRenamedWhileClosedAsksToBeReselectedUntilAFolderIsAtItsPath) {
     BackupPair pair = h.makePair();
     writeFile(pair.sourceURL / "f", "x");
     pair.sourceBookmark = BookmarkManager::bookmarkData(pair.sourceURL, true);
+    h.store->updatePair(pair);
     fs::rename(pair.sourceURL, h.root / "renamed");
     auto engine = h.makeEngine(pair);
     engine->start(pair);
     EXPECT_EQ(engine->status(), BackupStatus::error(BackupError::bookmarkStale(pair.sourceURL)));
     h.settle();
-    EXPECT_TRUE(h.watchers.empty());
     EXPECT_TRUE(h.events().empty());
+
+    // The path the user chose is watched: a folder made there is backed up.
+    ASSERT_EQ(h.watchers.size(), 1u);
+    EXPECT_EQ(h.watchers[0]->watchedPath, pair.sourceURL);
+    writeFile(pair.sourceURL / "g", "y");
+    h.watchers[0]->fire();
+    h.queue.advance(Debouncer::defaultDelay);
+    ASSERT_TRUE(h.finishRun());
+    EXPECT_EQ(readFile(EngineHarness::mirrorOf(pair) / "g"), "y");
 }
 
 TEST_F(BackupEngineTest, AWatcherThatCannotStartIsAnErrorAndNoPassRuns) {
@@ -251,9 +260,7 @@ TEST_F(BackupEngineTest, AStopDuringThePassReturnsToIdleAndRecordsNothing) {
     const BackupPair pair = h.makePair();
     for (int i = 0; i < 20; ++i)
         writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
-    CopyGate gate;
-    gate.holdAt(5);
-    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    CopyGate& gate = h.holdAtCopy(5);
     auto engine = h.makeEngine(pair);
     StatusHistory history(*engine);
     engine->start(pair);
@@ -273,13 +280,40 @@ TEST_F(BackupEngineTest, AStopDuringThePassReturnsToIdleAndRecordsNothing) {
     EXPECT_LT(filesBelow(EngineHarness::mirrorOf(pair)).size(), 20u);
 }
 
+// Ten triggers while a pass runs: each cancels the one before, which then ends without a pass.
+TEST(EngineTriggers, ACancelledTriggerThatWaitsEndsWithoutAPass) {
+    const struct {
+        const char* name;
+        bool stopsAfterTheTriggers;
+        std::size_t passes;
+    } cases[] = {
+        {"the newest trigger runs once after the pass", false, 2},
+        {"a stop ends the pass and every trigger", true, 0},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        EngineHarness h;
+        const BackupPair pair = h.makePair();
+        for (int i = 0; i < 3; ++i)
+            writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
+        CopyGate& gate = h.holdAtCopy(1);
+        auto engine = h.makeEngine(pair);
+        engine->start(pair);
+        ASSERT_TRUE(gate.waitUntilHeld());
+        for (int i = 0; i < 10; ++i)
+            engine->triggerBackup(pair);
+        if (test.stopsAfterTheTriggers) engine->stop();
+        gate.release();
+        h.settle();
+        EXPECT_EQ(h.events().size(), test.passes) << "one event a pass";
+    }
+}
+
 TEST_F(BackupEngineTest, AStatusSetAfterAStopIsNotOverwrittenByTheRunThatEnds) {
     const BackupPair pair = h.makePair();
     for (int i = 0; i < 20; ++i)
         writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
-    CopyGate gate;
-    gate.holdAt(3);
-    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    CopyGate& gate = h.holdAtCopy(3);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
     ASSERT_TRUE(gate.waitUntilHeld());
@@ -294,9 +328,7 @@ TEST_F(BackupEngineTest, AJobThatOutrunsTheHourIsReportedAsTimedOut) {
     const BackupPair pair = h.makePair();
     for (int i = 0; i < 5; ++i)
         writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
-    CopyGate gate;
-    gate.holdAt(2);
-    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    CopyGate& gate = h.holdAtCopy(2);
     auto engine = h.makeEngine(pair);
     LogCapture log;
     engine->start(pair);

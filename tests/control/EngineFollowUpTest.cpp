@@ -154,6 +154,64 @@ TEST_F(EngineFollowUpTest, AnOffsiteFolderThatCannotBeReachedIsTriedAgainNextRun
     EXPECT_FALSE(fs::exists(h.root / "Dropbox"));
 }
 
+// Files that differ from their copies once the pass has copied them: damage is reported as a
+// failed verification, a source the user changed meanwhile as a change.
+TEST(EngineSizeCheck, SaysWhetherTheCopyOrTheSourceChanged) {
+    const std::string changedMessage =
+        "1 file changed while it was being backed up — it'll back up again on the next pass.";
+    const std::string failedMessage = "1 file failed verification after copying.";
+    const struct {
+        const char* name;
+        void (*act)(const BackupPair& pair, Date copiedAt);
+        std::vector<std::string> changed;
+        std::vector<std::string> failed;
+    } cases[] = {
+        {"a source edited after it was copied",
+         [](const BackupPair& pair, Date copiedAt) {
+             writeFile(pair.sourceURL / "a.txt", "alpha, edited", copiedAt + seconds(30));
+         },
+         {changedMessage},
+         {}},
+        {"a source removed after it was copied",
+         [](const BackupPair& pair, Date) { fs::remove(pair.sourceURL / "a.txt"); },
+         {changedMessage},
+         {}},
+        {"a copy cut short on the drive",
+         [](const BackupPair& pair, Date copiedAt) {
+             writeFile(EngineHarness::mirrorOf(pair) / "a.txt", "alp", copiedAt);
+         },
+         {},
+         {failedMessage}},
+        {"a copy gone from the drive",
+         [](const BackupPair& pair, Date) { fs::remove(EngineHarness::mirrorOf(pair) / "a.txt"); },
+         {},
+         {failedMessage}},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        EngineHarness h;
+        const BackupPair pair = h.makePair();
+        const Date copiedAt = referenceDate();
+        writeFile(pair.sourceURL / "a.txt", "alpha", copiedAt);
+        writeFile(pair.sourceURL / "b.txt", "beta", copiedAt);
+        h.whenTheCopyingIsDone([&] { test.act(pair, copiedAt); });
+        auto engine = h.makeEngine(pair);
+        engine->start(pair);
+        ASSERT_TRUE(h.finishRun());
+        h.settle();
+        std::vector<std::string> changed;
+        for (const auto& message : h.messagesOf(Type::backup)) {
+            if (message.find("changed while") != std::string::npos) changed.push_back(message);
+        }
+        EXPECT_EQ(changed, test.changed);
+        EXPECT_EQ(h.messagesOf(Type::verificationFailed), test.failed);
+        const bool toldAsAnError =
+            std::any_of(h.notifier->sent.begin(), h.notifier->sent.end(),
+                        [&](const std::string& sent) { return sent.starts_with("error: "); });
+        EXPECT_EQ(toldAsAnError, !test.failed.empty());
+    }
+}
+
 // Each follow-up of a pass writes its own fields into the pair as the store holds it then, so
 // none of them undoes another, nor what the user changed while the pass ran.
 struct PairUpdateCase {
@@ -243,9 +301,7 @@ TEST_P(PairUpdatesTest, NoUpdateOfAPairUndoesAnother) {
     BackupPair pair = h.makePair();
     test.arrange(h, pair);
     h.store->updatePair(pair);
-    CopyGate gate;
-    gate.holdAt(1);
-    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    CopyGate& gate = h.holdAtCopy(1);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
     ASSERT_TRUE(gate.waitUntilHeld());

@@ -39,18 +39,19 @@ EngineHarness::EngineHarness() {
         .defaults = defaults,
         .notificationCenter = notificationCenter,
         .reachability = reachability,
-        .makeFileWatcher =
-            [this] {
-                auto watcher = std::make_unique<FakeFileWatcher>();
-                if (failWatchers) watcher->failWith = "no more watches";
-                watchers.push_back(watcher.get());
-                return watcher;
-            },
+        .makeFileWatcher = [this]() -> std::unique_ptr<FileWatcher> {
+            watchers.push_back(std::make_unique<FakeFileWatcher>());
+            if (failWatchers) watchers.back()->failWith = "no more watches";
+            return std::make_unique<HeldFileWatcher>(*watchers.back());
+        },
     });
     backupQueue = std::make_shared<BackupQueue>(queue, tasks);
 }
 
 EngineHarness::~EngineHarness() {
+    // A test that failed while a pass was held, or before it got there, lets it end.
+    copyGate.holdAt(-1);
+    copyGate.release();
     settle();
 }
 

@@ -76,6 +76,23 @@ class FakeFileWatcher final : public FileWatcher {
     std::optional<std::string> failWith;
 };
 
+// What an engine holds of a FakeFileWatcher that the harness keeps, so that a test can still
+// look at a watcher the engine has let go: it stops as a watcher does when it goes.
+class HeldFileWatcher final : public FileWatcher {
+  public:
+    explicit HeldFileWatcher(FakeFileWatcher& fake) : fake_(fake) {}
+    ~HeldFileWatcher() override { fake_.stopWatching(); }
+    void startWatching(const std::filesystem::path& path) override {
+        fake_.onEventsDetected = onEventsDetected;
+        fake_.startWatching(path);
+    }
+    void stopWatching() override { fake_.stopWatching(); }
+    bool isWatching() const override { return fake_.isWatching(); }
+
+  private:
+    FakeFileWatcher& fake_;
+};
+
 class FakeEditors final : public RunningEditors {
   public:
     EditorSnapshot snapshot() const override {
@@ -160,6 +177,39 @@ class VirtualSleeper final : public Sleeper {
     mutable std::atomic<int> sleeping_{0};
 };
 
+// The hash upkeep of the program, with a moment for the test once a pass has copied and before
+// anything after it is checked or told.
+class IntegrityAfterCopying final : public IntegrityStage {
+  public:
+    explicit IntegrityAfterCopying(IntegrityStage& inner) : inner_(inner) {}
+    void recordHashes(const std::vector<std::string>& relativePaths,
+                      const std::filesystem::path& backupRoot, std::stop_token stop) override {
+        if (act) std::exchange(act, nullptr)();
+        inner_.recordHashes(relativePaths, backupRoot, stop);
+    }
+    int pruneStaleEntries(const std::filesystem::path& backupRoot) override {
+        return inner_.pruneStaleEntries(backupRoot);
+    }
+    std::optional<Date> lastCheckDate(const std::filesystem::path& backupRoot) override {
+        return inner_.lastCheckDate(backupRoot);
+    }
+    IntegrityResult verifySample(const std::filesystem::path& backupRoot,
+                                 std::stop_token stop) override {
+        return inner_.verifySample(backupRoot, stop);
+    }
+    void writeLastCheck(const std::filesystem::path& backupRoot) override {
+        inner_.writeLastCheck(backupRoot);
+    }
+    std::string coverageDescription(const IntegrityResult& result, Date now) const override {
+        return inner_.coverageDescription(result, now);
+    }
+    // Runs once, on the run's task.
+    std::function<void()> act;
+
+  private:
+    IntegrityStage& inner_;
+};
+
 class EngineHarness {
   public:
     EngineHarness();
@@ -187,6 +237,14 @@ class EngineHarness {
     }
     // Lets the background tasks finish and runs what they posted.
     void settle();
+    // Holds the pass after its `number`th copy (from 1) until the test releases the gate.
+    CopyGate& holdAtCopy(int number) {
+        copyGate.holdAt(number);
+        fileSystem.afterCopy = [this](const std::filesystem::path&, const std::filesystem::path&) {
+            copyGate.afterCopy();
+        };
+        return copyGate;
+    }
 
     std::vector<BackupEvent> events() const { return store->events(); }
     std::vector<BackupEvent::EventType> eventTypes() const;
@@ -208,21 +266,30 @@ class EngineHarness {
     InMemoryUserDefaults defaults;
     NotificationCenter notificationCenter;
     FakeReachability reachability;
-    std::vector<FakeFileWatcher*> watchers;
+    // Every watcher an engine made, in order; kept after the engine lets it go.
+    std::vector<std::unique_ptr<FakeFileWatcher>> watchers;
     bool failWatchers = false;
     std::shared_ptr<ConfigStore> store;
     std::shared_ptr<RecordingNotifier> notifier = std::make_shared<RecordingNotifier>();
     IntegrityStage* integrity = nullptr;
     OffsiteStage* offsite = nullptr;
     IntegrityVerifier integrityVerifier{wallClock};
+    IntegrityAfterCopying afterCopying{integrityVerifier};
     OffsiteSyncer offsiteSyncer{fileSystem, activityGate, sleeper, clock};
     std::unique_ptr<BackupServices> services;
     std::shared_ptr<BackupQueue> backupQueue;
+    CopyGate copyGate;
 
     // The hash upkeep and the offsite copy of the program, for engines made after this.
     void useVerificationStages() {
         services->integrity = &integrityVerifier;
         services->offsite = &offsiteSyncer;
+    }
+    // The same, with `act` run once the next pass has copied, before anything follows it.
+    void whenTheCopyingIsDone(std::function<void()> act) {
+        useVerificationStages();
+        afterCopying.act = std::move(act);
+        services->integrity = &afterCopying;
     }
     // Last: goes first and waits for every task.
     TaskRunner tasks;

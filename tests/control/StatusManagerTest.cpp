@@ -317,6 +317,15 @@ TEST_F(StatusManagerTest, ADriveThatGoesAndComesBackStopsAndRestartsItsPairsOneA
     EXPECT_THAT(historyTwo.cases(), ::testing::Contains(Case::completed));
     EXPECT_TRUE(fs::exists(one.destinationURL / "Quillstow/One/new"));
     EXPECT_TRUE(fs::exists(two.destinationURL / "Quillstow/Two/new"));
+    for (const auto* pair : {&one, &two}) {
+        EXPECT_EQ(std::count_if(h.watchers.begin(), h.watchers.end(),
+                                [&](const auto& watcher) {
+                                    return watcher->isWatching() &&
+                                           watcher->watchedPath == pair->sourceURL;
+                                }),
+                  1)
+            << pair->name << "'s source is watched again";
+    }
 }
 
 TEST_F(StatusManagerTest, AMountLeavesAPairThatIsNotWaitingForItsDriveAlone) {

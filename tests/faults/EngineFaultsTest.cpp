@@ -104,9 +104,7 @@ TEST_F(EngineFaultsTest, ADrivePulledMidPassIsAnAbortThatKeepsTheBackupsSafe) {
     const BackupPair pair = pairOnDrive(*drive);
     for (int i = 0; i < 40; ++i)
         writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
-    CopyGate gate;
-    gate.holdAt(15);
-    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    CopyGate& gate = h.holdAtCopy(15);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
     ASSERT_TRUE(gate.waitUntilHeld());
@@ -128,6 +126,28 @@ TEST_F(EngineFaultsTest, ADrivePulledMidPassIsAnAbortThatKeepsTheBackupsSafe) {
                             "are safe; will retry later."));
     EXPECT_TRUE(h.storedPair(pair.id)->lastBackupAt) << "an aborted pass is recorded";
     EXPECT_TRUE(fs::is_empty(drive->path())) << "nothing was written to the bare mount point";
+}
+
+TEST_F(EngineFaultsTest, ADrivePulledOnceThePassHasCopiedIsReportedAsTheDriveGone) {
+    const std::vector<std::string> roots{(h.root / "media").native() + "/"};
+    h.reachability.byMounts = roots;
+    auto drive = std::make_unique<TmpfsMount>(h.root / "media/Drive", 600ull << 20);
+    BackupPair pair = pairOnDrive(*drive);
+    for (int i = 0; i < 20; ++i)
+        writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
+    h.whenTheCopyingIsDone([&] { drive->unmount(); });
+    auto engine = h.makeEngine(pair);
+    engine->start(pair);
+    ASSERT_TRUE(
+        h.runUntil([&] { return engine->status() == BackupStatus::destinationUnreachable(); }));
+    h.settle();
+
+    EXPECT_THAT(h.eventTypes(),
+                ElementsAre(BackupEvent::EventType::backup, BackupEvent::EventType::volumeLost));
+    EXPECT_EQ(h.events()[0].filesAffected, 20) << "what the pass copied";
+    EXPECT_THAT(h.notifier->sent, ElementsAre("volume lost: Work"));
+    EXPECT_EQ(engine->status(), BackupStatus::destinationUnreachable());
+    EXPECT_TRUE(fs::is_empty(drive->path())) << "nothing written to the bare mount point";
 }
 
 }  // namespace

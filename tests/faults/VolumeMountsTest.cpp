@@ -7,6 +7,7 @@
 #include "../control/EngineHarness.hpp"
 #include "PrivateMounts.hpp"
 #include "environment/VolumeMonitor.hpp"
+#include "platform/InotifyWatcher.hpp"
 
 namespace quillstow {
 namespace {
@@ -60,9 +61,7 @@ TEST_F(VolumeMountsTest, ADrivePulledAfterTheTriggerLookedAtItGetsNothingWritten
     // Another pair's pass holds the queue while the drive's pair waits behind it.
     const BackupPair first = h.makePair("First");
     writeFile(first.sourceURL / "a.txt", "a");
-    CopyGate gate;
-    gate.holdAt(1);
-    h.fileSystem.afterCopy = [&](const fs::path&, const fs::path&) { gate.afterCopy(); };
+    CopyGate& gate = h.holdAtCopy(1);
     auto firstEngine = h.makeEngine(first);
     auto engine = h.makeEngine(onDrive);
     firstEngine->triggerBackup(first);
@@ -116,6 +115,62 @@ TEST_F(VolumeMountsTest, TheMonitorHearsMountsAndUnmountsBelowARemovableRoot) {
     { TmpfsMount late(mountPoint, 1 << 20); }
     queue.runUntil([] { return false; }, 0.3);
     EXPECT_EQ(heard.size(), 4u) << "nothing after the stop";
+}
+
+// The watcher of a source on a drive: pulled, plugged back, and a drive mounted over a folder
+// of the same path on the disk below.
+TEST_F(VolumeMountsTest, TheWatcherFollowsASourceWhoseDriveComesAndGoes) {
+    ManualClock clock;
+    VirtualMainQueue queue(clock);
+    auto drive = std::make_unique<TmpfsMount>(mountPoint, 1 << 20);
+    const fs::path source = mountPoint / "Photos";
+    makeFolder(source);
+    InotifyWatcher watcher(queue);
+    int heard = 0;
+    watcher.onEventsDetected = [&] { ++heard; };
+    watcher.startWatching(source);
+    ASSERT_TRUE(watcher.isWatching());
+
+    const struct {
+        const char* what;
+        std::function<void()> act;
+        bool watchesAfter;
+    } steps[] = {
+        {"the drive is pulled", [&] { drive->unmount(); }, false},
+        {"plugged back, the source made on it",
+         [&] {
+             drive = std::make_unique<TmpfsMount>(mountPoint, 1 << 20);
+             makeFolder(source);
+         },
+         true},
+        {"a file written on it", [&] { writeFile(source / "a.jpg", "a"); }, true},
+        {"pulled again, a folder of that path made on the disk below",
+         [&] {
+             drive->unmount();
+             makeFolder(source);
+         },
+         true},
+        {"a drive mounted over it, the source made on the drive",
+         [&] {
+             drive = std::make_unique<TmpfsMount>(mountPoint, 1 << 20);
+             makeFolder(source);
+         },
+         true},
+        {"a file written on the drive", [&] { writeFile(source / "b.jpg", "b"); }, true},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.what);
+        const int before = heard;
+        step.act();
+        ASSERT_TRUE(queue.runUntil([&] { return queue.scheduledCount() > 0; }, 10));
+        queue.advance(FileWatcher::latency);
+        // What came apart is delivered too.
+        while (queue.runUntil([&] { return queue.scheduledCount() > 0; }, 0.3))
+            queue.advance(FileWatcher::latency);
+        EXPECT_GT(heard, before);
+        EXPECT_TRUE(queue.runUntil([&] { return watcher.isWatching() == step.watchesAfter; }, 10));
+    }
+    watcher.stopWatching();
 }
 
 TEST_F(VolumeMountsTest, APairFollowsItsDriveOutAndBackIn) {

@@ -1,6 +1,7 @@
 // The file watcher on real folders: a burst of changes is one call after half a second, what
-// doesn't count never calls, new folders are watched, the source itself going counts, and a
-// source with more folders than the system allows watches says what to do.
+// doesn't count never calls, new folders are watched, the source itself going counts and is
+// followed by its path, and a source with more folders than the system allows watches says
+// what to do.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -143,13 +144,6 @@ TEST_F(InotifyWatcherTest, FoldersThatEveryProfileLeavesOutAreNotWatched) {
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(InotifyWatcherTest, TheSourceItselfGoingCounts) {
-    watcher.startWatching(source);
-    fs::rename(source, root / "elsewhere");
-    ASSERT_TRUE(deliverBatch());
-    EXPECT_EQ(calls, 1);
-}
-
 TEST_F(InotifyWatcherTest, StartAndStopAreIdempotentAndAStoppedWatcherIsSilent) {
     watcher.startWatching(source);
     watcher.startWatching(root / "another");  // keeps the first
@@ -168,15 +162,81 @@ TEST_F(InotifyWatcherTest, StartAndStopAreIdempotentAndAStoppedWatcherIsSilent) 
     EXPECT_EQ(calls, 1) << "a batch due after the stop is dropped";
 }
 
-TEST_F(InotifyWatcherTest, AMissingSourceCannotBeWatched) {
-    try {
-        watcher.startWatching(root / "missing");
-        FAIL() << "no error";
-    } catch (const BackupFailure& failure) {
-        EXPECT_EQ(failure.error().kind(), BackupError::Case::watcherFailed);
-        EXPECT_THAT(failure.error().reason(), HasSubstr("No such file or directory"));
+// What happens to the source, step by step, and whether the watcher hears it and watches the
+// source afterwards.
+struct SourceStep {
+    const char* what;
+    void (*act)(const fs::path& root, const fs::path& source);
+    bool isHeard;
+    bool watchesAfter;
+};
+
+struct FollowCase {
+    const char* name;
+    bool existsAtTheStart;
+    std::vector<SourceStep> steps;
+};
+
+void makeIt(const fs::path&, const fs::path& source) {
+    fs::create_directories(source);
+}
+void writeInIt(const fs::path&, const fs::path& source) {
+    writeFile(source / "new.txt", "x");
+}
+const SourceStep madeAgain{"made again", makeIt, true, true};
+const SourceStep aFileInIt{"a file written in it", writeInIt, true, true};
+
+TEST_F(InotifyWatcherTest, TheWatcherFollowsTheSourcesPathNotTheFolderItFound) {
+    const std::vector<FollowCase> cases{
+        {"missing at the start, folders above it too", false, {madeAgain, aFileInIt}},
+        {"removed and made again",
+         true,
+         {{"removed", [](const fs::path&, const fs::path& source) { fs::remove_all(source); }, true,
+           false},
+          {"a file beside it",
+           [](const fs::path& root, const fs::path&) { writeFile(root / "beside.txt", "x"); },
+           false, false},
+          madeAgain,
+          aFileInIt}},
+        {"moved away and made again",
+         true,
+         {{"moved away",
+           [](const fs::path& root, const fs::path& source) { fs::rename(source, root / "away"); },
+           true, false},
+          {"a file in the folder moved away",
+           [](const fs::path& root, const fs::path&) { writeFile(root / "away/new.txt", "x"); },
+           false, false},
+          madeAgain,
+          aFileInIt}},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        TemporaryFolder folder;
+        const fs::path followed = folder / "later/on/source";
+        if (test.existsAtTheStart) fs::create_directories(followed);
+        InotifyWatcher follower(queue);
+        int heard = 0;
+        follower.onEventsDetected = [&] { ++heard; };
+        follower.startWatching(followed);
+        EXPECT_EQ(follower.isWatching(), test.existsAtTheStart);
+        for (const auto& step : test.steps) {
+            SCOPED_TRACE(step.what);
+            const int before = heard;
+            step.act(folder.path(), followed);
+            if (step.isHeard) {
+                ASSERT_TRUE(deliverBatch());
+                // Let what came apart be delivered too.
+                while (!nothingArrives())
+                    queue.advance(FileWatcher::latency);
+                EXPECT_GT(heard, before);
+            } else {
+                EXPECT_TRUE(nothingArrives());
+                EXPECT_EQ(heard, before);
+            }
+            EXPECT_TRUE(
+                queue.runUntil([&] { return follower.isWatching() == step.watchesAfter; }, 10));
+        }
     }
-    EXPECT_FALSE(watcher.isWatching());
 }
 
 TEST(WatchLimitMessage, SaysHowManyFoldersAndHowToRaiseTheLimit) {

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <thread>
@@ -36,6 +37,93 @@ bool eventually(const std::function<bool()>& condition) {
 std::string readIfThere(const fs::path& path) {
     std::error_code missing;
     return fs::exists(path, missing) ? readFile(path) : std::string();
+}
+
+// A settings folder with one pair of `source` into `drive`, backed up by hand only.
+fs::path settingsWithPair(const fs::path& root, const fs::path& source, const fs::path& drive,
+                          BandwidthMode mode = BandwidthMode::full) {
+    const fs::path settings = root / "config/Quillstow";
+    BackupPair pair;
+    pair.id = Uuid::random();
+    pair.name = "Projects";
+    pair.sourceURL = source;
+    pair.destinationURL = drive;
+    pair.createdAt = referenceDate();
+    AppConfig config;
+    config.backupInterval = BackupInterval::manual;
+    config.hasCompletedOnboarding = true;
+    config.bandwidthMode = mode;
+    fs::create_directories(settings);
+    fs::create_directories(drive);
+    atomicfile::write(settings / "config.json", json::write(toJson(ConfigFile{{pair}, config})));
+    ::setenv("XDG_CONFIG_HOME", (root / "config").c_str(), 1);
+    return settings;
+}
+
+std::vector<std::string> loggedMessages(const fs::path& settings) {
+    std::vector<std::string> messages;
+    try {
+        for (const auto& event :
+             eventLogFromJson(json::read(readIfThere(settings / "backup-log.json")))) {
+            messages.push_back(event.message.value_or(""));
+        }
+    } catch (const std::exception&) {
+        // Not written yet.
+    }
+    return messages;
+}
+
+TEST(HeadlessApp, ASourceMissingAtTheStartGetsItsPassAndIsBackedUpOnceItIsThere) {
+    TemporaryFolder root;
+    const fs::path source = root / "Projects";
+    const fs::path settings = settingsWithPair(root.path(), source, root / "Drive");
+    const pid_t child = startProcess({program});
+    ASSERT_GT(child, 0);
+    EXPECT_TRUE(eventually([&] {
+        const auto messages = loggedMessages(settings);
+        return std::find(messages.begin(), messages.end(),
+                         "Source folder is not readable — check permissions or reconnect the "
+                         "drive.") != messages.end();
+    }));
+    writeFile(root / "draft", "notes");
+    fs::create_directories(source);
+    fs::rename(root / "draft", source / "notes.txt");
+    EXPECT_TRUE(eventually(
+        [&] { return readIfThere(root / "Drive/Quillstow/Projects/notes.txt") == "notes"; }));
+    ASSERT_EQ(::kill(child, SIGTERM), 0);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+}
+
+TEST(HeadlessApp, AStopDuringAPassWithTriggersWaitingEndsWithinTwoSeconds) {
+    TemporaryFolder root;
+    const fs::path source = root / "Projects";
+    for (int i = 0; i < 1500; ++i)
+        writeFile(source / ("f" + std::to_string(i)), std::string(4096, 'x'));
+    // Quiet: the pass pauses between files, so it is still copying when the stop comes.
+    const fs::path settings =
+        settingsWithPair(root.path(), source, root / "Drive", BandwidthMode::quiet);
+    const pid_t child = startProcess({program});
+    ASSERT_GT(child, 0);
+    const fs::path mirror = root / "Drive/Quillstow/Projects";
+    const auto copied = [&] {
+        std::error_code missing;
+        return std::distance(fs::directory_iterator(mirror, missing), fs::directory_iterator());
+    };
+    ASSERT_TRUE(eventually([&] { return copied() >= 100; }));
+    // Changes a debounce apart: triggers that wait behind the pass, each superseding the last.
+    for (int i = 0; i < 3; ++i) {
+        writeFile(source / ("change" + std::to_string(i)), "x");
+        std::this_thread::sleep_for(std::chrono::milliseconds(2300));
+    }
+    const auto stopping = std::chrono::steady_clock::now();
+    ASSERT_EQ(::kill(child, SIGTERM), 0);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(2));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_LT(copied(), 1500) << "the pass was still going";
+    EXPECT_EQ(configFileFromJson(json::read(readFile(settings / "config.json"))).pairs.size(), 1u);
 }
 
 TEST(HeadlessApp, BacksUpARealPairHearsAChangeAndStopsCleanly) {

@@ -336,6 +336,9 @@ TEST(EventLogReading, FailsOnAnythingButAList) {
         expectDecodingFailure([&] { readNewestEvents(text, 500); }, name);
     }
     EXPECT_TRUE(readNewestEvents(std::string_view(" [ \r\n\t] "), 500).empty());
+    // As for the parser, a NUL byte outside a string ends the text, as after a crash.
+    EXPECT_TRUE(readNewestEvents(std::string_view("[]\0\0x", 5), 500).empty());
+    expectDecodingFailure([] { readNewestEvents(std::string_view("[\0]", 3), 500); }, "NUL");
 }
 
 TEST(SanitizedFolderName, RemovesWhatCouldLeaveTheFolder) {

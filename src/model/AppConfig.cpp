@@ -17,7 +17,7 @@ std::optional<double> timerSeconds(BackupInterval interval) {
 }
 
 json::Value toJson(const AppConfig& config) {
-    return json::Value{
+    json::Value value{
         {"backupInterval", coding::nameOf(backupIntervalNames, config.backupInterval)},
         {"notificationLevel", coding::nameOf(notificationLevelNames, config.notificationLevel)},
         {"launchAtLogin", config.launchAtLogin},
@@ -25,25 +25,28 @@ json::Value toJson(const AppConfig& config) {
         {"trashReminderEnabled", config.trashReminderEnabled},
         {"bandwidthMode", coding::nameOf(bandwidthModeNames, config.bandwidthMode)},
     };
+    config.keptValues.restoreInto(value);
+    return value;
 }
 
-AppConfig appConfigFromJson(const json::Value& value) {
+AppConfig appConfigFromJson(const json::Value& value, coding::DecodingNotes* notes) {
     using namespace coding;
-    const Value& source = object(value, "appConfig");
+    FieldReader fields(value, "\"appConfig\"", notes);
+    const AppConfig fresh;
     AppConfig config;
     config.backupInterval =
-        toEnum(backupIntervalNames, required(source, "backupInterval"), "backupInterval");
-    config.notificationLevel =
-        toEnum(notificationLevelNames, required(source, "notificationLevel"), "notificationLevel");
-    config.launchAtLogin = toBool(required(source, "launchAtLogin"), "launchAtLogin");
+        fields.orDefault("backupInterval", fresh.backupInterval, caseOf(backupIntervalNames));
+    config.notificationLevel = fields.orDefault("notificationLevel", fresh.notificationLevel,
+                                                caseOf(notificationLevelNames));
+    config.launchAtLogin = fields.orDefault("launchAtLogin", fresh.launchAtLogin, toBool);
     config.hasCompletedOnboarding =
-        toBool(required(source, "hasCompletedOnboarding"), "hasCompletedOnboarding");
-    if (const Value* reminder = optional(source, "trashReminderEnabled")) {
-        config.trashReminderEnabled = toBool(*reminder, "trashReminderEnabled");
-    }
-    if (const Value* mode = optional(source, "bandwidthMode")) {
-        config.bandwidthMode = toEnum(bandwidthModeNames, *mode, "bandwidthMode");
-    }
+        fields.orDefault("hasCompletedOnboarding", fresh.hasCompletedOnboarding, toBool);
+    // Added in later versions: missing is no fault.
+    config.trashReminderEnabled =
+        fields.optional("trashReminderEnabled", toBool).value_or(fresh.trashReminderEnabled);
+    config.bandwidthMode =
+        fields.optional("bandwidthMode", caseOf(bandwidthModeNames)).value_or(fresh.bandwidthMode);
+    config.keptValues = fields.kept(toJson(config));
     return config;
 }
 

@@ -45,12 +45,15 @@ struct AppConfig {
     bool hasCompletedOnboarding = false;
     bool trashReminderEnabled = true;
     BandwidthMode bandwidthMode = BandwidthMode::automatic;
+    // What the file held that this version can't use, written back with the settings.
+    KeptValues keptValues{};
 
     bool operator==(const AppConfig&) const = default;
 };
 
 json::Value toJson(const AppConfig& config);
-// Throws the decoding Failure on a missing required key, a wrong type or an unknown string.
-AppConfig appConfigFromJson(const json::Value& value);
+// Fails only when the value is not an object. A missing, mistyped or unknown value takes its
+// fresh value, with a note; what stood there is kept.
+AppConfig appConfigFromJson(const json::Value& value, coding::DecodingNotes* notes = nullptr);
 
 }  // namespace quillstow

@@ -26,52 +26,36 @@ json::Value toJson(const BackupPair& pair) {
     if (pair.offsiteBookmark) value["offsiteBookmark"] = base64::encode(*pair.offsiteBookmark);
     if (pair.lastOffsiteAt) value["lastOffsiteAt"] = fromDate(*pair.lastOffsiteAt);
     if (pair.lastOffsiteFileCount) value["lastOffsiteFileCount"] = *pair.lastOffsiteFileCount;
+    pair.keptValues.restoreInto(value);
     return value;
 }
 
-BackupPair backupPairFromJson(const json::Value& value) {
+BackupPair backupPairFromJson(const json::Value& value, coding::DecodingNotes* notes,
+                              std::string where) {
     using namespace coding;
-    const Value& source = object(value, "a pair");
+    FieldReader fields(value, std::move(where), notes);
     BackupPair pair;
-    pair.id = toUuid(required(source, "id"), "id");
-    pair.name = toString(required(source, "name"), "name");
-    pair.sourceURL = toFileUrl(required(source, "sourceURL"), "sourceURL");
-    pair.destinationURL = toFileUrl(required(source, "destinationURL"), "destinationURL");
-    if (const Value* bytes = optional(source, "sourceBookmark")) {
-        pair.sourceBookmark = toBytes(*bytes, "sourceBookmark");
-    }
-    if (const Value* bytes = optional(source, "destinationBookmark")) {
-        pair.destinationBookmark = toBytes(*bytes, "destinationBookmark");
-    }
-    pair.isEnabled = toBool(required(source, "isEnabled"), "isEnabled");
-    pair.createdAt = toDate(required(source, "createdAt"), "createdAt");
-    if (const Value* date = optional(source, "lastBackupAt")) {
-        pair.lastBackupAt = toDate(*date, "lastBackupAt");
-    }
-    if (const Value* count = optional(source, "lastBackupFileCount")) {
-        pair.lastBackupFileCount = toInteger(*count, "lastBackupFileCount");
-    }
-    if (const Value* count = optional(source, "lastBackupByteCount")) {
-        pair.lastBackupByteCount = toInteger(*count, "lastBackupByteCount");
-    }
-    if (const Value* url = optional(source, "offsiteURL")) {
-        pair.offsiteURL = toFileUrl(*url, "offsiteURL");
-    }
-    if (const Value* bytes = optional(source, "offsiteBookmark")) {
-        pair.offsiteBookmark = toBytes(*bytes, "offsiteBookmark");
-    }
-    if (const Value* date = optional(source, "lastOffsiteAt")) {
-        pair.lastOffsiteAt = toDate(*date, "lastOffsiteAt");
-    }
-    if (const Value* count = optional(source, "lastOffsiteFileCount")) {
-        pair.lastOffsiteFileCount = toInteger(*count, "lastOffsiteFileCount");
-    }
-    if (const Value* profile = optional(source, "profile")) {
-        pair.profile = toEnum(backupProfileNames, *profile, "profile");
-    }
-    if (const Value* suggested = optional(source, "didSuggestProfile")) {
-        pair.didSuggestProfile = toBool(*suggested, "didSuggestProfile");
-    }
+    // Without these the pair can't be told apart or placed; a default would misplace a backup.
+    pair.id = fields.required("id", toUuid);
+    pair.name = fields.required("name", toString);
+    pair.sourceURL = fields.required("sourceURL", toFileUrl);
+    pair.destinationURL = fields.required("destinationURL", toFileUrl);
+    pair.sourceBookmark = fields.optional("sourceBookmark", toBytes);
+    pair.destinationBookmark = fields.optional("destinationBookmark", toBytes);
+    // A pair whose switch can't be read waits for the user rather than run against their wish.
+    pair.isEnabled = fields.orDefault("isEnabled", false, toBool);
+    pair.createdAt = fields.orDefault("createdAt", Date{}, toDate);
+    pair.lastBackupAt = fields.optional("lastBackupAt", toDate);
+    pair.lastBackupFileCount = fields.optional("lastBackupFileCount", toInteger);
+    pair.lastBackupByteCount = fields.optional("lastBackupByteCount", toInteger);
+    pair.offsiteURL = fields.optional("offsiteURL", toFileUrl);
+    pair.offsiteBookmark = fields.optional("offsiteBookmark", toBytes);
+    pair.lastOffsiteAt = fields.optional("lastOffsiteAt", toDate);
+    pair.lastOffsiteFileCount = fields.optional("lastOffsiteFileCount", toInteger);
+    pair.profile =
+        fields.optional("profile", caseOf(backupProfileNames)).value_or(BackupProfile::standard);
+    pair.didSuggestProfile = fields.optional("didSuggestProfile", toBool).value_or(false);
+    pair.keptValues = fields.kept(toJson(pair));
     return pair;
 }
 

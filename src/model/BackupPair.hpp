@@ -8,6 +8,7 @@
 #include <string>
 
 #include "model/BackupProfile.hpp"
+#include "model/Coding.hpp"
 #include "support/Base64.hpp"
 #include "support/Dates.hpp"
 #include "support/Uuid.hpp"
@@ -32,12 +33,18 @@ struct BackupPair {
     std::optional<std::int64_t> lastOffsiteFileCount;
     BackupProfile profile = BackupProfile::standard;
     bool didSuggestProfile = false;
+    // What the file held that this version can't use, written back with the pair.
+    KeptValues keptValues{};
 
     bool operator==(const BackupPair&) const = default;
 };
 
 json::Value toJson(const BackupPair& pair);
-BackupPair backupPairFromJson(const json::Value& value);
+// Fails only when the pair can't be told apart or placed: a bad id, name, source or
+// destination. Any other odd value takes its default and is kept, with a note that begins with
+// `where`.
+BackupPair backupPairFromJson(const json::Value& value, coding::DecodingNotes* notes = nullptr,
+                              std::string where = "the pair");
 
 // The pair's folder name on a destination: every "..", "/", "\" and NUL removed, Unicode white
 // space trimmed, leading dots dropped; "Untitled Backup" when nothing is left.

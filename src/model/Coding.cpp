@@ -1,5 +1,6 @@
 #include "model/Coding.hpp"
 
+#include <algorithm>
 #include <limits>
 
 #include "support/FileUrl.hpp"
@@ -86,6 +87,28 @@ base64::Bytes toBytes(const Value& value, const char* key) {
     const auto bytes = base64::decode(toString(value, key));
     if (!bytes) failType(key, "base64 data");
     return *bytes;
+}
+
+FieldReader::FieldReader(const Value& value, std::string where, DecodingNotes* notes)
+    : object_(object(value, where)), where_(std::move(where)), notes_(notes) {}
+
+const char* FieldReader::use(const char* key) {
+    used_.emplace_back(key);
+    return key;
+}
+
+void FieldReader::note(const std::string& what) {
+    if (notes_) notes_->push_back(where_ + ": " + what);
+}
+
+KeptValues FieldReader::kept(const Value& fields) {
+    for (const auto& [key, value] : object_.items()) {
+        if (std::find(used_.begin(), used_.end(), key) != used_.end()) continue;
+        kept_.keep(key, value);
+        note("a key it doesn't know is kept: \"" + key + "\"");
+    }
+    kept_.settle(fields);
+    return std::move(kept_);
 }
 
 Value fromDate(Date date) {

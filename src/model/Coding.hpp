@@ -1,8 +1,9 @@
 #pragma once
 
-// Helpers for the JSON coding of the records: strict reading of required and optional keys,
-// and enumerations by their JSON strings. Every failure throws the decoding Failure, so that a
-// document with one bad value fails as a whole.
+// Helpers for the JSON coding of the records: reading of required and optional keys, and
+// enumerations by their JSON strings. Every failure of a value throws the decoding Failure;
+// FieldReader turns such a failure into a default where a record can do without the value,
+// so that one odd value never costs the rest of what the user set up.
 
 #include <array>
 #include <cstdint>
@@ -11,7 +12,9 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
+#include "model/KeptValues.hpp"
 #include "support/Base64.hpp"
 #include "support/Dates.hpp"
 #include "support/Json.hpp"
@@ -65,6 +68,76 @@ Enum toEnum(const EnumNames<Enum, Count>& names, const Value& value, const char*
     const auto found = caseNamed(names, text);
     if (!found) json::failDecoding("unknown value \"" + text + "\" for \"" + key + "\"");
     return *found;
+}
+
+// Decodes a case of the enumeration, for FieldReader.
+template <typename Enum, std::size_t Count>
+auto caseOf(const EnumNames<Enum, Count>& names) {
+    return [&names](const Value& value, const char* key) { return toEnum(names, value, key); };
+}
+
+// What reading found that it could not use, a line each that says where: for the log.
+using DecodingNotes = std::vector<std::string>;
+
+// Reads the fields of one record. A field the record can't do without fails it as a whole;
+// any other falls back to a default when its value can't be used, and that value is kept, as
+// is every key the record doesn't know, for the version that wrote them.
+class FieldReader {
+  public:
+    // Fails unless `value` is an object. `where` begins each note ("pair 2"); notes may be null.
+    FieldReader(const Value& value, std::string where, DecodingNotes* notes);
+
+    template <typename Decode>
+    decltype(auto) required(const char* key, Decode decode) {
+        return decode(coding::required(object_, use(key)), key);
+    }
+
+    // Nothing when the key is missing or null, or when its value can't be used.
+    template <typename Decode>
+    auto optional(const char* key, Decode decode)
+        -> std::optional<std::decay_t<decltype(decode(std::declval<const Value&>(), key))>> {
+        const Value* value = coding::optional(object_, use(key));
+        if (!value) return std::nullopt;
+        try {
+            return decode(*value, key);
+        } catch (const Failure& failure) {
+            kept_.keep(key, *value);
+            note("the default stands in for a value it can't use: " +
+                 json::decodingReason(failure.error()));
+            return std::nullopt;
+        }
+    }
+
+    // A key the record needs but can do without: missing, it gives the fallback too.
+    template <typename T, typename Decode>
+    T orDefault(const char* key, T fallback, Decode decode) {
+        if (!coding::optional(object_, key)) {
+            note(std::string("the default stands in for the missing key \"") + key + "\"");
+        }
+        return optional(key, decode).value_or(std::move(fallback));
+    }
+
+    // The values kept, with every key not asked for; `fields` is the record's own encoding.
+    KeptValues kept(const Value& fields);
+
+  private:
+    const char* use(const char* key);
+    void note(const std::string& what);
+
+    const Value& object_;
+    std::string where_;
+    DecodingNotes* notes_;
+    std::vector<std::string_view> used_;
+    KeptValues kept_;
+};
+
+// Forgets the kept values of a record whose field the program has set since it was read, so
+// that a later return to the old value writes that value and not the kept one.
+template <typename Record>
+void forgetOverwrittenValues(Record& record) {
+    KeptValues kept = std::exchange(record.keptValues, {});
+    kept.forgetOverwritten(toJson(record));
+    record.keptValues = std::move(kept);
 }
 
 Value fromDate(Date date);

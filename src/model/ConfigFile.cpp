@@ -6,17 +6,36 @@ json::Value toJson(const ConfigFile& file) {
     json::Value pairs = json::Value::array();
     for (const auto& pair : file.pairs)
         pairs.push_back(toJson(pair));
-    return json::Value{{"pairs", std::move(pairs)}, {"appConfig", toJson(file.appConfig)}};
+    for (const auto& pair : file.unreadablePairs)
+        pairs.push_back(pair);
+    json::Value value{{"pairs", std::move(pairs)}, {"appConfig", toJson(file.appConfig)}};
+    file.keptValues.restoreInto(value);
+    return value;
 }
 
-ConfigFile configFileFromJson(const json::Value& value) {
+ConfigFile configFileFromJson(const json::Value& value, coding::DecodingNotes* notes) {
     using namespace coding;
-    const Value& source = object(value, "the settings");
+    FieldReader fields(value, "the settings", notes);
     ConfigFile file;
-    for (const auto& pair : array(required(source, "pairs"), "\"pairs\"")) {
-        file.pairs.push_back(backupPairFromJson(pair));
+    const Value& pairs = fields.required(
+        "pairs",
+        [](const Value& pairs, const char*) -> auto& { return array(pairs, "\"pairs\""); });
+    for (std::size_t i = 0; i < pairs.size(); ++i) {
+        const std::string where = "pair " + std::to_string(i + 1);
+        try {
+            file.pairs.push_back(backupPairFromJson(pairs[i], notes, where));
+        } catch (const Failure& failure) {
+            file.unreadablePairs.push_back(pairs[i]);
+            if (notes) {
+                notes->push_back(where + ": kept as it stands, unread: " +
+                                 json::decodingReason(failure.error()));
+            }
+        }
     }
-    file.appConfig = appConfigFromJson(required(source, "appConfig"));
+    file.appConfig = fields.orDefault("appConfig", AppConfig{}, [&](const Value& config, auto) {
+        return appConfigFromJson(config, notes);
+    });
+    file.keptValues = fields.kept(toJson(file));
     return file;
 }
 

@@ -42,7 +42,12 @@ fs::path ConfigStore::backupFileURL() const {
 }
 
 void ConfigStore::setAppConfig(const AppConfig& config) {
+    // What the file held that this version can't use is the store's to keep, not the caller's
+    // copy's: once the user sets a field, its kept value is gone for good.
+    KeptValues kept = appConfig_.keptValues;
     appConfig_ = config;
+    appConfig_.keptValues = std::move(kept);
+    coding::forgetOverwrittenValues(appConfig_);
     appConfigObservers_.notify(appConfig_);
 }
 
@@ -117,26 +122,68 @@ void ConfigStore::ensureDirectory() {
     }
 }
 
+namespace {
+
+// Whether anything stands at the path, even a link to nowhere.
+bool isAnythingAt(const fs::path& path) {
+    std::error_code ignored;
+    return fs::symlink_status(path, ignored).type() != fs::file_type::not_found;
+}
+
+// The whole file, or nothing when it can't be read.
+std::optional<std::string> contentOf(const fs::path& file) {
+    try {
+        return atomicfile::read(file);
+    } catch (const Failure&) {
+        return std::nullopt;
+    }
+}
+
+bool isReadableConfig(const std::string& text) {
+    try {
+        configFileFromJson(json::read(text));
+        return true;
+    } catch (const Failure&) {
+        return false;
+    }
+}
+
+}  // namespace
+
 void ConfigStore::takeOver(ConfigFile file) {
     pairs_ = std::move(file.pairs);
+    unreadablePairs_ = std::move(file.unreadablePairs);
+    keptValues_ = std::move(file.keptValues);
     pairsObservers_.notify(pairs_);
     // Observers of the settings are not woken for nothing.
-    if (file.appConfig != appConfig_) setAppConfig(file.appConfig);
+    if (file.appConfig != appConfig_) {
+        appConfig_ = std::move(file.appConfig);
+        appConfigObservers_.notify(appConfig_);
+    }
+}
+
+ConfigFile ConfigStore::readConfig(const fs::path& file) const {
+    coding::DecodingNotes notes;
+    ConfigFile config = configFileFromJson(json::read(atomicfile::read(file)), &notes);
+    for (const auto& note : notes)
+        log_.error("Reading %{public}s: %{public}s", file.filename().native(), note);
+    return config;
 }
 
 void ConfigStore::loadConfig() {
-    std::error_code missing;
-    if (!fs::exists(configFileURL_, missing)) return;
+    // Only a first run has neither file. A config.json gone or turned into something else
+    // beside its backup is damage like any other.
+    if (!isAnythingAt(configFileURL_) && !isAnythingAt(backupFileURL())) return;
     try {
-        takeOver(configFileFromJson(json::read(atomicfile::read(configFileURL_))));
+        takeOver(readConfig(configFileURL_));
         return;
     } catch (const Failure& failure) {
         log_.error("Failed to load config.json: %{public}s", failure.error().description);
     }
 
-    if (!fs::exists(backupFileURL(), missing)) return;
+    if (!isAnythingAt(backupFileURL())) return;
     try {
-        takeOver(configFileFromJson(json::read(atomicfile::read(backupFileURL()))));
+        takeOver(readConfig(backupFileURL()));
     } catch (const Failure& failure) {
         log_.error("Backup recovery also failed: %{public}s", failure.error().description);
         return;
@@ -158,18 +205,39 @@ void ConfigStore::loadLog() {
     }
 }
 
+ConfigFile ConfigStore::fileToSave() {
+    for (auto& pair : pairs_)
+        coding::forgetOverwrittenValues(pair);
+    coding::forgetOverwrittenValues(appConfig_);
+    ConfigFile file{pairs_, appConfig_, unreadablePairs_, keptValues_};
+    coding::forgetOverwrittenValues(file);
+    keptValues_ = file.keptValues;
+    return file;
+}
+
 void ConfigStore::saveConfig() {
-    std::error_code ignored;
-    if (fs::exists(configFileURL_, ignored)) {
-        const fs::path backup = backupFileURL();
-        if (fs::exists(backup, ignored)) fs::remove(backup, ignored);
-        if (!ignored) fs::copy_file(configFileURL_, backup, ignored);
-    }
+    keepPreviousConfig();
     try {
-        atomicfile::write(configFileURL_, json::write(toJson(ConfigFile{pairs_, appConfig_})));
+        atomicfile::write(configFileURL_, json::write(toJson(fileToSave())));
     } catch (const Failure& failure) {
         log_.error("Failed to write %{public}s: %{public}s", "config.json",
                    failure.error().description);
+    }
+}
+
+// Copies config.json to its backup by the same atomic write, so that a failed copy leaves the
+// old backup whole. A copy that can't be read never replaces a backup that can.
+void ConfigStore::keepPreviousConfig() {
+    // Nothing there, or nothing that can be read: the backup stays as it is.
+    const auto previous = contentOf(configFileURL_);
+    if (!previous) return;
+    if (!isReadableConfig(*previous) && isReadableConfig(contentOf(backupFileURL()).value_or(""))) {
+        return;
+    }
+    try {
+        atomicfile::write(backupFileURL(), *previous);
+    } catch (const Failure&) {
+        // Ignored, as the copy always was: the write of config.json goes on.
     }
 }
 

@@ -7,8 +7,10 @@
 //   config.json.backup   a byte copy of the previous config.json, made before every write
 //   backup-log.json      the events, oldest first, written 0.5 s after the last of a burst
 //
-// A damaged config.json is replaced from its backup; failures are logged and never reach the
-// user: the state in memory stands.
+// A damaged config.json is replaced from its backup, and the backup is only ever replaced by a
+// copy that reads at least as well. Each pair is read on its own: an odd value takes its
+// default and stays in the file, a pair that can't be read at all stays in the file as it
+// stood. Failures are logged and never reach the user: the state in memory stands.
 //
 // Threading: every operation runs on the main thread, and observers are told there, at once.
 // Copying is deleted: there is one store.
@@ -75,8 +77,12 @@ class ConfigStore {
   private:
     void ensureDirectory();
     void loadConfig();
+    ConfigFile readConfig(const std::filesystem::path& file) const;
     void loadLog();
     void saveConfig();
+    void keepPreviousConfig();
+    // The settings as they are written; kept values the program has overwritten are forgotten.
+    ConfigFile fileToSave();
     void writeLog();
     void scheduleLogFlush();
     void takeOver(ConfigFile file);
@@ -90,6 +96,9 @@ class ConfigStore {
 
     std::vector<BackupPair> pairs_;
     AppConfig appConfig_;
+    // What config.json held that this version can't read, written back with every save.
+    std::vector<json::Value> unreadablePairs_;
+    KeptValues keptValues_;
     std::vector<BackupEvent> events_;
     std::optional<DelayedWork> logFlushWorkItem_;
 

@@ -25,12 +25,20 @@ class NewestElements {
     explicit NewestElements(std::size_t keep) : keep_(keep) {}
 
     void read(std::string_view chunk) {
+        if (ended_) return;
         // The parser skips a byte order mark in front of the document; so does this.
         if (atStart_ && chunk.starts_with("\xEF\xBB\xBF")) chunk.remove_prefix(3);
         atStart_ = false;
         std::size_t start = 0;
         for (std::size_t i = 0; i < chunk.size(); ++i) {
             const char c = chunk[i];
+            // The parser also takes a NUL byte outside a string for the end of the text, which
+            // lets a file that a crash left padded with them be read.
+            if (c == '\0' && !inString_) {
+                ended_ = true;
+                chunk = chunk.substr(0, i);
+                break;
+            }
             if (state_ != State::inElement) {
                 if (isJsonSpace(c)) continue;
                 if (!startsElement(c)) continue;
@@ -147,6 +155,7 @@ class NewestElements {
     const std::size_t keep_;
     State state_ = State::beforeList;
     bool atStart_ = true;
+    bool ended_ = false;
     bool inString_ = false;
     bool escaped_ = false;
     std::string brackets_;

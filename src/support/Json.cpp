@@ -25,10 +25,22 @@ Value read(std::string_view text) {
     }
 }
 
+namespace {
+
+constexpr std::string_view decodingSentence =
+    "The data couldn't be read because it isn't in the correct format: ";
+
+}  // namespace
+
 void failDecoding(const std::string& what) {
     throw Failure(
-        Error{std::string(errors::decodingDomain), 1,
-              "The data couldn't be read because it isn't in the correct format: " + what});
+        Error{std::string(errors::decodingDomain), 1, std::string(decodingSentence) + what});
+}
+
+std::string decodingReason(const Error& error) {
+    std::string_view reason = error.description;
+    if (reason.starts_with(decodingSentence)) reason.remove_prefix(decodingSentence.size());
+    return std::string(reason);
 }
 
 }  // namespace quillstow::json

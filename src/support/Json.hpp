@@ -23,4 +23,7 @@ Value read(std::string_view text);
 // Throws Failure of the domain "Decoding": a malformed, mistyped or incomplete document.
 [[noreturn]] void failDecoding(const std::string& what);
 
+// What a decoding failure says was wrong, without the sentence that every one begins with.
+std::string decodingReason(const Error& error);
+
 }  // namespace quillstow::json

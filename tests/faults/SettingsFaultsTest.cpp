@@ -59,6 +59,33 @@ TEST_F(SettingsFaultsTest, AFailedWriteKeepsTheStateInMemoryAndTheOldFilesWhole)
     }
 }
 
+TEST_F(SettingsFaultsTest, TheBackupIsWholeEvenWhenTheDiskFillsUpWhileItIsWritten) {
+    TmpfsMount settings(root / "settings", 1 << 20);
+    BackupPair pair;
+    pair.id = Uuid::random();
+    pair.name = std::string(100, 'n');
+    pair.sourceURL = "/home/ana/" + std::string(100, 's');
+    pair.destinationURL = "/media/ana/Drive";
+    const std::string oldBackup = json::write(toJson(ConfigFile{{pair}, AppConfig{}}));
+    writeFile(settings.path() / "config.json.backup", oldBackup);
+    const std::string config =
+        json::write(toJson(ConfigFile{std::vector<BackupPair>(400, pair), AppConfig{}}));
+    writeFile(settings.path() / "config.json", config);
+    // Less room than a copy of config.json takes, even with the old backup gone.
+    writeFile(settings.path() / "filler",
+              std::string(fs::space(settings.path()).available - config.size() / 2, 'f'));
+    ManualClock clock;
+    VirtualMainQueue queue(clock);
+    InMemoryUserDefaults defaults;
+    ConfigStore store(settings.path(), queue, defaults);
+
+    store.addPair(pair);
+
+    EXPECT_TRUE(readFile(settings.path() / "config.json.backup") == oldBackup);
+    EXPECT_TRUE(readFile(settings.path() / "config.json") == config);
+    EXPECT_EQ(store.pairs().size(), 401u);
+}
+
 TEST_F(SettingsFaultsTest, AFolderThatCannotBeMadeIsLoggedAndTheProgramGoesOn) {
     TmpfsMount parent(root / "ro", 1 << 20);
     parent.remountReadOnly();

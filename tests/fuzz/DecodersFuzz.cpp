@@ -1,6 +1,7 @@
 // libFuzzer target for everything the program reads from disk: the settings, the log, the user
 // defaults' values, bookmarks, and the text forms inside them. A decode may fail, never crash;
-// and what decodes must survive being written and read again unchanged.
+// what decodes must survive being written and read again unchanged; no pair of the settings is
+// ever lost; and the log's streaming reader agrees with a reader of the whole document.
 
 #include <cstdint>
 #include <cstdlib>
@@ -8,6 +9,7 @@
 
 #include "model/BookmarkManager.hpp"
 #include "model/ConfigFile.hpp"
+#include "model/EventLogReader.hpp"
 #include "support/Dates.hpp"
 #include "support/FileUrl.hpp"
 
@@ -25,6 +27,42 @@ void roundTrip(const json::Value& value, Decode decode) {
     }
     const Decoded again = decode(json::read(json::write(toJson(decoded))));
     if (!(again == decoded)) std::abort();
+    // Nothing has been set since reading, so no kept value may be forgotten.
+    if constexpr (requires { decoded.keptValues; }) {
+        Decoded settled = decoded;
+        coding::forgetOverwrittenValues(settled);
+        if (!(settled == decoded)) std::abort();
+    }
+}
+
+// Every entry of the file's list of pairs is read or kept, and written again.
+void expectNoPairLost(const json::Value& value) {
+    ConfigFile file;
+    try {
+        coding::DecodingNotes notes;
+        file = configFileFromJson(value, &notes);
+    } catch (const Failure&) {
+        return;
+    }
+    const std::size_t entries = value["pairs"].size();
+    if (file.pairs.size() + file.unreadablePairs.size() != entries) std::abort();
+    if (toJson(file)["pairs"].size() != entries) std::abort();
+}
+
+// What a reader of the whole document takes, the streaming reader takes too, newest last.
+void expectTheLogReadersAgree(const std::string& text, const json::Value& value) {
+    std::vector<BackupEvent> whole;
+    try {
+        whole = eventLogFromJson(value);
+    } catch (const Failure&) {
+        return;
+    }
+    for (const std::size_t keep : {std::size_t(0), std::size_t(2), std::size_t(500)}) {
+        const auto from = whole.size() > keep ? whole.end() - std::ptrdiff_t(keep) : whole.begin();
+        if (readNewestEvents(text, keep) != std::vector<BackupEvent>(from, whole.end())) {
+            std::abort();
+        }
+    }
 }
 
 }  // namespace
@@ -44,12 +82,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     } catch (const BackupFailure&) {
     }
 
+    try {
+        (void)readNewestEvents(text, 2);
+    } catch (const Failure&) {
+    }
+
     json::Value value;
     try {
         value = json::read(text);
     } catch (const Failure&) {
         return 0;
     }
+    expectNoPairLost(value);
+    expectTheLogReadersAgree(text, value);
     roundTrip<ConfigFile>(value, [](const json::Value& v) { return configFileFromJson(v); });
     roundTrip<std::vector<BackupEvent>>(value,
                                         [](const json::Value& v) { return eventLogFromJson(v); });

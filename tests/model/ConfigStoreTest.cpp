@@ -1,11 +1,13 @@
-// The settings, pairs and log in their files: first run, damage and recovery, trimming, the
-// coalesced log write, and observers.
+// The settings, pairs and log in their files: first run, damage and recovery, odd values kept
+// for a newer version, trimming, the coalesced log write, and observers.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <unistd.h>
+
+#include <random>
 
 #include "LogCapture.hpp"
 #include "TestTree.hpp"
@@ -64,6 +66,120 @@ class WriteCounter {
     int fd_;
     std::vector<std::string> seen_;
 };
+
+// Settings mutated one value at a time, for the property test below.
+constexpr std::uint64_t seed = 20260301;
+constexpr int mutationCount = 200;
+
+std::vector<BackupPair> everyKindOfPair() {
+    std::vector<BackupPair> pairs(4);
+    const Date created = sys_days{2026y / March / 1} + 9h;
+    for (std::size_t i = 0; i < pairs.size(); ++i) {
+        BackupPair& pair = pairs[i];
+        pair.id = Uuid::random();
+        pair.name = "Pair " + std::to_string(i);
+        pair.sourceURL = "/home/ana/Source " + std::to_string(i) + "/";
+        pair.destinationURL = "/media/ana/Drive/";
+        pair.createdAt = created + hours(i);
+        pair.profile = backupProfileNames[i].first;
+        if (i % 2 == 1) {
+            pair.sourceBookmark = base64::Bytes{1, 2, std::uint8_t(i)};
+            pair.destinationBookmark = base64::Bytes{};
+            pair.lastBackupAt = created + days(i);
+            pair.lastBackupFileCount = std::int64_t(i) * 10;
+            pair.lastBackupByteCount = std::int64_t(i) << 40;
+            pair.offsiteURL = "/home/ana/Cloud/";
+            pair.offsiteBookmark = base64::Bytes{9};
+            pair.lastOffsiteAt = created;
+            pair.lastOffsiteFileCount = 0;
+            pair.isEnabled = false;
+            pair.didSuggestProfile = true;
+        }
+    }
+    return pairs;
+}
+
+// Values that a newer version, an outside hand or a damaged disk might leave under any key.
+json::Value oddValue(std::mt19937_64& random) {
+    static const char* const texts[] = {
+        "[]",
+        "{}",
+        "null",
+        "true",
+        "0",
+        "-1",
+        "1.5",
+        "-0.0",
+        "9223372036854775807",
+        "9223372036854775808",
+        "18446744073709551616",
+        "1e300",
+        R"("")",
+        R"("cinema")",
+        R"("1hr")",
+        R"("film")",
+        R"("2hr")",
+        R"("http://nas.local/ana/")",
+        R"("home/ana/relative")",
+        R"("file:///home/ana/100%zz/")",
+        R"("file:///home/ana/%00/")",
+        R"("file://localhost/home/ana/")",
+        R"("not base64!")",
+        R"("AAEC/w==")",
+        R"("2026-03-01")",
+        R"("2026-03-01T10:30:00+01:00")",
+        R"("e621e1f8-c36c-495a-93fc-0c247a3e6e5f")",
+        R"("\u00A0Documents\u3000")",
+        R"([1, "two", {"three": [null]}])",
+        R"({"future": {"nested": true}})",
+    };
+    return json::read(texts[random() % std::size(texts)]);
+}
+
+struct Mutation {
+    std::string where;                     // for the failure message
+    std::optional<std::size_t> pairIndex;  // nothing for the settings
+    std::string key;                       // empty when the whole pair is replaced
+};
+
+// One value set, removed or added somewhere in the document; returns where.
+Mutation mutate(json::Value& file, std::mt19937_64& random) {
+    Mutation mutation;
+    json::Value* holder = &file["appConfig"];
+    if (random() % 5 != 0) {
+        mutation.pairIndex = random() % file["pairs"].size();
+        holder = &file["pairs"][*mutation.pairIndex];
+    }
+    const json::Value value = oddValue(random);
+    if (mutation.pairIndex && random() % 10 == 0) {
+        *holder = value;
+        mutation.where = "pair " + std::to_string(*mutation.pairIndex) + " = " + value.dump();
+        return mutation;
+    }
+    std::vector<std::string> keys{"futureKey"};
+    for (const auto& [key, ignored] : holder->items())
+        keys.push_back(key);
+    mutation.key = keys[random() % keys.size()];
+    const bool removes = random() % 4 == 0;
+    if (removes) {
+        holder->erase(mutation.key);
+    } else {
+        (*holder)[mutation.key] = value;
+    }
+    mutation.where = (mutation.pairIndex ? "pair " + std::to_string(*mutation.pairIndex)
+                                         : std::string("appConfig")) +
+                     "." + mutation.key + (removes ? " removed" : " = " + value.dump());
+    return mutation;
+}
+
+// Every key of `before` but `except` stands unchanged in `after`.
+void expectOtherFieldsKept(const json::Value& before, const json::Value& after,
+                           const std::string& except, const std::string& where) {
+    for (const auto& [key, value] : before.items()) {
+        if (key == except) continue;
+        EXPECT_EQ(after.value(key, json::Value()), value) << where << ": " << key;
+    }
+}
 
 class ConfigStoreTest : public ::testing::Test {
   protected:
@@ -162,11 +278,16 @@ TEST_F(ConfigStoreTest, ADamagedConfigIsRecoveredFromTheBackupAndRewritten) {
     EXPECT_EQ(log.records()[1].level, LogLevel::standard);
     EXPECT_EQ(configFileFromJson(json::read(readFile(folder / "config.json"))).pairs,
               std::vector<BackupPair>{pair});
-    // The first save copied the damaged file over the backup.
-    EXPECT_EQ(readFile(folder / "config.json.backup"), "{\"pairs\": [");
+    // A damaged file is never copied over the good backup, neither now nor at the next save.
+    const auto backupPairs = [&] {
+        return configFileFromJson(json::read(readFile(folder / "config.json.backup"))).pairs;
+    };
+    EXPECT_EQ(backupPairs(), std::vector<BackupPair>{pair});
+    store->addPair(pairNamed("Photos"));
+    EXPECT_EQ(backupPairs(), std::vector<BackupPair>{pair});
 }
 
-TEST_F(ConfigStoreTest, EveryKindOfDamageTakesTheRecoveryPath) {
+TEST_F(ConfigStoreTest, ADocumentThatCannotBeReadTakesTheRecoveryPath) {
     const json::Value good = toJson(ConfigFile{{pairNamed("Film")}, AppConfig{}});
     const auto damaged = [&](const std::function<void(json::Value&)>& damage) {
         json::Value value = good;
@@ -177,15 +298,9 @@ TEST_F(ConfigStoreTest, EveryKindOfDamageTakesTheRecoveryPath) {
         {"truncated", json::write(good).substr(0, 100)},
         {"not JSON", "config, but not as we know it"},
         {"empty", ""},
-        {"wrong type", damaged([](auto& v) { v["appConfig"]["launchAtLogin"] = "yes"; })},
-        {"unknown case", damaged([](auto& v) { v["appConfig"]["backupInterval"] = "2hr"; })},
-        {"missing key", damaged([](auto& v) { v["appConfig"].erase("launchAtLogin"); })},
-        {"bad UUID", damaged([](auto& v) { v["pairs"][0]["id"] = "E621E1F8"; })},
-        {"bad date", damaged([](auto& v) { v["pairs"][0]["createdAt"] = "yesterday"; })},
-        {"relative URL", damaged([](auto& v) { v["pairs"][0]["sourceURL"] = "home/ana"; })},
-        {"non-file URL", damaged([](auto& v) { v["pairs"][0]["sourceURL"] = "smb://nas/ana"; })},
-        {"bad base64", damaged([](auto& v) { v["pairs"][0]["sourceBookmark"] = "%%%"; })},
+        {"not an object", "[]"},
         {"no pairs", damaged([](auto& v) { v.erase("pairs"); })},
+        {"pairs not a list", damaged([](auto& v) { v["pairs"] = "none"; })},
         {"deep nesting", std::string(100000, '[')},
     };
     const BackupPair rescued = pairNamed("Rescued");
@@ -199,6 +314,107 @@ TEST_F(ConfigStoreTest, EveryKindOfDamageTakesTheRecoveryPath) {
         const auto messages = caseLog.messages("ConfigStore");
         EXPECT_EQ(messages.size(), 2u) << name;
         EXPECT_EQ(messages.back(), "Recovered from config.json.backup") << name;
+    }
+}
+
+TEST_F(ConfigStoreTest, AnOddValueNeverCostsAPairAndStandsAsItWasInTheNextSave) {
+    struct Case {
+        const char* name;
+        const char* key;    // of the middle pair, or of the settings with "appConfig."
+        std::string value;  // JSON text
+    };
+    const Case cases[] = {
+        {"a profile of a newer version", "profile", R"("cinema")"},
+        {"an http source", "sourceURL", R"("http://nas.local/ana/Film/")"},
+        {"a relative destination", "destinationURL", R"("media/ana/Drive")"},
+        {"a bad percent escape", "offsiteURL", R"("file:///home/ana/100%zz/")"},
+        {"a count above 64 bits", "lastBackupByteCount", "18446744073709551616"},
+        {"a bookmark that is not base64", "sourceBookmark", R"("not base64!")"},
+        {"a key of a newer version", "excludedFolders", R"(["node_modules"])"},
+        {"an unknown backup interval", "appConfig.backupInterval", R"("2hr")"},
+        {"settings without a required key", "appConfig.launchAtLogin", ""},
+    };
+    BackupPair middle = pairNamed("Middle");
+    middle.offsiteURL = "/home/ana/Cloud";
+    middle.lastBackupByteCount = 12;
+    middle.sourceBookmark = base64::Bytes{1, 2, 3};
+    const std::vector<BackupPair> pairs{pairNamed("First"), middle, pairNamed("Last")};
+    for (const auto& [name, key, value] : cases) {
+        fs::remove_all(folder);
+        json::Value file = toJson(ConfigFile{pairs, AppConfig{}});
+        const std::string_view where(key);
+        json::Value& holder =
+            where.starts_with("appConfig.") ? file["appConfig"] : file["pairs"][1];
+        const std::string field(where.substr(where.find('.') + 1));
+        if (value.empty()) {
+            holder.erase(field);
+        } else {
+            holder[field] = "odd value";
+        }
+        std::string text = json::write(file);
+        if (!value.empty()) text.replace(text.find("\"odd value\""), 11, value);
+        writeFile(folder / "config.json", text);
+        LogCapture caseLog;
+
+        auto store = open();
+        EXPECT_THAT(store->pairs(), Contains(pairs[0])) << name;
+        EXPECT_THAT(store->pairs(), Contains(pairs[2])) << name;
+        const auto messages = caseLog.messages("ConfigStore");
+        EXPECT_THAT(messages, Contains(HasSubstr("\"" + field + "\""))) << name;
+        store->save();
+
+        const json::Value saved = json::read(readFile(folder / "config.json"));
+        ASSERT_EQ(saved["pairs"].size(), 3u) << name;
+        const json::Value& savedHolder =
+            where.starts_with("appConfig.")
+                ? saved["appConfig"]
+                : *std::find_if(saved["pairs"].begin(), saved["pairs"].end(),
+                                [&](auto& pair) { return pair["id"] == middle.id.text(); });
+        if (!value.empty()) {
+            EXPECT_EQ(savedHolder[field], json::read(value)) << name;
+        }
+        EXPECT_EQ(open()->pairs(), store->pairs()) << name;
+    }
+}
+
+TEST_F(ConfigStoreTest, AValueSetByTheUserReplacesTheKeptOneForGood) {
+    json::Value file = toJson(ConfigFile{{pairNamed("Film")}, AppConfig{}});
+    file["appConfig"]["backupInterval"] = "2hr";
+    writeFile(folder / "config.json", json::write(file));
+    auto store = open();
+    const auto savedInterval = [&] {
+        return json::read(readFile(folder / "config.json"))["appConfig"]["backupInterval"];
+    };
+    store->save();
+    EXPECT_EQ(savedInterval(), "2hr");
+
+    AppConfig config = store->appConfig();
+    config.backupInterval = BackupInterval::thirtyMinutes;
+    store->setAppConfig(config);
+    store->save();
+    EXPECT_EQ(savedInterval(), "30min");
+    config.backupInterval = BackupInterval::hourly;
+    store->setAppConfig(config);
+    store->save();
+    EXPECT_EQ(savedInterval(), "1hr");
+}
+
+TEST_F(ConfigStoreTest, AConfigThatCannotBeReadNeverCostsTheBackupThatCan) {
+    const std::vector<std::pair<const char*, std::function<void(const fs::path&)>>> cases{
+        {"a folder in its place", [](const fs::path& config) { makeFolder(config / "x"); }},
+        {"a link to itself", [](const fs::path& config) { makeLink(config, config); }},
+        {"gone", [](const fs::path&) {}},
+    };
+    const BackupPair pair = pairNamed("Film");
+    for (const auto& [name, damage] : cases) {
+        fs::remove_all(folder);
+        writeGoodConfig(folder / "config.json.backup", {pair});
+        damage(folder / "config.json");
+        for (int exit = 1; exit <= 3; ++exit) {
+            auto store = open();
+            EXPECT_EQ(store->pairs(), std::vector<BackupPair>{pair}) << name << ", start " << exit;
+            store->save();
+        }
     }
 }
 
@@ -359,6 +575,57 @@ TEST_F(ConfigStoreTest, ObserversAreToldOfEveryChange) {
     pairs.cancel();
     store->addPair(pairNamed("B"));
     EXPECT_EQ(pairChanges, 3);
+}
+
+// Whatever one value of config.json holds, every other pair loads as it was, the odd pair keeps
+// its other fields, and a save keeps every pair. The mutations come from one seed, so a failure
+// names the mutation that replays it.
+TEST_F(ConfigStoreTest, OneOddValueNeverCostsAnotherPairOrAField) {
+    const std::vector<BackupPair> pairs = everyKindOfPair();
+    AppConfig settings;
+    settings.backupInterval = BackupInterval::fourHours;
+    settings.bandwidthMode = BandwidthMode::quiet;
+    const json::Value good = toJson(ConfigFile{pairs, settings});
+    std::mt19937_64 random(seed);
+
+    for (int i = 0; i < mutationCount; ++i) {
+        json::Value file = good;
+        const Mutation mutation = mutate(file, random);
+        const std::string where = "mutation " + std::to_string(i) + ": " + mutation.where;
+        fs::remove_all(folder);
+        writeFile(folder / "config.json", json::write(file));
+
+        auto store = open();
+        for (std::size_t p = 0; p < pairs.size(); ++p) {
+            if (mutation.pairIndex == p) continue;
+            EXPECT_THAT(store->pairs(), Contains(pairs[p])) << where;
+        }
+        if (mutation.pairIndex && !mutation.key.empty() && mutation.key != "id") {
+            const auto odd = std::find_if(
+                store->pairs().begin(), store->pairs().end(),
+                [&](const BackupPair& pair) { return pair.id == pairs[*mutation.pairIndex].id; });
+            if (odd != store->pairs().end()) {
+                expectOtherFieldsKept(good["pairs"][*mutation.pairIndex], toJson(*odd),
+                                      mutation.key, where);
+            }
+        }
+        if (!mutation.pairIndex) {
+            expectOtherFieldsKept(good["appConfig"], toJson(store->appConfig()), mutation.key,
+                                  where);
+        }
+
+        store->save();
+        const json::Value saved = json::read(readFile(folder / "config.json"));
+        ASSERT_EQ(saved["pairs"].size(), pairs.size()) << where;
+        for (std::size_t p = 0; p < pairs.size(); ++p) {
+            if (mutation.pairIndex != p) {
+                EXPECT_THAT(saved["pairs"], Contains(good["pairs"][p])) << where;
+            }
+        }
+        const auto again = open();
+        EXPECT_EQ(again->pairs(), store->pairs()) << where;
+        EXPECT_EQ(again->appConfig(), store->appConfig()) << where;
+    }
 }
 
 TEST(DefaultSettingsFolder, FollowsXdgConfigHomeAndIgnoresARelativeOne) {

@@ -1,6 +1,7 @@
-// The JSON shape of the settings and the log: what is written, what is read, and what fails
-// the whole document.
+// The JSON shape of the settings and the log: what is written, what is read around, what is
+// kept for a newer version, and what fails a whole record.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "TestTree.hpp"
@@ -12,6 +13,9 @@ namespace {
 
 using namespace testing;
 using namespace std::chrono;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 json::Value minimalPair() {
     return json::Value{
@@ -31,6 +35,39 @@ json::Value minimalConfig() {
         {"launchAtLogin", true},
         {"hasCompletedOnboarding", false},
     };
+}
+
+// One value of a record set, or its key removed for null.
+json::Value with(json::Value record, const char* key, const json::Value& value) {
+    if (value.is_null()) {
+        record.erase(key);
+    } else {
+        record[key] = value;
+    }
+    return record;
+}
+
+struct OddValue {
+    const char* key;
+    json::Value value;    // null: the key is missing
+    json::Value readAs;   // the field's encoding after reading; null: nothing
+    json::Value written;  // what a write puts under the key; null: nothing
+};
+
+// Reads `good` with the odd value in it: the record reads around it, says so, and writes back
+// what it could not use, all its other fields unchanged.
+template <typename Decode>
+void expectReadAroundAndWrittenBack(const json::Value& good, const OddValue& odd, Decode decode) {
+    const std::string where = std::string(odd.key) + " = " + odd.value.dump();
+    coding::DecodingNotes notes;
+    const auto decoded = decode(with(good, odd.key, odd.value), &notes);
+    const json::Value fields = toJson(decode(good, nullptr));
+    auto plain = decoded;
+    plain.keptValues = {};
+    EXPECT_EQ(toJson(plain), with(fields, odd.key, odd.readAs)) << where;
+    EXPECT_EQ(toJson(decoded), with(fields, odd.key, odd.written)) << where;
+    EXPECT_THAT(notes, Contains(HasSubstr(std::string("\"") + odd.key + "\""))) << where;
+    EXPECT_EQ(decode(toJson(decoded), nullptr), decoded) << where;
 }
 
 void expectDecodingFailure(const std::function<void()>& decode, const std::string& why) {
@@ -63,22 +100,24 @@ TEST(AppConfigCoding, RoundTripsEveryCase) {
     }
 }
 
-TEST(AppConfigCoding, FailsOnAMissingRequiredKeyOrAnUnknownCase) {
-    for (const char* key :
-         {"backupInterval", "notificationLevel", "launchAtLogin", "hasCompletedOnboarding"}) {
-        json::Value value = minimalConfig();
-        value.erase(key);
-        expectDecodingFailure([&] { appConfigFromJson(value); }, std::string("no ") + key);
+TEST(AppConfigCoding, AnOddValueTakesTheFreshValueAndIsWrittenBackAsItStood) {
+    const OddValue cases[] = {
+        {"backupInterval", "2hr", "1hr", "2hr"},
+        {"backupInterval", nullptr, "1hr", "1hr"},
+        {"notificationLevel", "loud", "errorsOnly", "loud"},
+        {"launchAtLogin", 1, true, 1},
+        {"launchAtLogin", nullptr, true, true},
+        {"hasCompletedOnboarding", "yes", false, "yes"},
+        {"trashReminderEnabled", "no", true, "no"},
+        {"bandwidthMode", "turbo", "auto", "turbo"},
+        {"futureSetting", {{"on", true}}, nullptr, {{"on", true}}},
+    };
+    for (const auto& odd : cases) {
+        expectReadAroundAndWrittenBack(
+            minimalConfig(), odd,
+            [](const json::Value& value, auto notes) { return appConfigFromJson(value, notes); });
     }
-    json::Value unknown = minimalConfig();
-    unknown["bandwidthMode"] = "turbo";
-    expectDecodingFailure([&] { appConfigFromJson(unknown); }, "unknown mode");
-    json::Value wrongType = minimalConfig();
-    wrongType["launchAtLogin"] = 1;
-    expectDecodingFailure([&] { appConfigFromJson(wrongType); }, "a number for a boolean");
-    json::Value nullRequired = minimalConfig();
-    nullRequired["backupInterval"] = nullptr;
-    expectDecodingFailure([&] { appConfigFromJson(nullRequired); }, "null for a required key");
+    expectDecodingFailure([] { appConfigFromJson("1hr"); }, "not an object");
 }
 
 TEST(BackupPairCoding, OlderPairsReadAsStandardNotYetSuggested) {
@@ -129,53 +168,92 @@ TEST(BackupPairCoding, RoundTripsEveryFieldAndLosesOnlyFractionsOfDates) {
     EXPECT_EQ(decoded, pair);
 }
 
-TEST(BackupPairCoding, FailsOnEveryKindOfBadValue) {
-    const std::vector<std::pair<const char*, json::Value>> bad{
-        {"id", "not-a-uuid"},
-        {"id", 7},
-        {"sourceURL", "relative/path"},
-        {"sourceURL", "https://example.com/"},
-        {"destinationURL", "/no/scheme"},
-        {"createdAt", "2026-03-01"},
-        {"createdAt", "2026-03-01T09:30:00.5Z"},
-        {"sourceBookmark", "not base64!"},
-        {"lastBackupFileCount", 1.5},
-        {"lastBackupByteCount", "12"},
-        {"profile", "cinema"},
-        {"didSuggestProfile", "yes"},
-        {"isEnabled", nullptr},
+TEST(BackupPairCoding, AnOddValueTakesItsDefaultAndIsWrittenBackAsItStood) {
+    const OddValue cases[] = {
+        {"profile", "cinema", "standard", "cinema"},
+        {"didSuggestProfile", "yes", false, "yes"},
+        // A pair whose switch can't be read waits for the user.
+        {"isEnabled", "yes", false, "yes"},
+        {"isEnabled", nullptr, false, false},
+        {"createdAt", "2026-03-01", "1970-01-01T00:00:00Z", "2026-03-01"},
+        {"createdAt", "2026-03-01T09:30:00.5Z", "1970-01-01T00:00:00Z", "2026-03-01T09:30:00.5Z"},
+        {"sourceBookmark", "not base64!", nullptr, "not base64!"},
+        {"lastBackupFileCount", 1.5, nullptr, 1.5},
+        {"lastBackupByteCount", "12", nullptr, "12"},
+        {"lastBackupByteCount", json::read("18446744073709551616"), nullptr,
+         json::read("18446744073709551616")},
+        {"offsiteURL", "https://example.com/", nullptr, "https://example.com/"},
+        {"offsiteURL", "file:///home/ana/100%zz/", nullptr, "file:///home/ana/100%zz/"},
+        {"lastOffsiteAt", 7, nullptr, 7},
+        {"excludedFolders", {"node_modules"}, nullptr, {"node_modules"}},
     };
-    for (const auto& [key, value] : bad) {
-        json::Value pair = minimalPair();
-        pair[key] = value;
-        expectDecodingFailure([&] { backupPairFromJson(pair); },
-                              std::string(key) + " = " + value.dump());
-    }
-    for (const char* key :
-         {"id", "name", "sourceURL", "destinationURL", "isEnabled", "createdAt"}) {
-        json::Value pair = minimalPair();
-        pair.erase(key);
-        expectDecodingFailure([&] { backupPairFromJson(pair); }, std::string("no ") + key);
+    for (const auto& odd : cases) {
+        expectReadAroundAndWrittenBack(
+            minimalPair(), odd,
+            [](const json::Value& value, auto notes) { return backupPairFromJson(value, notes); });
     }
 }
 
-TEST(ConfigFileCoding, OneBadPairFailsTheWholeFile) {
-    json::Value file{{"pairs", json::Value::array({minimalPair(), minimalPair()})},
-                     {"appConfig", minimalConfig()}};
-    EXPECT_EQ(configFileFromJson(file).pairs.size(), 2u);
-    file["pairs"][1]["profile"] = "cinema";
-    expectDecodingFailure([&] { configFileFromJson(file); }, "the second pair is bad");
-    expectDecodingFailure(
-        [&] {
-            configFileFromJson(json::Value{{"pairs", json::Value::array()}});
-        },
-        "no appConfig");
-    expectDecodingFailure([&] { configFileFromJson(json::Value::array()); }, "not an object");
-    expectDecodingFailure(
-        [&] {
-            configFileFromJson(json::Value{{"pairs", 1}, {"appConfig", minimalConfig()}});
-        },
-        "pairs is no array");
+TEST(BackupPairCoding, FailsWhenThePairCantBeToldApartOrPlaced) {
+    const std::pair<const char*, json::Value> cases[] = {
+        {"id", "not-a-uuid"},
+        {"id", 7},
+        {"id", nullptr},
+        {"name", 7},
+        {"name", nullptr},
+        {"sourceURL", "relative/path"},
+        {"sourceURL", "https://example.com/"},
+        {"sourceURL", "file:///home/ana/100%zz/"},
+        {"destinationURL", "/no/scheme"},
+        {"destinationURL", nullptr},
+    };
+    for (const auto& [key, value] : cases) {
+        expectDecodingFailure([&] { backupPairFromJson(with(minimalPair(), key, value)); },
+                              std::string(key) + " = " + value.dump());
+    }
+    expectDecodingFailure([] { backupPairFromJson(json::Value::array()); }, "not an object");
+}
+
+TEST(ConfigFileCoding, APairThatCantBeReadStaysAsItStoodAndCostsNoOther) {
+    const json::Value unreadable = with(minimalPair(), "sourceURL", "smb://nas/ana");
+    const json::Value file{
+        {"pairs", {minimalPair(), unreadable, with(minimalPair(), "profile", "cinema"), 7}},
+        {"appConfig", minimalConfig()},
+    };
+    coding::DecodingNotes notes;
+    const ConfigFile decoded = configFileFromJson(file, &notes);
+    EXPECT_EQ(decoded.pairs.size(), 2u);
+    EXPECT_THAT(notes, Contains(StartsWith("pair 2: kept as it stands, unread: ")));
+    EXPECT_THAT(notes, Contains(StartsWith("pair 4: kept as it stands, unread: ")));
+    const json::Value written = toJson(decoded)["pairs"];
+    ASSERT_EQ(written.size(), 4u);
+    EXPECT_EQ(written[2], unreadable);
+    EXPECT_EQ(written[3], 7);
+    EXPECT_EQ(configFileFromJson(toJson(decoded)), decoded);
+}
+
+TEST(ConfigFileCoding, SettingsThatCantBeReadCostNoPair) {
+    const OddValue cases[] = {
+        {"appConfig", nullptr, toJson(AppConfig{}), toJson(AppConfig{})},
+        {"appConfig", "hourly", toJson(AppConfig{}), "hourly"},
+        {"futureDocumentKey", {1, 2}, nullptr, {1, 2}},
+    };
+    const json::Value file{{"pairs", {minimalPair()}}, {"appConfig", minimalConfig()}};
+    for (const auto& odd : cases) {
+        expectReadAroundAndWrittenBack(file, odd, [](const json::Value& value, auto notes) {
+            const ConfigFile decoded = configFileFromJson(value, notes);
+            EXPECT_EQ(decoded.pairs.size(), 1u);
+            return decoded;
+        });
+    }
+    const std::pair<const char*, json::Value> unusable[] = {
+        {"not an object", json::Value::array()},
+        {"no pairs", with(file, "pairs", nullptr)},
+        {"pairs not a list", with(file, "pairs", "none")},
+    };
+    for (const auto& [name, value] : unusable) {
+        expectDecodingFailure([&] { configFileFromJson(value); }, name);
+    }
 }
 
 TEST(EventLogCoding, RoundTripsAndAcceptsEveryType) {
@@ -258,6 +336,9 @@ TEST(EventLogReading, FailsOnAnythingButAList) {
         expectDecodingFailure([&] { readNewestEvents(text, 500); }, name);
     }
     EXPECT_TRUE(readNewestEvents(std::string_view(" [ \r\n\t] "), 500).empty());
+    // As for the parser, a NUL byte outside a string ends the text, as after a crash.
+    EXPECT_TRUE(readNewestEvents(std::string_view("[]\0\0x", 5), 500).empty());
+    expectDecodingFailure([] { readNewestEvents(std::string_view("[\0]", 3), 500); }, "NUL");
 }
 
 TEST(SanitizedFolderName, RemovesWhatCouldLeaveTheFolder) {

@@ -22,9 +22,9 @@
 #include "control/BackupServices.hpp"
 #include "copy/Debouncer.hpp"
 #include "copy/FileCopier.hpp"
-#include "copy/FileInfo.hpp"
 #include "model/BackupStatus.hpp"
 #include "model/ConfigStore.hpp"
+#include "support/FileInfo.hpp"
 #include "support/Logger.hpp"
 
 namespace quillstow {

@@ -3,11 +3,11 @@
 #include <ctime>
 #include <unordered_set>
 
-#include "copy/FileInfo.hpp"
 #include "copy/FileTransfer.hpp"
 #include "copy/PathRules.hpp"
-#include "copy/TreeWalk.hpp"
+#include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
+#include "support/TreeWalk.hpp"
 #include "support/Uuid.hpp"
 
 namespace quillstow {

@@ -6,13 +6,13 @@
 
 #include "copy/Checkpoint.hpp"
 #include "copy/DeletionArchive.hpp"
-#include "copy/FileInfo.hpp"
 #include "copy/FileTransfer.hpp"
 #include "copy/PathRules.hpp"
 #include "copy/ProfileRecommendation.hpp"
 #include "copy/SourceListing.hpp"
 #include "copy/SwapBatch.hpp"
 #include "environment/MountTable.hpp"
+#include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
 
 namespace quillstow {

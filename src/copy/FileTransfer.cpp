@@ -4,10 +4,10 @@
 
 #include <cerrno>
 
-#include "copy/FileInfo.hpp"
-#include "copy/TreeWalk.hpp"
 #include "model/Results.hpp"
+#include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
+#include "support/TreeWalk.hpp"
 #include "support/Uuid.hpp"
 
 namespace quillstow::transfer {

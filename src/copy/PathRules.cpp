@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "copy/FileInfo.hpp"
 #include "environment/MountTable.hpp"
+#include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
 
 namespace quillstow {

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "copy/TreeWalk.hpp"
 #include "support/Paths.hpp"
+#include "support/TreeWalk.hpp"
 
 namespace quillstow {
 

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "copy/FileInfo.hpp"
+#include "support/FileInfo.hpp"
 
 namespace quillstow {
 

@@ -1,8 +1,8 @@
 #include "copy/SourceListing.hpp"
 
 #include "copy/FileTransfer.hpp"
-#include "copy/TreeWalk.hpp"
 #include "support/Paths.hpp"
+#include "support/TreeWalk.hpp"
 
 namespace quillstow {
 

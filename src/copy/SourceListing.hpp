@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "copy/ExclusionFilter.hpp"
-#include "copy/FileInfo.hpp"
+#include "support/FileInfo.hpp"
 
 namespace quillstow {
 

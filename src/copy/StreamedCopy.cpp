@@ -7,11 +7,11 @@
 #include <cerrno>
 #include <optional>
 
-#include "copy/FileInfo.hpp"
 #include "copy/FileTransfer.hpp"
 #include "support/AtomicFile.hpp"
 #include "support/ByteCount.hpp"
 #include "support/Error.hpp"
+#include "support/FileInfo.hpp"
 
 namespace quillstow {
 

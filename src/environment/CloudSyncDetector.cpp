@@ -3,8 +3,8 @@
 #include <array>
 #include <set>
 
-#include "copy/TreeWalk.hpp"
 #include "support/Paths.hpp"
+#include "support/TreeWalk.hpp"
 
 namespace quillstow::CloudSyncDetector {
 

@@ -12,10 +12,10 @@
 #include <fstream>
 
 #include "copy/ExclusionFilter.hpp"
-#include "copy/FileInfo.hpp"
-#include "copy/TreeWalk.hpp"
 #include "model/BackupError.hpp"
+#include "support/FileInfo.hpp"
 #include "support/Logger.hpp"
+#include "support/TreeWalk.hpp"
 
 namespace quillstow {
 

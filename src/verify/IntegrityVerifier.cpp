@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <memory>
 
-#include "copy/FileInfo.hpp"
 #include "model/Coding.hpp"
 #include "support/AtomicFile.hpp"
+#include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
 
 namespace quillstow {

@@ -1,11 +1,11 @@
 #include "verify/OffsiteSyncer.hpp"
 
-#include "copy/FileInfo.hpp"
 #include "copy/FileTransfer.hpp"
 #include "copy/SourceListing.hpp"
-#include "copy/TreeWalk.hpp"
 #include "environment/VolumeSpace.hpp"
+#include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
+#include "support/TreeWalk.hpp"
 #include "support/Uuid.hpp"
 
 namespace quillstow {

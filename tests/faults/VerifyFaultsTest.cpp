@@ -8,8 +8,8 @@
 #include "LogCapture.hpp"
 #include "PrivateMounts.hpp"
 #include "TestTree.hpp"
-#include "copy/FileInfo.hpp"
 #include "environment/VolumeSpace.hpp"
+#include "support/FileInfo.hpp"
 #include "verify/IntegrityVerifier.hpp"
 #include "verify/OffsiteSyncer.hpp"
 

@@ -14,8 +14,8 @@
 #include "LogCapture.hpp"
 #include "Processes.hpp"
 #include "TestTree.hpp"
-#include "copy/FileInfo.hpp"
 #include "support/AtomicFile.hpp"
+#include "support/FileInfo.hpp"
 #include "support/Json.hpp"
 #include "verify/IntegrityVerifier.hpp"
 

@@ -8,7 +8,7 @@
 #include "../copy/FaultyFileSystem.hpp"
 #include "TestTree.hpp"
 #include "copy/ExclusionFilter.hpp"
-#include "copy/FileInfo.hpp"
+#include "support/FileInfo.hpp"
 #include "verify/OffsiteSyncer.hpp"
 
 namespace quillstow {

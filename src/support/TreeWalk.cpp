@@ -1,4 +1,4 @@
-#include "copy/TreeWalk.hpp"
+#include "support/TreeWalk.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>

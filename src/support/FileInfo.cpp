@@ -1,4 +1,4 @@
-#include "copy/FileInfo.hpp"
+#include "support/FileInfo.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "copy/FileInfo.hpp"
+#include "support/FileInfo.hpp"
 
 namespace quillstow {
 

@@ -1,13 +1,12 @@
 #include "control/BackupEngine.hpp"
 
-#include <array>
-
 #include "copy/DeletionArchive.hpp"
 #include "copy/PathRules.hpp"
 #include "copy/SourceListing.hpp"
 #include "environment/VolumeSpace.hpp"
 #include "model/BookmarkManager.hpp"
 #include "model/Tips.hpp"
+#include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
 
 namespace quillstow {
@@ -19,19 +18,26 @@ namespace {
 constexpr const char* mirrorFolderName = "Quillstow";
 constexpr const char* archiveFolderName = ".Quillstow-Trash";
 
-std::string counted(std::int64_t count, const char* singular, const char* plural) {
-    return std::to_string(count) + " " + (count == 1 ? singular : plural);
-}
-
 double secondsBetween(Date earlier, Date later) {
     return std::chrono::duration<double>(later - earlier).count();
 }
 
-// Names inside the bundles and packages that older exclusion rules passed over.
-constexpr std::array<std::string_view, 13> packageMarkers{
-    ".app/",          ".rtfd/",       ".framework/",    ".bundle/", ".xcodeproj/",
-    ".xcworkspace/",  ".playground/", ".pkg/",          ".mpkg/",   ".photoslibrary/",
-    ".musiclibrary/", ".tvlibrary/",  ".imovielibrary/"};
+void deliver(const Notice& notice, Notifier& notifier) {
+    switch (notice.kind) {
+        case Notice::Kind::error:
+            notifier.notifyError(notice.pairName, notice.message.value_or(""));
+            break;
+        case Notice::Kind::trashReminder:
+            notifier.notifyTrashReminder(notice.count);
+            break;
+        case Notice::Kind::volumeLost:
+            notifier.notifyVolumeLost(notice.pairName);
+            break;
+        case Notice::Kind::backupComplete:
+            notifier.notifyBackupComplete(notice.pairName, int(notice.count), notice.message);
+            break;
+    }
+}
 
 }  // namespace
 
@@ -366,99 +372,51 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
 void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths,
                             const BackupResult& result, std::uint64_t generation,
                             std::stop_token stop) {
-    recordPass(paths, result);
-    const bool hasErrors = !result.errors.empty();
-    BackupStatus toShow = BackupStatus::idle();
-    bool driveLeft = false;
-    if (result.abortedDueToVolumeLoss) {
-        toShow = BackupStatus::error(BackupError::partialFailure(0, result.copiedFiles));
-        postNotification([name = pair.name](Notifier& notifier) {
-            notifier.notifyError(
-                name,
-                "Backup aborted — a drive disconnected. Your backups are safe; will retry "
-                "later.");
-        });
-    } else {
-        keepUp(pair, paths, result, stop);
-        // Whoever stopped the run tells what happened: a pulled drive, a time limit.
-        if (stop.stop_requested()) return;
-        // Gone after the copy: every copy would look bad, and none is.
-        driveLeft = hasLeft(paths);
-        if (driveLeft) {
-            toShow = BackupStatus::destinationUnreachable();
-            postEvent(BackupEvent::EventType::volumeLost, std::nullopt);
-            postNotification(
-                [name = pair.name](Notifier& notifier) { notifier.notifyVolumeLost(name); });
-        } else {
-            checkSizes(pair, paths, result);
-            toShow = reportOutcome(pair, result);
-        }
-    }
-    postStatus(toShow, generation);
-
-    if (!driveLeft) remindOfTheTrash(paths);
-    if (!result.abortedDueToVolumeLoss && !hasErrors && !driveLeft) {
-        runOffsiteIfDue(pair, paths, generation, stop);
-    }
+    postFreeSpace(paths);
+    const AfterPass pass = readAfterPass(pair, paths, result, stop);
+    const PassSummary summary = summarize(pass, pair, services_.wallClock.now());
+    post(summary, pair, generation);
+    if (pass.wasStopped) return;
+    if (summary.offsiteDue) runOffsite(pair, paths, generation, stop);
     settle(generation, stop);
 }
 
-void BackupEngine::remindOfTheTrash(const RunPaths& paths) {
-    const auto size = trashSize(paths.archiveRoot);
-    if (!size || *size < trashReminderThreshold) return;
-    postNotification([size = *size](Notifier& notifier) { notifier.notifyTrashReminder(size); });
+AfterPass BackupEngine::readAfterPass(const BackupPair& pair, const RunPaths& paths,
+                                      const BackupResult& result, std::stop_token stop) {
+    AfterPass pass;
+    pass.result = result;
+    if (!result.abortedDueToVolumeLoss) {
+        pass.catchUpGiven = services_.defaults.boolean(packageUpgradeKey(pair.id));
+        pass.sample = keepHashes(paths, result, stop);
+        pass.wasStopped = stop.stop_requested();
+        if (pass.wasStopped) return pass;
+        pass.destinationLeft = hasLeft(paths);
+        if (pass.destinationLeft) return pass;
+        countDifferingSizes(paths, pass);
+        pass.wasThrottling = services_.activityGate.isThrottling();
+        pass.tipCounter = services_.defaults.integer(tipCounterKey);
+    }
+    pass.trashSize = trashSize(paths.archiveRoot);
+    return pass;
 }
 
-void BackupEngine::recordPass(const RunPaths& paths, const BackupResult& result) {
-    postPairUpdate([at = services_.wallClock.now(), files = result.copiedFiles,
-                    bytes = result.bytesTransferred](BackupPair& stored) {
-        stored.lastBackupAt = at;
-        stored.lastBackupFileCount = files;
-        stored.lastBackupByteCount = bytes;
-    });
-
-    if (const auto space = volumes::availableCapacity(paths.chosen)) {
-        std::weak_ptr<BackupEngine> weak = weak_from_this();
-        services_.mainQueue.post([weak, space] {
-            const auto self = weak.lock();
-            if (!self || self->destinationFreeSpace_ == space) return;
-            self->destinationFreeSpace_ = space;
-            self->freeSpaceObservers_.notify(space);
-        });
-    }
-
-    const int errorCount = int(result.errors.size());
-    std::optional<std::string> passMessage;
-    if (result.abortedDueToVolumeLoss) {
-        passMessage =
-            "Backup aborted — a volume disconnected mid-backup. Your existing backups are safe.";
-    } else if (errorCount > 0) {
-        passMessage = counted(errorCount, "file", "files") + " couldn't be copied.";
-    }
-    postEvent(errorCount > 0 ? BackupEvent::EventType::error : BackupEvent::EventType::backup,
-              passMessage, result.copiedFiles, result.bytesTransferred, result.duration);
-}
-
-void BackupEngine::keepUp(const BackupPair& pair, const RunPaths& paths, const BackupResult& result,
-                          std::stop_token stop) {
+std::optional<SampleCheck> BackupEngine::keepHashes(const RunPaths& paths,
+                                                    const BackupResult& result,
+                                                    std::stop_token stop) {
+    IntegrityStage* integrity = services_.integrity;
+    if (!integrity) return std::nullopt;
     if (!result.copiedRelativePaths.empty()) {
-        if (services_.integrity) {
-            services_.integrity->recordHashes(result.copiedRelativePaths, paths.pairFolder, stop);
-        }
-        logCatchUp(pair, result);
+        integrity->recordHashes(result.copiedRelativePaths, paths.pairFolder, stop);
     }
-    if (!pair.didSuggestProfile && result.recommendedProfile != BackupProfile::standard) {
-        suggestProfile(pair, result);
-    }
-    for (const auto& [editor, count] : result.filesDeferredByEditor) {
-        if (count < 1) continue;
-        postEvent(BackupEvent::EventType::backup, "Skipped " + counted(count, "file", "files") +
-                                                      " currently being edited in " + editor +
-                                                      " — they'll back up after you close it.");
-    }
-    // The folder icon of the platform this was first written for has no counterpart here.
-    if (services_.integrity) services_.integrity->pruneStaleEntries(paths.pairFolder);
-    checkSample(pair, paths, stop);
+    integrity->pruneStaleEntries(paths.pairFolder);
+    const Date now = services_.wallClock.now();
+    const auto last = integrity->lastCheckDate(paths.pairFolder);
+    if (last && secondsBetween(*last, now) <= integrityPeriod) return std::nullopt;
+    SampleCheck check;
+    check.result = integrity->verifySample(paths.pairFolder, stop);
+    integrity->writeLastCheck(paths.pairFolder);
+    check.coverage = integrity->coverageDescription(check.result, services_.wallClock.now());
+    return check;
 }
 
 bool BackupEngine::hasLeft(const RunPaths& paths) const {
@@ -466,56 +424,44 @@ bool BackupEngine::hasLeft(const RunPaths& paths) const {
            !files::isFolder(paths.pairFolder);
 }
 
-void BackupEngine::checkSizes(const BackupPair& pair, const RunPaths& paths,
-                              const BackupResult& result) {
-    if (result.copiedRelativePaths.empty()) return;
-    std::int64_t failed = 0;
-    std::int64_t changed = 0;
+void BackupEngine::countDifferingSizes(const RunPaths& paths, AfterPass& pass) const {
+    const auto& copied = pass.result.copiedRelativePaths;
+    if (copied.empty()) return;
     for (const auto& relative :
-         fileCopier_.differingSizes(paths.source, paths.pairFolder, result.copiedRelativePaths)) {
+         fileCopier_.differingSizes(paths.source, paths.pairFolder, copied)) {
         const bool sourceChanged =
             sourceChangedSinceCopy(files::readInfo(paths::appending(paths.source, relative)),
                                    files::readInfo(paths::appending(paths.pairFolder, relative)));
-        ++(sourceChanged ? changed : failed);
-    }
-    if (changed > 0) {
-        // Not a fault: the watcher has heard the change, and the next pass copies it.
-        postEvent(BackupEvent::EventType::backup,
-                  changed == 1 ? "1 file changed while it was being backed up — it'll back up "
-                                 "again on the next pass."
-                               : std::to_string(changed) +
-                                     " files changed while they were being backed up — they'll "
-                                     "back up again on the next pass.");
-    }
-    if (failed > 0) {
-        const std::string message =
-            counted(failed, "file", "files") + " failed verification after copying.";
-        postEvent(BackupEvent::EventType::verificationFailed, message);
-        postNotification([name = pair.name, message](Notifier& notifier) {
-            notifier.notifyError(name, message);
-        });
+        ++(sourceChanged ? pass.sourcesChanged : pass.copiesFailed);
     }
 }
 
-BackupStatus BackupEngine::reportOutcome(const BackupPair& pair, const BackupResult& result) {
-    const int errorCount = int(result.errors.size());
-    if (errorCount > 0) {
-        const int total = result.copiedFiles + errorCount;
-        postNotification([name = pair.name, errorCount, total](Notifier& notifier) {
-            notifier.notifyError(name, std::to_string(errorCount) + " of " + std::to_string(total) +
-                                           " files couldn't be backed up.");
-        });
-        return BackupStatus::error(BackupError::partialFailure(errorCount, total));
-    }
-    const bool wasThrottled = services_.activityGate.isThrottling();
-    const auto tip = nextTip(services_.defaults, result.copiedFiles,
-                             result.bytesTransferred > largeCopyBytes, true, wasThrottled);
-    std::optional<std::string> message;
-    if (tip) message = completionMessage(result.copiedFiles, tip);
-    postNotification([name = pair.name, count = result.copiedFiles, message](Notifier& notifier) {
-        notifier.notifyBackupComplete(name, count, message);
+void BackupEngine::postFreeSpace(const RunPaths& paths) {
+    const auto space = volumes::availableCapacity(paths.chosen);
+    if (!space) return;
+    std::weak_ptr<BackupEngine> weak = weak_from_this();
+    services_.mainQueue.post([weak, space] {
+        const auto self = weak.lock();
+        if (!self || self->destinationFreeSpace_ == space) return;
+        self->destinationFreeSpace_ = space;
+        self->freeSpaceObservers_.notify(space);
     });
-    return BackupStatus::completed(result.copiedFiles, result.duration);
+}
+
+void BackupEngine::post(const PassSummary& summary, const BackupPair& pair,
+                        std::uint64_t generation) {
+    postPairUpdate([fields = summary.pair](BackupPair& stored) { fields.applyTo(stored); });
+    for (const auto& event : summary.events) {
+        postEvent(event.type, event.message, event.filesAffected, event.bytesTransferred,
+                  event.duration);
+    }
+    if (summary.givesCatchUp) services_.defaults.setBoolean(packageUpgradeKey(pair.id), true);
+    if (summary.tipCounter) services_.defaults.setInteger(tipCounterKey, *summary.tipCounter);
+    if (summary.suggestion) suggestProfile(pair, *summary.suggestion);
+    for (const auto& notice : summary.notices) {
+        postNotification([notice](Notifier& notifier) { deliver(notice, notifier); });
+    }
+    if (summary.status) postStatus(*summary.status, generation);
 }
 
 void BackupEngine::settle(std::uint64_t generation, std::stop_token stop) {
@@ -532,83 +478,22 @@ void BackupEngine::settle(std::uint64_t generation, std::stop_token stop) {
     });
 }
 
-void BackupEngine::logCatchUp(const BackupPair& pair, const BackupResult& result) {
-    const std::string key = packageUpgradeKey(pair.id);
-    if (services_.defaults.boolean(key)) return;
-    int count = 0;
-    for (const auto& path : result.copiedRelativePaths) {
-        for (const auto marker : packageMarkers) {
-            if (path.find(marker) != std::string::npos) {
-                ++count;
-                break;
-            }
-        }
-    }
-    // Below the threshold nothing is stored, so the next pass counts afresh.
-    if (count < catchUpThreshold) return;
-    postEvent(BackupEvent::EventType::backup,
-              "Found app bundles and document packages that weren't backed up before — catching "
-              "up now. This is a one-time boost and will only happen once.");
-    services_.defaults.setBoolean(key, true);
-}
-
-void BackupEngine::suggestProfile(const BackupPair& pair, const BackupResult& result) {
-    std::weak_ptr<ConfigStore> store = configStore_;
+void BackupEngine::suggestProfile(const BackupPair& pair,
+                                  const std::pair<BackupProfile, std::int64_t>& suggestion) {
     NotificationCenter& center = services_.notificationCenter;
     const NotificationInfo info{
         {"pairId", pair.id},
         {"pairName", pair.name},
-        {"recommendedProfile",
-         std::string(coding::nameOf(backupProfileNames, result.recommendedProfile))},
-        {"approximateBytes", result.approximateSourceBytes},
+        {"recommendedProfile", std::string(coding::nameOf(backupProfileNames, suggestion.first))},
+        {"approximateBytes", suggestion.second},
     };
-    services_.mainQueue.post([store, id = pair.id, &center, info] {
-        if (const auto held = store.lock()) {
-            held->updatePair(id, [](BackupPair& stored) { stored.didSuggestProfile = true; });
-        }
-        center.post(profileSuggestedNotification, info);
-    });
+    services_.mainQueue.post([&center, info] { center.post(profileSuggestedNotification, info); });
 }
 
-void BackupEngine::checkSample(const BackupPair& pair, const RunPaths& paths,
-                               std::stop_token stop) {
-    IntegrityStage* integrity = services_.integrity;
-    if (!integrity) return;
-    const Date now = services_.wallClock.now();
-    const auto last = integrity->lastCheckDate(paths.pairFolder);
-    if (last && secondsBetween(*last, now) <= integrityPeriod) return;
-
-    const IntegrityResult checked = integrity->verifySample(paths.pairFolder, stop);
-    integrity->writeLastCheck(paths.pairFolder);
-    // Files that can't be read because their drive went are not damaged.
-    if (!checked.corrupted.empty() && hasLeft(paths)) return;
-    if (!checked.corrupted.empty()) {
-        const auto n = std::int64_t(checked.corrupted.size());
-        const std::string message =
-            n == 1 ? "1 file on the backup drive may have been damaged. It's worth copying it "
-                     "again."
-                   : std::to_string(n) +
-                         " files on the backup drive may have been damaged. It's worth copying "
-                         "them again.";
-        postEvent(BackupEvent::EventType::verificationFailed, message);
-        postNotification([name = pair.name, message](Notifier& notifier) {
-            notifier.notifyError(name, message);
-        });
-    } else if (checked.verified >= 1) {
-        postEvent(BackupEvent::EventType::integrityChecked,
-                  integrity->coverageDescription(checked, services_.wallClock.now()));
-    }
-}
-
-void BackupEngine::runOffsiteIfDue(const BackupPair& pair, const RunPaths& paths,
-                                   std::uint64_t generation, std::stop_token stop) {
+void BackupEngine::runOffsite(const BackupPair& pair, const RunPaths& paths,
+                              std::uint64_t generation, std::stop_token stop) {
     OffsiteStage* offsite = services_.offsite;
-    if (!offsite || !pair.offsiteURL) return;
-    const fs::path target = pairFolderAt(*pair.offsiteURL, pair.name);
-    if (pair.lastOffsiteAt &&
-        secondsBetween(*pair.lastOffsiteAt, services_.wallClock.now()) < offsitePeriod) {
-        return;
-    }
+    if (!offsite) return;
     if (pair.offsiteBookmark) {
         // Access only: the target stays the one formed from the stored folder.
         try {
@@ -622,30 +507,12 @@ void BackupEngine::runOffsiteIfDue(const BackupPair& pair, const RunPaths& paths
     postStatus(BackupStatus::syncing(0, "Offsite copy starting…"), generation);
     lastProgressTickTime_ = 0;
     const OffsiteSyncResult result = offsite->sync(
-        paths.pairFolder, target, filterForPair(pair),
+        paths.pairFolder, pairFolderAt(*pair.offsiteURL, pair.name), filterForPair(pair),
         [this, generation](double progress, const std::string& name) {
             onProgress(progress, "Offsite: " + name, generation);
         },
         stop);
-
-    postPairUpdate(
-        [at = services_.wallClock.now(), count = result.copiedFiles](BackupPair& stored) {
-            stored.lastOffsiteAt = at;
-            stored.lastOffsiteFileCount = count;
-        });
-    if (result.abortedDueToFolderLoss) {
-        postEvent(BackupEvent::EventType::error,
-                  "Offsite copy paused — the cloud folder became unavailable. Will retry next "
-                  "week.");
-    } else if (!result.errors.empty()) {
-        postEvent(
-            BackupEvent::EventType::error,
-            "Offsite copy completed with " + std::to_string(result.errors.size()) + " error(s).");
-    } else if (result.copiedFiles > 0) {
-        postEvent(BackupEvent::EventType::backup, "Offsite copy updated — " +
-                                                      counted(result.copiedFiles, "file", "files") +
-                                                      " synced to your cloud folder.");
-    }
+    post(summarize(result, services_.wallClock.now()), pair, generation);
 }
 
 void BackupEngine::onProgress(double progress, const std::string& currentFile,

@@ -20,6 +20,7 @@
 
 #include "control/BackupQueue.hpp"
 #include "control/BackupServices.hpp"
+#include "control/PassSummary.hpp"
 #include "copy/Debouncer.hpp"
 #include "copy/FileCopier.hpp"
 #include "model/BackupStatus.hpp"
@@ -71,10 +72,6 @@ class BackupEngine : public std::enable_shared_from_this<BackupEngine> {
     static constexpr double progressThrottle = 0.05;
     static constexpr double settleDelay = 5.0;
     static constexpr double integrityPeriod = 86400.0;
-    static constexpr double offsitePeriod = 604800.0;
-    static constexpr std::int64_t trashReminderThreshold = 1073741824;
-    static constexpr int catchUpThreshold = 10;
-    static constexpr std::int64_t largeCopyBytes = 67108864;
 
     static std::shared_ptr<BackupEngine> make(const Uuid& pairId, const BackupServices& services);
     BackupEngine(const BackupEngine&) = delete;
@@ -129,25 +126,24 @@ class BackupEngine : public std::enable_shared_from_this<BackupEngine> {
                         const ExclusionFilter& filter, std::uint64_t generation);
     void followUp(const BackupPair& pair, const RunPaths& paths, const BackupResult& result,
                   std::uint64_t generation, std::stop_token stop);
-    // The pass in the pair, the free space, and the pass's event.
-    void recordPass(const RunPaths& paths, const BackupResult& result);
-    // Hashes, catch-up, profile suggestion, deferred files, pruning and the daily sample.
-    void keepUp(const BackupPair& pair, const RunPaths& paths, const BackupResult& result,
-                std::stop_token stop);
+    // Keeps the hashes up and reads what the summary of the pass needs.
+    AfterPass readAfterPass(const BackupPair& pair, const RunPaths& paths,
+                            const BackupResult& result, std::stop_token stop);
+    std::optional<SampleCheck> keepHashes(const RunPaths& paths, const BackupResult& result,
+                                          std::stop_token stop);
     // Whether the destination went away: its drive is not there, or the pair's folder is gone.
     bool hasLeft(const RunPaths& paths) const;
     // Copies whose size isn't their source's: changed meanwhile, or failed.
-    void checkSizes(const BackupPair& pair, const RunPaths& paths, const BackupResult& result);
-    // Tells how the pass went; the status to show.
-    BackupStatus reportOutcome(const BackupPair& pair, const BackupResult& result);
-    void remindOfTheTrash(const RunPaths& paths);
+    void countDifferingSizes(const RunPaths& paths, AfterPass& pass) const;
+    void postFreeSpace(const RunPaths& paths);
+    // Hands what a summary says to the store, the notifier and the status, in that order.
+    void post(const PassSummary& summary, const BackupPair& pair, std::uint64_t generation);
+    void suggestProfile(const BackupPair& pair,
+                        const std::pair<BackupProfile, std::int64_t>& suggestion);
     // Waits the five seconds, then lets a finished pass's status return to idle.
     void settle(std::uint64_t generation, std::stop_token stop);
-    void logCatchUp(const BackupPair& pair, const BackupResult& result);
-    void suggestProfile(const BackupPair& pair, const BackupResult& result);
-    void checkSample(const BackupPair& pair, const RunPaths& paths, std::stop_token stop);
-    void runOffsiteIfDue(const BackupPair& pair, const RunPaths& paths, std::uint64_t generation,
-                         std::stop_token stop);
+    void runOffsite(const BackupPair& pair, const RunPaths& paths, std::uint64_t generation,
+                    std::stop_token stop);
     void onProgress(double progress, const std::string& currentFile, std::uint64_t generation);
 
     // Hops to the main thread. A status from a run that stop() has since ended is dropped, so

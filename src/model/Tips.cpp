@@ -16,6 +16,11 @@ std::optional<std::string> nextTip(UserDefaults& defaults, int filesCopied, bool
                                    bool sampleChecked, bool wasThrottled) {
     const std::int64_t counter = defaults.integer(tipCounterKey);
     defaults.setInteger(tipCounterKey, counter + 1);
+    return tipAt(counter, filesCopied, movedLargeFiles, sampleChecked, wasThrottled);
+}
+
+std::optional<std::string> tipAt(std::int64_t counter, int filesCopied, bool movedLargeFiles,
+                                 bool sampleChecked, bool wasThrottled) {
     if (counter % 3 != 0) return std::nullopt;
 
     std::vector<std::string> tips;

@@ -2,6 +2,7 @@
 
 // The words after a finished pass: the completion message and the rotating tip.
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -14,9 +15,13 @@ inline constexpr const char* tipCounterKey = "Quillstow.tipCounter";
 // "Everything's up to date." or "{n} file(s) backed up.", then the tip after one blank.
 std::string completionMessage(int fileCount, const std::optional<std::string>& tip);
 
-// Advances the counter in the user defaults on every call; gives a tip on every third call,
-// beginning with the first. The list depends on what the pass did, so its length changes from
-// call to call: the rotation follows the counter, not the list.
+// The tip of the rotation at `counter`: one on every third value, beginning with 0. The list
+// depends on what the pass did, so its length changes from pass to pass: the rotation follows
+// the counter, not the list.
+std::optional<std::string> tipAt(std::int64_t counter, int filesCopied, bool movedLargeFiles,
+                                 bool sampleChecked, bool wasThrottled);
+
+// tipAt the counter in the user defaults, which it advances on every call.
 std::optional<std::string> nextTip(UserDefaults& defaults, int filesCopied, bool movedLargeFiles,
                                    bool sampleChecked, bool wasThrottled);
 

@@ -8,14 +8,17 @@
 #include "LogCapture.hpp"
 #include "environment/VolumeSpace.hpp"
 #include "model/BookmarkManager.hpp"
+#include "model/Tips.hpp"
 #include "support/Paths.hpp"
 
 namespace quillstow {
 namespace {
 
 using namespace testing;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using Case = BackupStatus::Case;
+using namespace std::chrono;
 using Type = BackupEvent::EventType;
 namespace fs = std::filesystem;
 
@@ -59,6 +62,7 @@ TEST_F(BackupEngineTest, AStartedPairRunsAFirstPassRecordsItAndSettlesToIdleAfte
     EXPECT_THAT(h.notifier->sent,
                 ElementsAre("complete: Work 2 2 files backed up. Every file was verified after "
                             "copying to make sure nothing was corrupted."));
+    EXPECT_EQ(h.defaults.integer(tipCounterKey), 1) << "the rotation moved on";
 
     h.queue.advance(4.9);
     EXPECT_EQ(engine->status().kind(), Case::completed);
@@ -210,52 +214,6 @@ TEST_F(BackupEngineTest, ARefusedPassIsAnErrorInThePassesOwnWordsWithoutNotifica
     }
 }
 
-TEST_F(BackupEngineTest, ThreeFailedFilesOfThirteenShowAsPartialFailureForFiveSeconds) {
-    const BackupPair pair = h.makePair();
-    for (int i = 0; i < 13; ++i)
-        writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
-    h.fileSystem.failNext(FaultyFileSystem::Operation::copyItem, EPERM, 3);
-    auto engine = h.makeEngine(pair);
-    engine->start(pair);
-    ASSERT_TRUE(h.runUntilSettling());
-
-    EXPECT_EQ(engine->status(), BackupStatus::error(BackupError::partialFailure(3, 13)));
-    EXPECT_EQ(engine->status().displayText(), "3 of 13 files couldn't be backed up.");
-    EXPECT_THAT(h.eventTypes(), ElementsAre(Type::error));
-    EXPECT_THAT(h.eventMessages(), ElementsAre("3 files couldn't be copied."));
-    EXPECT_EQ(h.events()[0].filesAffected, 10);
-    EXPECT_THAT(h.notifier->sent,
-                ElementsAre("error: Work — 3 of 13 files couldn't be backed up."));
-    EXPECT_EQ(h.storedPair(pair.id)->lastBackupFileCount, 10) << "recorded, errors and all";
-
-    h.queue.advance(5);
-    ASSERT_TRUE(runUntilStatus(*engine, Case::idle));
-}
-
-TEST_F(BackupEngineTest, APassWithNothingToCopyCompletesWithZeroFiles) {
-    const BackupPair pair = h.makePair();
-    h.defaults.setInteger("Quillstow.tipCounter", 3);
-    auto engine = h.makeEngine(pair);
-    engine->start(pair);
-    ASSERT_TRUE(h.runUntilSettling());
-    EXPECT_EQ(engine->status(), BackupStatus::completed(0, 0));
-    // No file copied: the list holds the sample tip alone, at index 1 modulo 1.
-    EXPECT_THAT(h.notifier->sent,
-                ElementsAre("complete: Work 0 Everything's up to date. A sample of your existing "
-                            "backups was re-checked — everything looks healthy."));
-}
-
-TEST_F(BackupEngineTest, WithoutATipTheNotificationCarriesNoMessage) {
-    const BackupPair pair = h.makePair();
-    writeFile(pair.sourceURL / "f", "x");
-    h.defaults.setInteger("Quillstow.tipCounter", 1);
-    auto engine = h.makeEngine(pair);
-    engine->start(pair);
-    ASSERT_TRUE(h.runUntilSettling());
-    EXPECT_THAT(h.notifier->sent, ElementsAre("complete: Work 1 (no message)"));
-    EXPECT_EQ(h.defaults.integer("Quillstow.tipCounter"), 2);
-}
-
 TEST_F(BackupEngineTest, AStopDuringThePassReturnsToIdleAndRecordsNothing) {
     const BackupPair pair = h.makePair();
     for (int i = 0; i < 20; ++i)
@@ -354,32 +312,21 @@ TEST_F(BackupEngineTest, AJobThatOutrunsTheHourIsReportedAsTimedOut) {
         ::testing::Contains(::testing::HasSubstr("exceeded the <private> limit — cancelling.")));
 }
 
-TEST_F(BackupEngineTest, TheCatchUpMessageNeedsTenPackageFilesAndComesOnce) {
+TEST_F(BackupEngineTest, TheCatchUpMessageIsKeptPerPairInTheUserDefaults) {
     const BackupPair pair = h.makePair();
-    for (int i = 0; i < 9; ++i)
-        writeFile(pair.sourceURL / "Notes.rtfd" / ("page" + std::to_string(i) + ".rtf"), "p");
+    for (int i = 0; i < 10; ++i)
+        writeFile(pair.sourceURL / "Letters.rtfd" / ("page" + std::to_string(i) + ".rtf"), "p");
     auto engine = h.makeEngine(pair);
     engine->start(pair);
     ASSERT_TRUE(h.finishRun());
-    EXPECT_THAT(h.eventTypes(), ElementsAre(Type::backup)) << "nine: no message";
-    EXPECT_FALSE(h.defaults.value(packageUpgradeKey(pair.id)));
-
-    for (int i = 0; i < 10; ++i)
-        writeFile(pair.sourceURL / "Letters.rtfd" / ("page" + std::to_string(i) + ".rtf"), "p");
-    engine->triggerBackup(pair);
-    ASSERT_TRUE(h.finishRun());
-    ASSERT_EQ(h.events().size(), 3u) << "the next pass counts afresh";
-    EXPECT_EQ(*h.events()[2].message,
-              "Found app bundles and document packages that weren't backed up before — catching "
-              "up now. This is a one-time boost and will only happen once.");
-    EXPECT_EQ(h.events()[2].type, Type::backup);
+    EXPECT_THAT(h.eventTypes(), ElementsAre(Type::backup, Type::backup));
     EXPECT_TRUE(h.defaults.boolean(packageUpgradeKey(pair.id)));
 
     for (int i = 0; i < 10; ++i)
         writeFile(pair.sourceURL / "More.rtfd" / ("page" + std::to_string(i) + ".rtf"), "p");
     engine->triggerBackup(pair);
     ASSERT_TRUE(h.finishRun());
-    EXPECT_EQ(h.events().size(), 4u) << "never a second time";
+    EXPECT_EQ(h.events().size(), 3u) << "never a second time";
 }
 
 TEST_F(BackupEngineTest, AProfileIsSuggestedOnceWithWhatThePassFound) {
@@ -407,44 +354,6 @@ TEST_F(BackupEngineTest, AProfileIsSuggestedOnceWithWhatThePassFound) {
     EXPECT_EQ(suggestions.size(), 1u);
 }
 
-TEST_F(BackupEngineTest, FilesHeldByARunningEditorAreLoggedOncePerEditor) {
-    const BackupPair pair = h.makePair();
-    writeFile(pair.sourceURL / "edit.kdenlive", "project");
-    writeFile(pair.sourceURL / "other.txt", "text");
-    EditorSnapshot snapshot;
-    snapshot.names = {"GIMP", "Kdenlive"};
-    snapshot.openPaths.insert(paths::resolved(pair.sourceURL / "edit.kdenlive").native());
-    h.editors.set(snapshot);
-    auto engine = h.makeEngine(pair);
-    engine->start(pair);
-    ASSERT_TRUE(h.runUntilSettling());
-    EXPECT_THAT(h.eventMessages(),
-                ElementsAre("",
-                            "Skipped 1 file currently being edited in GIMP — they'll back up "
-                            "after you close it.",
-                            "Skipped 1 file currently being edited in Kdenlive — they'll back up "
-                            "after you close it."));
-    EXPECT_EQ(engine->status(), BackupStatus::completed(1, 0));
-}
-
-TEST_F(BackupEngineTest, ATrashOfAGibibyteOrMoreRemindsTheUser) {
-    const BackupPair pair = h.makePair();
-    writeFile(pair.sourceURL / "f", "x");
-    const fs::path old = pair.destinationURL / ".Quillstow-Trash/2026-01-01/old.bin";
-    writeFile(old, "");
-    fs::resize_file(old, BackupEngine::trashReminderThreshold - 1);
-    auto engine = h.makeEngine(pair);
-    engine->start(pair);
-    ASSERT_TRUE(h.finishRun());
-    EXPECT_EQ(h.notifier->sent.size(), 1u) << "one byte short: no reminder";
-
-    fs::resize_file(old, BackupEngine::trashReminderThreshold);
-    engine->triggerBackup(pair);
-    ASSERT_TRUE(h.finishRun());
-    ASSERT_EQ(h.notifier->sent.size(), 3u);
-    EXPECT_EQ(h.notifier->sent[2], "trash: 1073741824");
-}
-
 TEST_F(BackupEngineTest, ProgressIsReportedAtMostEveryFiftyMilliseconds) {
     const BackupPair pair = h.makePair();
     for (int i = 0; i < 5; ++i)
@@ -461,6 +370,211 @@ TEST_F(BackupEngineTest, ProgressIsReportedAtMostEveryFiftyMilliseconds) {
     ASSERT_EQ(history.statuses[2].kind(), Case::syncing);
     EXPECT_EQ(history.statuses[2].progress(), 0.0);
 }
+
+TEST_F(BackupEngineTest, TheOffsiteCopyFollowsACleanPassAndIsRecorded) {
+    h.useVerificationStages();
+    BackupPair pair = h.makePair();
+    pair.offsiteURL = h.root / "Dropbox";
+    fs::create_directories(*pair.offsiteURL);
+    h.store->updatePair(pair);
+    writeFile(pair.sourceURL / "film/cut.txt", "the cut");
+    auto engine = h.makeEngine(pair);
+    StatusHistory history(*engine);
+    engine->start(pair);
+    ASSERT_TRUE(h.finishRun());
+    h.settle();
+
+    const fs::path offsite = h.root / "Dropbox/Quillstow/Work";
+    EXPECT_EQ(readFile(offsite / "film/cut.txt"), "the cut");
+    EXPECT_FALSE(fs::exists(offsite / ".quillstow-hashes.json")) << "bookkeeping stays home";
+    EXPECT_THAT(h.messagesOf(Type::backup),
+                Contains("Offsite copy updated — 1 file synced to your cloud folder."));
+    EXPECT_THAT(history.statuses, Contains(BackupStatus::syncing(0, "Offsite copy starting…")));
+    EXPECT_EQ(engine->status().kind(), Case::syncing) << "the offsite status stays until the next";
+    EXPECT_EQ(h.storedPair(pair.id)->lastOffsiteAt, h.wallClock.now());
+}
+
+TEST_F(BackupEngineTest, AnOffsiteFolderThatCannotBeReachedIsTriedAgainNextRun) {
+    h.useVerificationStages();
+    BackupPair pair = h.makePair();
+    pair.offsiteURL = h.root / "Dropbox";
+    fs::create_directories(*pair.offsiteURL);
+    pair.offsiteBookmark = BookmarkManager::bookmarkData(*pair.offsiteURL, false);
+    fs::rename(*pair.offsiteURL, h.root / "Dropbox (moved)");
+    h.store->updatePair(pair);
+    writeFile(pair.sourceURL / "a.txt", "alpha");
+    auto engine = h.makeEngine(pair);
+    engine->start(pair);
+    ASSERT_TRUE(h.finishRun());
+    h.settle();
+    EXPECT_THAT(h.messagesOf(Type::error),
+                ElementsAre("Couldn't access the offsite folder. Re-select it from Settings to "
+                            "fix."));
+    EXPECT_FALSE(h.storedPair(pair.id)->lastOffsiteAt);
+    EXPECT_FALSE(fs::exists(h.root / "Dropbox"));
+}
+
+// Files that differ from their copies once the pass has copied them: damage is reported as a
+// failed verification, a source the user changed meanwhile as a change.
+TEST(EngineSizeCheck, SaysWhetherTheCopyOrTheSourceChanged) {
+    const std::string changedMessage =
+        "1 file changed while it was being backed up — it'll back up again on the next pass.";
+    const std::string failedMessage = "1 file failed verification after copying.";
+    const struct {
+        const char* name;
+        void (*act)(const BackupPair& pair, Date copiedAt);
+        std::vector<std::string> changed;
+        std::vector<std::string> failed;
+    } cases[] = {
+        {"a source edited after it was copied",
+         [](const BackupPair& pair, Date copiedAt) {
+             writeFile(pair.sourceURL / "a.txt", "alpha, edited", copiedAt + seconds(30));
+         },
+         {changedMessage},
+         {}},
+        {"a source removed after it was copied",
+         [](const BackupPair& pair, Date) { fs::remove(pair.sourceURL / "a.txt"); },
+         {changedMessage},
+         {}},
+        {"a copy cut short on the drive",
+         [](const BackupPair& pair, Date copiedAt) {
+             writeFile(EngineHarness::mirrorOf(pair) / "a.txt", "alp", copiedAt);
+         },
+         {},
+         {failedMessage}},
+        {"a copy gone from the drive",
+         [](const BackupPair& pair, Date) { fs::remove(EngineHarness::mirrorOf(pair) / "a.txt"); },
+         {},
+         {failedMessage}},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        EngineHarness h;
+        const BackupPair pair = h.makePair();
+        const Date copiedAt = referenceDate();
+        writeFile(pair.sourceURL / "a.txt", "alpha", copiedAt);
+        writeFile(pair.sourceURL / "b.txt", "beta", copiedAt);
+        h.whenTheCopyingIsDone([&] { test.act(pair, copiedAt); });
+        auto engine = h.makeEngine(pair);
+        engine->start(pair);
+        ASSERT_TRUE(h.finishRun());
+        h.settle();
+        std::vector<std::string> changed;
+        for (const auto& message : h.messagesOf(Type::backup)) {
+            if (message.find("changed while") != std::string::npos) changed.push_back(message);
+        }
+        EXPECT_EQ(changed, test.changed);
+        EXPECT_EQ(h.messagesOf(Type::verificationFailed), test.failed);
+        const bool toldAsAnError =
+            std::any_of(h.notifier->sent.begin(), h.notifier->sent.end(),
+                        [&](const std::string& sent) { return sent.starts_with("error: "); });
+        EXPECT_EQ(toldAsAnError, !test.failed.empty());
+    }
+}
+
+// Each follow-up of a pass writes its own fields into the pair as the store holds it then, so
+// none of them undoes another, nor what the user changed while the pass ran.
+struct PairUpdateCase {
+    const char* name;
+    void (*arrange)(EngineHarness&, BackupPair&);
+    // Runs on the main thread while the pass copies its first file.
+    void (*duringPass)(EngineHarness&, const BackupPair&);
+    void (*check)(const BackupPair& before, const BackupPair& stored);
+};
+
+void PrintTo(const PairUpdateCase& test, std::ostream* out) {
+    *out << test.name;
+}
+
+class PairUpdatesTest : public ::testing::TestWithParam<PairUpdateCase> {};
+
+void suggestADeveloperProfile(EngineHarness&, BackupPair& pair) {
+    writeFile(pair.sourceURL / "package.json", "{}");
+    writeFile(pair.sourceURL / "yarn.lock", "lock");
+}
+
+void expectThePassRecorded(const BackupPair& stored) {
+    EXPECT_TRUE(stored.lastBackupAt);
+    EXPECT_EQ(stored.lastBackupFileCount, 2);
+    EXPECT_EQ(stored.lastBackupByteCount, 6);
+}
+
+const PairUpdateCase pairUpdateCases[] = {
+    {"TheProfileSuggestionKeepsThePassRecord", suggestADeveloperProfile, nullptr,
+     [](const BackupPair&, const BackupPair& stored) {
+         EXPECT_TRUE(stored.didSuggestProfile);
+         expectThePassRecorded(stored);
+     }},
+    {"TheOffsiteRecordKeepsTheSuggestion",
+     [](EngineHarness& h, BackupPair& pair) {
+         suggestADeveloperProfile(h, pair);
+         pair.offsiteURL = h.root / "Dropbox";
+         fs::create_directories(*pair.offsiteURL);
+     },
+     nullptr,
+     [](const BackupPair&, const BackupPair& stored) {
+         EXPECT_TRUE(stored.didSuggestProfile);
+         EXPECT_TRUE(stored.lastOffsiteAt);
+         EXPECT_EQ(stored.lastOffsiteFileCount, 2);
+         expectThePassRecorded(stored);
+     }},
+    {"ThePassRecordKeepsARefreshedBookmark",
+     [](EngineHarness&, BackupPair& pair) {
+         pair.sourceBookmark = BookmarkManager::bookmarkData(pair.sourceURL, true);
+         // Another folder at the same path: the bookmark is stale and refreshed in place.
+         fs::remove_all(pair.sourceURL);
+         fs::create_directories(pair.sourceURL);
+         writeFile(pair.sourceURL / "a.txt", "abc");
+         writeFile(pair.sourceURL / "b.txt", "def");
+     },
+     nullptr,
+     [](const BackupPair& before, const BackupPair& stored) {
+         ASSERT_TRUE(stored.sourceBookmark);
+         EXPECT_NE(stored.sourceBookmark, before.sourceBookmark);
+         EXPECT_EQ(BookmarkManager::resolveBookmark(*stored.sourceBookmark, "/", true).newBytes,
+                   std::nullopt)
+             << "the stored bookmark is the fresh one";
+         expectThePassRecorded(stored);
+     }},
+    {"WhatTheUserChangedDuringThePassStands",
+     [](EngineHarness&, BackupPair& pair) {
+         writeFile(pair.sourceURL / "a.txt", "abc");
+         writeFile(pair.sourceURL / "b.txt", "def");
+     },
+     [](EngineHarness& h, const BackupPair& pair) {
+         h.store->updatePair(pair.id, [](BackupPair& stored) {
+             stored.name = "Renamed";
+             stored.profile = BackupProfile::documents;
+         });
+     },
+     [](const BackupPair&, const BackupPair& stored) {
+         EXPECT_EQ(stored.name, "Renamed");
+         EXPECT_EQ(stored.profile, BackupProfile::documents);
+         expectThePassRecorded(stored);
+     }},
+};
+
+TEST_P(PairUpdatesTest, NoUpdateOfAPairUndoesAnother) {
+    const PairUpdateCase& test = GetParam();
+    EngineHarness h;
+    h.useVerificationStages();
+    BackupPair pair = h.makePair();
+    test.arrange(h, pair);
+    h.store->updatePair(pair);
+    CopyGate& gate = h.holdAtCopy(1);
+    auto engine = h.makeEngine(pair);
+    engine->start(pair);
+    ASSERT_TRUE(gate.waitUntilHeld());
+    h.queue.runPending();
+    if (test.duringPass) test.duringPass(h, pair);
+    gate.release();
+    ASSERT_TRUE(h.finishRun());
+    h.settle();
+    test.check(pair, *h.storedPair(pair.id));
+}
+
+INSTANTIATE_TEST_SUITE_P(EngineFollowUp, PairUpdatesTest, ::testing::ValuesIn(pairUpdateCases),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST(RunPaths, AFolderNamedQuillstowIsTheMirrorRootAndHoldsTheArchive) {
     BackupPair pair;

@@ -18,10 +18,6 @@ namespace {
 constexpr const char* mirrorFolderName = "Quillstow";
 constexpr const char* archiveFolderName = ".Quillstow-Trash";
 
-double secondsBetween(Date earlier, Date later) {
-    return std::chrono::duration<double>(later - earlier).count();
-}
-
 void deliver(const Notice& notice, Notifier& notifier) {
     switch (notice.kind) {
         case Notice::Kind::error:
@@ -387,7 +383,10 @@ AfterPass BackupEngine::readAfterPass(const BackupPair& pair, const RunPaths& pa
     pass.result = result;
     if (!result.abortedDueToVolumeLoss) {
         pass.catchUpGiven = services_.defaults.boolean(packageUpgradeKey(pair.id));
-        pass.sample = keepHashes(paths, result, stop);
+        if (services_.integrity) {
+            pass.sample =
+                services_.integrity->afterPass(result.copiedRelativePaths, paths.pairFolder, stop);
+        }
         pass.wasStopped = stop.stop_requested();
         if (pass.wasStopped) return pass;
         pass.destinationLeft = hasLeft(paths);
@@ -398,25 +397,6 @@ AfterPass BackupEngine::readAfterPass(const BackupPair& pair, const RunPaths& pa
     }
     pass.trashSize = trashSize(paths.archiveRoot);
     return pass;
-}
-
-std::optional<SampleCheck> BackupEngine::keepHashes(const RunPaths& paths,
-                                                    const BackupResult& result,
-                                                    std::stop_token stop) {
-    IntegrityStage* integrity = services_.integrity;
-    if (!integrity) return std::nullopt;
-    if (!result.copiedRelativePaths.empty()) {
-        integrity->recordHashes(result.copiedRelativePaths, paths.pairFolder, stop);
-    }
-    integrity->pruneStaleEntries(paths.pairFolder);
-    const Date now = services_.wallClock.now();
-    const auto last = integrity->lastCheckDate(paths.pairFolder);
-    if (last && secondsBetween(*last, now) <= integrityPeriod) return std::nullopt;
-    SampleCheck check;
-    check.result = integrity->verifySample(paths.pairFolder, stop);
-    integrity->writeLastCheck(paths.pairFolder);
-    check.coverage = integrity->coverageDescription(check.result, services_.wallClock.now());
-    return check;
 }
 
 bool BackupEngine::hasLeft(const RunPaths& paths) const {

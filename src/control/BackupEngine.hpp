@@ -71,7 +71,6 @@ class BackupEngine : public std::enable_shared_from_this<BackupEngine> {
     static constexpr std::int64_t estimateHeadroom = 524288000;
     static constexpr double progressThrottle = 0.05;
     static constexpr double settleDelay = 5.0;
-    static constexpr double integrityPeriod = 86400.0;
 
     static std::shared_ptr<BackupEngine> make(const Uuid& pairId, const BackupServices& services);
     BackupEngine(const BackupEngine&) = delete;
@@ -129,8 +128,6 @@ class BackupEngine : public std::enable_shared_from_this<BackupEngine> {
     // Keeps the hashes up and reads what the summary of the pass needs.
     AfterPass readAfterPass(const BackupPair& pair, const RunPaths& paths,
                             const BackupResult& result, std::stop_token stop);
-    std::optional<SampleCheck> keepHashes(const RunPaths& paths, const BackupResult& result,
-                                          std::stop_token stop);
     // Whether the destination went away: its drive is not there, or the pair's folder is gone.
     bool hasLeft(const RunPaths& paths) const;
     // Copies whose size isn't their source's: changed meanwhile, or failed.

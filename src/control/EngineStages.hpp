@@ -41,19 +41,22 @@ class Notifier {
     virtual void requestPermission() {}
 };
 
+// The daily re-read of a sample, when one was due, with its sentence for the log.
+struct SampleCheck {
+    IntegrityResult result;
+    std::string coverage;
+};
+
 // The hash database of a pair's folder and its daily sample check. Called on a run's task.
 class IntegrityStage {
   public:
     virtual ~IntegrityStage() = default;
-    // Stops between files and chunks when asked; what was recorded by then is kept.
-    virtual void recordHashes(const std::vector<std::string>& relativePaths,
-                              const std::filesystem::path& backupRoot, std::stop_token stop) = 0;
-    virtual int pruneStaleEntries(const std::filesystem::path& backupRoot) = 0;
-    virtual std::optional<Date> lastCheckDate(const std::filesystem::path& backupRoot) = 0;
-    virtual IntegrityResult verifySample(const std::filesystem::path& backupRoot,
-                                         std::stop_token stop) = 0;
-    virtual void writeLastCheck(const std::filesystem::path& backupRoot) = 0;
-    virtual std::string coverageDescription(const IntegrityResult& result, Date now) const = 0;
+    // After a pass that kept its drive: records the digests of what it copied, forgets what
+    // has left the folder, and re-reads a sample when one is due. Stops between files and
+    // chunks when asked; what was done by then is kept. The check, when one ran.
+    virtual std::optional<SampleCheck> afterPass(
+        const std::vector<std::string>& copiedRelativePaths,
+        const std::filesystem::path& backupRoot, std::stop_token stop) = 0;
 };
 
 // The weekly second copy of a pair's folder. Called on a run's task.

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "control/EngineStages.hpp"
 #include "model/BackupEvent.hpp"
 #include "model/BackupPair.hpp"
 #include "model/BackupStatus.hpp"
@@ -55,12 +56,6 @@ struct PairFields {
 
     bool operator==(const PairFields&) const = default;
     void applyTo(BackupPair& pair) const;
-};
-
-// The daily re-read of a sample, when one was due, with its sentence for the log.
-struct SampleCheck {
-    IntegrityResult result;
-    std::string coverage;
 };
 
 // What the engine read once the pass had ended and the hashes were kept up.

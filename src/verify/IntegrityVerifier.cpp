@@ -178,10 +178,30 @@ void IntegrityVerifier::saveDatabase(const HashDatabase& database,
     }
 }
 
-void IntegrityVerifier::recordHashes(const std::vector<std::string>& relativePaths,
-                                     const fs::path& backupRoot, std::stop_token stop) {
-    if (relativePaths.empty()) return;
+bool isCheckDue(std::optional<Date> lastCheck, Date now) {
+    return !lastCheck || secondsBetween(*lastCheck, now) > IntegrityVerifier::checkPeriod;
+}
+
+std::optional<SampleCheck> IntegrityVerifier::afterPass(
+    const std::vector<std::string>& copiedRelativePaths, const fs::path& backupRoot,
+    std::stop_token stop) {
     HashDatabase database = loadDatabase(backupRoot);
+    bool changed = recordHashes(database, copiedRelativePaths, backupRoot, stop);
+    changed = pruneStaleEntries(database, backupRoot) > 0 || changed;
+    std::optional<SampleCheck> check;
+    if (isCheckDue(lastCheckDate(backupRoot), clock_.now())) {
+        check = SampleCheck{verifySample(database, backupRoot, stop), ""};
+        check->coverage = coverageDescription(check->result, clock_.now());
+        changed = changed || check->result.verified > 0 || !check->result.corrupted.empty();
+    }
+    if (changed) saveDatabase(database, backupRoot);
+    if (check) writeLastCheck(backupRoot);
+    return check;
+}
+
+bool IntegrityVerifier::recordHashes(HashDatabase& database,
+                                     const std::vector<std::string>& relativePaths,
+                                     const fs::path& backupRoot, std::stop_token stop) const {
     bool wrote = false;
     for (const auto& relative : relativePaths) {
         if (stop.stop_requested()) break;
@@ -195,13 +215,11 @@ void IntegrityVerifier::recordHashes(const std::vector<std::string>& relativePat
                       clock_.now(), std::nullopt};
         wrote = true;
     }
-    if (wrote) saveDatabase(database, backupRoot);
+    return wrote;
 }
 
-int IntegrityVerifier::pruneStaleEntries(const fs::path& backupRoot) {
-    if (!isFolder_(backupRoot)) return 0;
-    HashDatabase database = loadDatabase(backupRoot);
-    if (database.empty()) return 0;
+int IntegrityVerifier::pruneStaleEntries(HashDatabase& database, const fs::path& backupRoot) const {
+    if (database.empty() || !isFolder_(backupRoot)) return 0;
     int removed = 0;
     for (auto entry = database.begin(); entry != database.end();) {
         // Tied to the removals: a drive pulled out now makes every file look gone, and then
@@ -214,11 +232,10 @@ int IntegrityVerifier::pruneStaleEntries(const fs::path& backupRoot) {
         entry = database.erase(entry);
         ++removed;
     }
-    if (removed >= 1) saveDatabase(database, backupRoot);
     return removed;
 }
 
-std::optional<Date> IntegrityVerifier::lastCheckDate(const fs::path& backupRoot) {
+std::optional<Date> IntegrityVerifier::lastCheckDate(const fs::path& backupRoot) const {
     try {
         std::string text = atomicfile::read(lastCheckFile(backupRoot));
         const auto first = text.find_first_not_of(" \t\r\n");
@@ -230,7 +247,7 @@ std::optional<Date> IntegrityVerifier::lastCheckDate(const fs::path& backupRoot)
     }
 }
 
-void IntegrityVerifier::writeLastCheck(const fs::path& backupRoot) {
+void IntegrityVerifier::writeLastCheck(const fs::path& backupRoot) const {
     try {
         atomicfile::write(lastCheckFile(backupRoot), dates::formatISO8601(clock_.now()));
     } catch (const Failure& failure) {
@@ -238,29 +255,9 @@ void IntegrityVerifier::writeLastCheck(const fs::path& backupRoot) {
     }
 }
 
-HashDatabase IntegrityVerifier::markVerified(const std::vector<std::string>& relativePaths,
-                                             const fs::path& backupRoot) const {
-    HashDatabase database = loadDatabase(backupRoot);
-    if (relativePaths.empty()) return database;
-    const Date now = clock_.now();
-    bool changed = false;
-    for (const auto& relative : relativePaths) {
-        const auto entry = database.find(relative);
-        if (entry == database.end()) continue;
-        entry->second.lastVerifiedAt = now;
-        changed = true;
-    }
-    if (changed) saveDatabase(database, backupRoot);
-    return database;
-}
-
-IntegrityResult IntegrityVerifier::verifySample(const fs::path& backupRoot, std::stop_token stop) {
+IntegrityResult IntegrityVerifier::verifySample(HashDatabase& database, const fs::path& backupRoot,
+                                                std::stop_token stop) const {
     IntegrityResult result;
-    const HashDatabase database = loadDatabase(backupRoot);
-    if (database.empty()) {
-        result.timestamp = clock_.now();
-        return result;
-    }
     std::vector<std::string> checked;
     for (const auto& entry : selectSample(database)) {
         if (stop.stop_requested()) break;
@@ -279,17 +276,15 @@ IntegrityResult IntegrityVerifier::verifySample(const fs::path& backupRoot, std:
         }
         checked.push_back(entry.relativePath);
     }
-    const HashDatabase marked = markVerified(checked, backupRoot);
-    result.totalTracked = int(marked.size());
-    for (const auto& [path, entry] : marked)
+    const Date now = clock_.now();
+    for (const auto& relative : checked)
+        database.at(relative).lastVerifiedAt = now;
+    result.totalTracked = int(database.size());
+    for (const auto& [path, entry] : database)
         result.neverVerified += !entry.lastVerifiedAt;
-    result.oldestVerifiedAt = oldestVerifiedDate(marked);
-    result.timestamp = clock_.now();
+    result.oldestVerifiedAt = oldestVerifiedDate(database);
+    result.timestamp = now;
     return result;
-}
-
-std::string IntegrityVerifier::coverageDescription(const IntegrityResult& result, Date now) const {
-    return quillstow::coverageDescription(result, now);
 }
 
 }  // namespace quillstow

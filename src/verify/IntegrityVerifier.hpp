@@ -56,31 +56,44 @@ std::optional<Date> oldestVerifiedDate(const HashDatabase& database);
 // The sentence for the log: how much of the backup has been checked, and how recently.
 std::string coverageDescription(const IntegrityResult& result, Date now);
 
+// Whether a sample is due: never checked, or checked more than a day ago. A clock set back
+// makes it not due.
+bool isCheckDue(std::optional<Date> lastCheck, Date now);
+
 class IntegrityVerifier final : public IntegrityStage {
   public:
     static constexpr int sampleSize = 50;
     static constexpr std::int64_t maxBytesPerCheck = std::int64_t(8) << 30;
+    static constexpr double checkPeriod = 86400.0;
 
     // `isFolder` is the test that a backup folder is still there; pruning repeats it so that a
     // drive pulled out meanwhile can't empty the database.
     using FolderTest = std::function<bool(const std::filesystem::path&)>;
     explicit IntegrityVerifier(const WallClock& clock, FolderTest isFolder = nullptr);
 
-    void recordHashes(const std::vector<std::string>& relativePaths,
-                      const std::filesystem::path& backupRoot, std::stop_token stop) override;
-    int pruneStaleEntries(const std::filesystem::path& backupRoot) override;
-    std::optional<Date> lastCheckDate(const std::filesystem::path& backupRoot) override;
-    IntegrityResult verifySample(const std::filesystem::path& backupRoot,
-                                 std::stop_token stop) override;
-    void writeLastCheck(const std::filesystem::path& backupRoot) override;
-    std::string coverageDescription(const IntegrityResult& result, Date now) const override;
+    // Reads the database once, records, prunes, checks a sample when one is due (and then
+    // notes the time of the check, also of one cut short), and writes the database once, when
+    // it changed.
+    std::optional<SampleCheck> afterPass(const std::vector<std::string>& copiedRelativePaths,
+                                         const std::filesystem::path& backupRoot,
+                                         std::stop_token stop) override;
+
+    // The steps, on the database in memory. Each says whether it changed it.
+    // Puts in a fresh entry for every file that can be read; one that can't keeps its older one.
+    bool recordHashes(HashDatabase& database, const std::vector<std::string>& relativePaths,
+                      const std::filesystem::path& backupRoot, std::stop_token stop) const;
+    // Forgets entries whose file is gone; how many.
+    int pruneStaleEntries(HashDatabase& database, const std::filesystem::path& backupRoot) const;
+    // Re-reads the sample and stamps what it read, damaged or not.
+    IntegrityResult verifySample(HashDatabase& database, const std::filesystem::path& backupRoot,
+                                 std::stop_token stop) const;
 
     // Empty, silently, when missing or damaged.
     HashDatabase loadDatabase(const std::filesystem::path& backupRoot) const;
     void saveDatabase(const HashDatabase& database, const std::filesystem::path& backupRoot) const;
-    // Stamps the entries of these paths as checked now; the database as it is afterwards.
-    HashDatabase markVerified(const std::vector<std::string>& relativePaths,
-                              const std::filesystem::path& backupRoot) const;
+    // Nothing when never written or unreadable: a check is due.
+    std::optional<Date> lastCheckDate(const std::filesystem::path& backupRoot) const;
+    void writeLastCheck(const std::filesystem::path& backupRoot) const;
 
   private:
     const WallClock& clock_;

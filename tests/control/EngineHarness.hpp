@@ -182,26 +182,11 @@ class VirtualSleeper final : public Sleeper {
 class IntegrityAfterCopying final : public IntegrityStage {
   public:
     explicit IntegrityAfterCopying(IntegrityStage& inner) : inner_(inner) {}
-    void recordHashes(const std::vector<std::string>& relativePaths,
-                      const std::filesystem::path& backupRoot, std::stop_token stop) override {
+    std::optional<SampleCheck> afterPass(const std::vector<std::string>& relativePaths,
+                                         const std::filesystem::path& backupRoot,
+                                         std::stop_token stop) override {
         if (act) std::exchange(act, nullptr)();
-        inner_.recordHashes(relativePaths, backupRoot, stop);
-    }
-    int pruneStaleEntries(const std::filesystem::path& backupRoot) override {
-        return inner_.pruneStaleEntries(backupRoot);
-    }
-    std::optional<Date> lastCheckDate(const std::filesystem::path& backupRoot) override {
-        return inner_.lastCheckDate(backupRoot);
-    }
-    IntegrityResult verifySample(const std::filesystem::path& backupRoot,
-                                 std::stop_token stop) override {
-        return inner_.verifySample(backupRoot, stop);
-    }
-    void writeLastCheck(const std::filesystem::path& backupRoot) override {
-        inner_.writeLastCheck(backupRoot);
-    }
-    std::string coverageDescription(const IntegrityResult& result, Date now) const override {
-        return inner_.coverageDescription(result, now);
+        return inner_.afterPass(relativePaths, backupRoot, stop);
     }
     // Runs once, on the run's task.
     std::function<void()> act;

@@ -36,7 +36,8 @@ TEST_F(VerifyFaultsTest, ADrivePulledWhilePruningCostsAtMostAHundredEntries) {
         copied.push_back("f" + std::to_string(1000 + i));
         writeFile(backup / copied.back(), "data");
     }
-    IntegrityVerifier(wallClock).recordHashes(copied, backup, {});
+    HashDatabase database;
+    IntegrityVerifier(wallClock).recordHashes(database, copied, backup, {});
 
     int tests = 0;
     IntegrityVerifier verifier(wallClock, [&](const fs::path& folder) {
@@ -45,13 +46,8 @@ TEST_F(VerifyFaultsTest, ADrivePulledWhilePruningCostsAtMostAHundredEntries) {
         if (++tests == 2) drive->unmount();
         return isThere;
     });
-    LogCapture log;
-    EXPECT_EQ(verifier.pruneStaleEntries(backup), 100);
+    EXPECT_EQ(verifier.pruneStaleEntries(database, backup), 100);
     EXPECT_EQ(tests, 3);
-    EXPECT_THAT(
-        log.messages("IntegrityVerifier"),
-        ElementsAre("Failed to write hash database to <private>: No such file or directory"))
-        << "what was removed is saved where it can be: nowhere, the drive is gone";
 }
 
 class OffsiteRoomTest : public VerifyFaultsTest {

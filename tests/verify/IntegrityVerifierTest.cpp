@@ -82,7 +82,9 @@ TEST_F(IntegrityVerifierTest, DigestsAreTheStandardOnesAndMemoryDoesNotGrowWithT
 TEST_F(IntegrityVerifierTest, RecordsEveryCopiedFileInTheDatabasesShape) {
     writeFile(backup / "a.txt", "alpha");
     writeFile(backup / "sub/b.txt", "beta!");
-    verifier.recordHashes({"a.txt", "sub/b.txt"}, backup, {});
+    HashDatabase recorded;
+    EXPECT_TRUE(verifier.recordHashes(recorded, {"a.txt", "sub/b.txt"}, backup, {}));
+    verifier.saveDatabase(recorded, backup);
 
     const HashDatabase database = verifier.loadDatabase(backup);
     ASSERT_EQ(database.size(), 2u);
@@ -95,21 +97,60 @@ TEST_F(IntegrityVerifierTest, RecordsEveryCopiedFileInTheDatabasesShape) {
     EXPECT_THAT(text, Not(HasSubstr("lastVerifiedAt")));
 }
 
-TEST_F(IntegrityVerifierTest, NothingCopiedWritesNoDatabase) {
-    verifier.recordHashes({}, backup, {});
+TEST_F(IntegrityVerifierTest, APassThatRecordedNothingWritesNoDatabase) {
+    EXPECT_TRUE(verifier.afterPass({}, backup, {})) << "never checked: due";
     EXPECT_FALSE(fs::exists(backup / ".quillstow-hashes.json"));
-    verifier.recordHashes({"not-there"}, backup, {});
+    EXPECT_FALSE(verifier.afterPass({"not-there"}, backup, {})) << "checked just now";
     EXPECT_FALSE(fs::exists(backup / ".quillstow-hashes.json")) << "no digest, no write";
 }
 
 TEST_F(IntegrityVerifierTest, AFileThatCanNoLongerBeReadKeepsItsOlderEntry) {
     writeFile(backup / "a.txt", "alpha");
-    verifier.recordHashes({"a.txt"}, backup, {});
-    const HashDatabase before = verifier.loadDatabase(backup);
+    HashDatabase database;
+    verifier.recordHashes(database, {"a.txt"}, backup, {});
+    const HashDatabase before = database;
     fs::remove(backup / "a.txt");
     clock.set(clock.now() + hours(1));
-    verifier.recordHashes({"a.txt"}, backup, {});
-    EXPECT_EQ(verifier.loadDatabase(backup), before);
+    EXPECT_FALSE(verifier.recordHashes(database, {"a.txt"}, backup, {}));
+    EXPECT_EQ(database, before);
+}
+
+// One call after each pass: recorded, pruned, and checked once a day, the database written once.
+TEST_F(IntegrityVerifierTest, AfterEveryPassTheDatabaseIsKeptAndTheSampleReadOnceADay) {
+    writeFile(backup / "a.txt", "alpha");
+    writeFile(backup / "b.txt", "beta");
+    auto check = verifier.afterPass({"a.txt", "b.txt"}, backup, {});
+    ASSERT_TRUE(check);
+    EXPECT_EQ(check->result.verified, 2);
+    EXPECT_EQ(check->coverage, "Every file checked today.");
+    EXPECT_EQ(verifier.loadDatabase(backup).at("a.txt").lastVerifiedAt, clock.now());
+    EXPECT_EQ(verifier.lastCheckDate(backup), clock.now());
+
+    fs::remove(backup / "b.txt");
+    clock.set(clock.now() + seconds(86400));
+    EXPECT_FALSE(verifier.afterPass({}, backup, {})) << "86400 seconds: not yet due";
+    EXPECT_EQ(verifier.loadDatabase(backup).size(), 1u) << "the pruning is saved all the same";
+
+    clock.set(clock.now() + seconds(1));
+    check = verifier.afterPass({}, backup, {});
+    ASSERT_TRUE(check) << "86401 seconds: due";
+    EXPECT_EQ(check->result.totalTracked, 1);
+}
+
+TEST(CheckSchedule, IsDueOnlyMoreThanADayAfterTheLastCheck) {
+    const Date now = referenceDate();
+    const struct {
+        const char* name;
+        std::optional<Date> last;
+        bool isDue;
+    } cases[] = {
+        {"never checked", std::nullopt, true},
+        {"a day ago exactly", now - seconds(86400), false},
+        {"a day and a second ago", now - seconds(86401), true},
+        {"a clock set back", now + hours(5), false},
+    };
+    for (const auto& test : cases)
+        EXPECT_EQ(isCheckDue(test.last, now), test.isDue) << test.name;
 }
 
 TEST_F(IntegrityVerifierTest, ADamagedDatabaseReadsEmptyAndTheNextRecordReplacesIt) {
@@ -124,7 +165,7 @@ TEST_F(IntegrityVerifierTest, ADamagedDatabaseReadsEmptyAndTheNextRecordReplaces
     EXPECT_TRUE(log.records().empty()) << "silently";
 
     writeFile(backup / "b.txt", "beta");
-    verifier.recordHashes({"b.txt"}, backup, {});
+    verifier.afterPass({"b.txt"}, backup, {});
     const HashDatabase database = verifier.loadDatabase(backup);
     ASSERT_EQ(database.size(), 1u);
     EXPECT_TRUE(database.contains("b.txt"));
@@ -185,13 +226,14 @@ TEST_F(IntegrityVerifierTest, ACheckStampsWhatItReadAndReportsDamage) {
     writeFile(backup / "good.txt", "fine");
     writeFile(backup / "bad.txt", "right");
     writeFile(backup / "gone.txt", "here");
-    verifier.recordHashes({"good.txt", "bad.txt", "gone.txt"}, backup, {});
-    const std::string badDigest = verifier.loadDatabase(backup).at("bad.txt").sha256;
+    HashDatabase database;
+    verifier.recordHashes(database, {"good.txt", "bad.txt", "gone.txt"}, backup, {});
+    const std::string badDigest = database.at("bad.txt").sha256;
     writeFile(backup / "bad.txt", "wrong");  // the same size, other bytes
     fs::remove(backup / "gone.txt");
 
     clock.set(clock.now() + hours(2));
-    const IntegrityResult result = verifier.verifySample(backup, {});
+    const IntegrityResult result = verifier.verifySample(database, backup, {});
     EXPECT_EQ(result.verified, 1);
     EXPECT_THAT(result.corrupted, ElementsAre("bad.txt"));
     EXPECT_THAT(result.missing, ElementsAre("gone.txt"));
@@ -200,7 +242,6 @@ TEST_F(IntegrityVerifierTest, ACheckStampsWhatItReadAndReportsDamage) {
     EXPECT_FALSE(result.oldestVerifiedAt);
     EXPECT_EQ(result.timestamp, clock.now());
 
-    const HashDatabase database = verifier.loadDatabase(backup);
     EXPECT_EQ(database.at("bad.txt").lastVerifiedAt, clock.now());
     EXPECT_EQ(database.at("bad.txt").sha256, badDigest) << "a damaged file keeps its digest";
     EXPECT_EQ(database.at("good.txt").lastVerifiedAt, clock.now());
@@ -245,8 +286,8 @@ TEST_F(IntegrityVerifierTest, AStopEndsRecordingInsideAFileAndKeepsWhatWasDone) 
     writeFile(backup / "a.txt", "a");
     writeFile(backup / "c.txt", "c");
     StopInsideAFile pipe(backup / "b-pipe");
-    verifier.recordHashes({"a.txt", "b-pipe", "c.txt"}, backup, pipe.token());
-    const HashDatabase database = verifier.loadDatabase(backup);
+    HashDatabase database;
+    verifier.recordHashes(database, {"a.txt", "b-pipe", "c.txt"}, backup, pipe.token());
     EXPECT_EQ(database.size(), 1u);
     EXPECT_TRUE(database.contains("a.txt"));
 }
@@ -254,50 +295,49 @@ TEST_F(IntegrityVerifierTest, AStopEndsRecordingInsideAFileAndKeepsWhatWasDone) 
 TEST_F(IntegrityVerifierTest, AStopEndsACheckInsideAFileWhichIsNeitherGoodNorDamaged) {
     writeFile(backup / "a.txt", "a");
     writeFile(backup / "c.txt", "c");
-    verifier.recordHashes({"a.txt", "c.txt"}, backup, {});
-    HashDatabase database = verifier.loadDatabase(backup);
+    HashDatabase database;
+    verifier.recordHashes(database, {"a.txt", "c.txt"}, backup, {});
     database["b-pipe"] = entry("b-pipe");
-    verifier.saveDatabase(database, backup);
     StopInsideAFile pipe(backup / "b-pipe");
 
-    const IntegrityResult result = verifier.verifySample(backup, pipe.token());
+    const IntegrityResult result = verifier.verifySample(database, backup, pipe.token());
     EXPECT_EQ(result.verified, 1);
     EXPECT_TRUE(result.corrupted.empty());
     EXPECT_EQ(result.neverVerified, 2) << "only a.txt was stamped";
-    EXPECT_EQ(verifier.verifySample(root / "nothing", {}).totalTracked, 0);
 }
 
 TEST_F(IntegrityVerifierTest, AFileCopiedAgainGoesBackToTheFrontOfTheRotation) {
     writeFile(backup / "a.txt", "a");
-    verifier.recordHashes({"a.txt"}, backup, {});
-    IntegrityResult result = verifier.verifySample(backup, {});
+    HashDatabase database;
+    verifier.recordHashes(database, {"a.txt"}, backup, {});
+    IntegrityResult result = verifier.verifySample(database, backup, {});
     EXPECT_EQ(coverageDescription(result, clock.now()), "Every file checked today.");
-    verifier.recordHashes({"a.txt"}, backup, {});
-    EXPECT_FALSE(verifier.loadDatabase(backup).at("a.txt").lastVerifiedAt);
+    verifier.recordHashes(database, {"a.txt"}, backup, {});
+    EXPECT_FALSE(database.at("a.txt").lastVerifiedAt);
 }
 
 TEST_F(IntegrityVerifierTest, PruningForgetsFilesThatLeftTheBackup) {
     writeFile(backup / "stays.txt", "s");
     writeFile(backup / "leaves.txt", "l");
-    verifier.recordHashes({"stays.txt", "leaves.txt"}, backup, {});
+    HashDatabase database;
+    verifier.recordHashes(database, {"stays.txt", "leaves.txt"}, backup, {});
     fs::remove(backup / "leaves.txt");
-    EXPECT_EQ(verifier.pruneStaleEntries(backup), 1);
-    EXPECT_EQ(verifier.loadDatabase(backup).size(), 1u);
-    EXPECT_EQ(verifier.pruneStaleEntries(backup), 0);
-    EXPECT_EQ(verifier.pruneStaleEntries(root / "gone"), 0);
+    EXPECT_EQ(verifier.pruneStaleEntries(database, root / "gone"), 0) << "no folder, no pruning";
+    EXPECT_EQ(verifier.pruneStaleEntries(database, backup), 1);
+    EXPECT_EQ(database.size(), 1u);
+    EXPECT_EQ(verifier.pruneStaleEntries(database, backup), 0);
 }
 
 TEST_F(IntegrityVerifierTest, PruningTestsTheFolderAgainAfterEveryHundredRemovals) {
     HashDatabase database;
     for (int i = 0; i < 250; ++i)
         database["f" + std::to_string(1000 + i)] = entry("f" + std::to_string(1000 + i));
-    verifier.saveDatabase(database, backup);
     int tests = 0;
     IntegrityVerifier counting(clock, [&](const fs::path& folder) {
         ++tests;
         return files::isFolder(folder);
     });
-    EXPECT_EQ(counting.pruneStaleEntries(backup), 250);
+    EXPECT_EQ(counting.pruneStaleEntries(database, backup), 250);
     // Before the walk, and at 0, 100 and 200 removed.
     EXPECT_EQ(tests, 4);
 }

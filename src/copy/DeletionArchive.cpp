@@ -69,17 +69,18 @@ std::optional<FileOperationError> archiveRefusal(const fs::path& source, std::si
     if (sourceCount == 0) {
         return FileOperationError{
             source, "archive",
-            errors::quillstow(1001, "Source appears empty or unreadable — skipped archival of " +
-                                        std::to_string(mirrorCount) +
-                                        " backup file(s) to protect existing backups.")};
+            errors::quillstow(ErrorCode::sourceEmptyBeforeArchival,
+                              "Source appears empty or unreadable — skipped archival of " +
+                                  std::to_string(mirrorCount) +
+                                  " backup file(s) to protect existing backups.")};
     }
     if (int(orphanCount) >= massRailThreshold(mirrorCount)) {
         return FileOperationError{
             source, "archive",
-            errors::quillstow(1002, "Unusually large number of files (" +
-                                        std::to_string(orphanCount) +
-                                        ") would be archived — skipping archival as a safety "
-                                        "measure.")};
+            errors::quillstow(ErrorCode::tooManyToArchive,
+                              "Unusually large number of files (" + std::to_string(orphanCount) +
+                                  ") would be archived — skipping archival as a safety "
+                                  "measure.")};
     }
     return std::nullopt;
 }

@@ -86,13 +86,13 @@ transfer::MirrorRoot checkBeforeTouching(FileSystem& fileSystem, const Path& sou
     const auto destinationInfo = files::readInfo(destination);
     if (destinationInfo && destinationInfo->isSymbolicLink()) {
         raise(destination, "validateDestination",
-              errors::quillstow(1003,
+              errors::quillstow(ErrorCode::destinationIsLink,
                                 "Destination path is a symbolic link — refusing to write "
                                 "to prevent data redirection."));
     }
     if (!files::isReadable(source)) {
         raise(source, "validateSource",
-              errors::quillstow(1004,
+              errors::quillstow(ErrorCode::sourceNotReadable,
                                 "Source folder is not readable — check permissions or "
                                 "reconnect the drive."));
     }
@@ -106,7 +106,7 @@ transfer::MirrorRoot checkBeforeTouching(FileSystem& fileSystem, const Path& sou
     }
     if (!files::isWritable(destination)) {
         raise(destination, "validateDestination",
-              errors::quillstow(1005,
+              errors::quillstow(ErrorCode::destinationNotWritable,
                                 "Destination folder is not writable — check permissions "
                                 "or disk space."));
     }
@@ -230,7 +230,8 @@ class Pass {
         services_.gate.pauseBetweenFiles(stop_);
         if (!files::isReadable(sourceItem)) {
             batch_.addError({sourceItem, "copy",
-                             errors::quillstow(1008, "Source file became unreadable mid-backup.")});
+                             errors::quillstow(ErrorCode::sourceBecameUnreadable,
+                                               "Source file became unreadable mid-backup.")});
             return true;
         }
         if (const auto obstacle = obstacleFor(relative, item.info, mirror_.entries)) {

@@ -66,7 +66,7 @@ void createFoldersOnVolume(FileSystem& fileSystem, const Path& folder, const Mir
 
 Error sourceChangedError() {
     return errors::quillstow(
-        1014,
+        ErrorCode::sourceChangedDuringCopy,
         "Source file changed while it was being copied — will copy it again on the next backup.");
 }
 

@@ -41,7 +41,7 @@ std::vector<fs::path> homeFolders() {
 
 namespace {
 
-[[noreturn]] void refuse(const fs::path& url, int code, const char* message) {
+[[noreturn]] void refuse(const fs::path& url, ErrorCode code, const char* message) {
     throw FileOperationFailure({url, "validatePath", errors::quillstow(code, message)});
 }
 
@@ -58,15 +58,15 @@ void validatePaths(const fs::path& source, const fs::path& destination) {
     const std::string to = paths::standardized(destination).native();
 
     if (from == to) {
-        refuse(destination, 1100,
+        refuse(destination, ErrorCode::sameFolder,
                "Source and destination are the same folder. Choose a different destination.");
     }
     if (isBelow(to, from)) {
-        refuse(destination, 1101,
+        refuse(destination, ErrorCode::destinationInsideSource,
                "Destination is inside the source folder. Choose a different destination.");
     }
     if (isBelow(from, to)) {
-        refuse(source, 1102,
+        refuse(source, ErrorCode::sourceInsideDestination,
                "Source folder is inside the destination. Choose a different destination.");
     }
     // Where drives appear is never a system folder, though /run holds one of those places.
@@ -76,13 +76,13 @@ void validatePaths(const fs::path& source, const fs::path& destination) {
     for (const auto row : protectedPaths()) {
         if (isOnRemovableMedia) break;
         if (to == row || isBelow(to, std::string(row))) {
-            refuse(destination, 1103,
+            refuse(destination, ErrorCode::protectedFolder,
                    "Destination is a protected system folder. Choose a different destination.");
         }
     }
     for (const auto& home : homeFolders()) {
         if (to == home.native()) {
-            refuse(destination, 1104,
+            refuse(destination, ErrorCode::homeFolder,
                    "Destination cannot be your home folder. Choose a subfolder or external drive.");
         }
     }
@@ -91,7 +91,8 @@ void validatePaths(const fs::path& source, const fs::path& destination) {
 
 void validateLocation(const fs::path& location) {
     if (paths::standardized(location) == "/") {
-        refuse(location, 1105, "Destination cannot be the root of the filesystem.");
+        refuse(location, ErrorCode::rootFolder,
+               "Destination cannot be the root of the filesystem.");
     }
 }
 
@@ -100,7 +101,7 @@ std::optional<FileOperationError> checkVolumes(const fs::path& source,
     if (!files::isFolder(source)) {
         return FileOperationError{
             source, "sourceVolumeCheck",
-            errors::quillstow(1006,
+            errors::quillstow(ErrorCode::sourceVolumeLost,
                               "Source volume disconnected during backup — aborting to "
                               "protect existing backups.")};
     }
@@ -110,14 +111,15 @@ std::optional<FileOperationError> checkVolumes(const fs::path& source,
 
 FileOperationError destinationVolumeLost(const fs::path& destination) {
     return {destination, "destinationVolumeCheck",
-            errors::quillstow(1007, "Destination volume disconnected during backup — aborting.")};
+            errors::quillstow(ErrorCode::destinationVolumeLost,
+                              "Destination volume disconnected during backup — aborting.")};
 }
 
 std::optional<FileOperationError> checkSourceBeforeArchival(const fs::path& source) {
     if (files::isFolder(source)) return std::nullopt;
     return FileOperationError{
         source, "archive",
-        errors::quillstow(1006,
+        errors::quillstow(ErrorCode::sourceVolumeLost,
                           "Source became unreachable before archival — skipping archival "
                           "to protect backups.")};
 }

@@ -38,7 +38,7 @@ class Handle {
     int fd_;
 };
 
-[[noreturn]] void fail(int code, const char* message) {
+[[noreturn]] void fail(ErrorCode code, const char* message) {
     throw Failure(errors::quillstow(code, message));
 }
 
@@ -116,7 +116,7 @@ void streamCopy(FileSystem& fileSystem, const fs::path& source, const fs::path& 
     const Handle input(openForReading(source));
     struct stat status {};
     if (input.get() < 0 || ::fstat(input.get(), &status) != 0) {
-        fail(1010, "Could not open source file for reading.");
+        fail(ErrorCode::sourceNotOpened, "Could not open source file for reading.");
     }
     const auto head = resumableHead(fileSystem, partial, size);
     std::int64_t offset = head ? head->size : 0;
@@ -124,7 +124,7 @@ void streamCopy(FileSystem& fileSystem, const fs::path& source, const fs::path& 
         throwIfStopped(context.stop);
         if (status.st_size < offset) {
             removeQuietly(fileSystem, partial);
-            fail(1013,
+            fail(ErrorCode::resumeMismatch,
                  "Resume mismatch — source shrank since the previous copy. Restarting next time.");
         }
         // A head written before the source last changed holds an older version: joined to a
@@ -135,7 +135,8 @@ void streamCopy(FileSystem& fileSystem, const fs::path& source, const fs::path& 
     const int partialFlags =
         O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | (offset > 0 ? 0 : O_TRUNC);
     const Handle output(::open(partial.c_str(), partialFlags, 0600));
-    if (output.get() < 0) fail(1011, "Could not open destination file for writing.");
+    if (output.get() < 0)
+        fail(ErrorCode::partialNotOpened, "Could not open destination file for writing.");
 
     try {
         copyChunks(fileSystem, input.get(), output.get(), offset, size, name, context);

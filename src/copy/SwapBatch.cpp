@@ -63,7 +63,7 @@ void SwapBatch::abandon(BackupResult& result) {
 // The error of a size check that failed, in the pass's words.
 FileOperationError sizeMismatchError(const std::filesystem::path& destination) {
     return {destination, "verifySize",
-            errors::quillstow(1009,
+            errors::quillstow(ErrorCode::sizeMismatch,
                               "File was copied but size doesn't match source — will retry "
                               "on next backup.")};
 }

@@ -5,8 +5,8 @@
 namespace quillstow {
 namespace errors {
 
-Error quillstow(int code, std::string description) {
-    return Error{std::string(quillstowDomain), code, std::move(description)};
+Error quillstow(ErrorCode code, std::string description) {
+    return Error{std::string(quillstowDomain), int(code), std::move(description)};
 }
 
 Error posix(int errnoValue) {
@@ -29,6 +29,10 @@ bool isCancellation(const Error& error) {
 }
 
 }  // namespace errors
+
+bool Error::is(ErrorCode ownCode) const {
+    return domain == errors::quillstowDomain && code == int(ownCode);
+}
 
 void throwPosix(int errnoValue) {
     throw Failure(errors::posix(errnoValue));

@@ -13,12 +13,50 @@
 
 namespace quillstow {
 
+// The codes of the system's own errors, in the domain "Quillstow". The numbers are what a
+// result records and a log shows: never renumber one.
+enum class ErrorCode : int {
+    // The archive phase's rails.
+    sourceEmptyBeforeArchival = 1001,
+    tooManyToArchive = 1002,
+    // The checks before a pass, and the volumes during it.
+    destinationIsLink = 1003,
+    sourceNotReadable = 1004,
+    destinationNotWritable = 1005,
+    sourceVolumeLost = 1006,
+    destinationVolumeLost = 1007,
+    // One file of a pass.
+    sourceBecameUnreadable = 1008,
+    sizeMismatch = 1009,
+    // The streamed copy of a large file. Two texts share 1013 on purpose.
+    sourceNotOpened = 1010,
+    partialNotOpened = 1011,
+    readFailed = 1012,
+    writeFailed = 1013,
+    resumeMismatch = 1013,
+    sourceChangedDuringCopy = 1014,
+    // The folders a pair may use.
+    sameFolder = 1100,
+    destinationInsideSource = 1101,
+    sourceInsideDestination = 1102,
+    protectedFolder = 1103,
+    homeFolder = 1104,
+    rootFolder = 1105,
+    // The offsite copy.
+    offsiteFolderLost = 2001,
+    offsiteSizeMismatch = 2010,
+    offsiteRoomShort = 2020,
+};
+
 struct Error {
     std::string domain;
+    // An ErrorCode in the domain "Quillstow", the errno value in "POSIX".
     int code = 0;
     std::string description;
 
     bool operator==(const Error&) const = default;
+    // Whether this is the system's own error of that code.
+    bool is(ErrorCode ownCode) const;
 };
 
 namespace errors {
@@ -29,7 +67,7 @@ inline constexpr std::string_view cancellationDomain = "Cancellation";
 inline constexpr std::string_view decodingDomain = "Decoding";
 
 // An error of the system itself, with its user-facing message.
-Error quillstow(int code, std::string description);
+Error quillstow(ErrorCode code, std::string description);
 
 // The error of a failed system call; the description is the system's text for the number.
 Error posix(int errnoValue);

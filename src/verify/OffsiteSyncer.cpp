@@ -17,9 +17,10 @@ namespace {
 constexpr std::int64_t bytesPerMegabyte = 1048576;
 
 FileOperationError folderLost(const fs::path& offsiteRoot) {
-    return {offsiteRoot, "offsiteReachability",
-            errors::quillstow(
-                2001, "Offsite folder became unavailable mid-sync — pausing offsite copy.")};
+    return {
+        offsiteRoot, "offsiteReachability",
+        errors::quillstow(ErrorCode::offsiteFolderLost,
+                          "Offsite folder became unavailable mid-sync — pausing offsite copy.")};
 }
 
 std::int64_t sizeOf(const fs::path& file) {
@@ -85,9 +86,10 @@ std::int64_t OffsiteSyncer::copyFile(const fs::path& source, const fs::path& tar
         const std::int64_t copied = sizeOf(temporary);
         if (copied != size) {
             removeQuietly(fileSystem_, temporary);
-            lastError = errors::quillstow(
-                2010, "Offsite copy size mismatch: source=" + std::to_string(size) +
-                          ", copied=" + std::to_string(copied) + ".");
+            lastError =
+                errors::quillstow(ErrorCode::offsiteSizeMismatch,
+                                  "Offsite copy size mismatch: source=" + std::to_string(size) +
+                                      ", copied=" + std::to_string(copied) + ".");
             continue;
         }
         try {
@@ -137,12 +139,13 @@ OffsiteSyncResult OffsiteSyncer::sync(const fs::path& backupRoot, const fs::path
         if (available && *available < neededBytes + freeSpaceMargin) {
             result.errors.push_back(
                 {offsiteRoot, "offsiteDiskSpaceCheck",
-                 errors::quillstow(2020, "Not enough room in the offsite folder. Need ~" +
-                                             std::to_string(neededBytes / bytesPerMegabyte) +
-                                             " MB, only ~" +
-                                             std::to_string(*available / bytesPerMegabyte) +
-                                             " MB free. Free up space in your cloud folder and "
-                                             "try again.")});
+                 errors::quillstow(ErrorCode::offsiteRoomShort,
+                                   "Not enough room in the offsite folder. Need ~" +
+                                       std::to_string(neededBytes / bytesPerMegabyte) +
+                                       " MB, only ~" +
+                                       std::to_string(*available / bytesPerMegabyte) +
+                                       " MB free. Free up space in your cloud folder and "
+                                       "try again.")});
             return finish();
         }
     }

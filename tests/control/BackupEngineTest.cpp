@@ -601,7 +601,8 @@ TEST(RunPaths, AFolderNamedQuillstowIsTheMirrorRootAndHoldsTheArchive) {
 
 TEST(MappedError, KeepsBackupErrorsAndWrapsEverythingElse) {
     EXPECT_EQ(mappedError(BackupFailure(BackupError::timedOut())), BackupError::timedOut());
-    const FileOperationFailure refused({"/d", "validatePath", errors::quillstow(1105, "root")});
+    const FileOperationFailure refused(
+        {"/d", "validatePath", errors::quillstow(ErrorCode::rootFolder, "root")});
     EXPECT_EQ(mappedError(refused), BackupError::watcherFailed("root"));
     EXPECT_EQ(mappedError(std::runtime_error("odd")), BackupError::watcherFailed("odd"));
 }

@@ -119,10 +119,11 @@ TEST_F(DeletionArchiveTest, TheMassRailHoldsAtItsThresholdAndNotBelow) {
                 EXPECT_EQ(result.errors[0].operation, "archive");
                 EXPECT_EQ(result.errors[0].url, source);
                 EXPECT_EQ(result.errors[0].underlying,
-                          errors::quillstow(
-                              1002, "Unusually large number of files (" + std::to_string(orphans) +
-                                        ") would be archived — skipping archival as a "
-                                        "safety measure."));
+                          errors::quillstow(ErrorCode::tooManyToArchive,
+                                            "Unusually large number of files (" +
+                                                std::to_string(orphans) +
+                                                ") would be archived — skipping archival as a "
+                                                "safety measure."));
                 EXPECT_FALSE(fs::exists(trash));
                 EXPECT_FALSE(result.abortedDueToVolumeLoss);
             }
@@ -149,7 +150,7 @@ TEST_F(DeletionArchiveTest, AnEmptySourceNeverEmptiesAMirror) {
     EXPECT_EQ(archive({}), 0);
     ASSERT_EQ(result.errors.size(), 1u);
     EXPECT_EQ(result.errors[0].underlying,
-              errors::quillstow(1001,
+              errors::quillstow(ErrorCode::sourceEmptyBeforeArchival,
                                 "Source appears empty or unreadable — skipped archival of 3 "
                                 "backup file(s) to protect existing backups."));
     EXPECT_FALSE(result.abortedDueToVolumeLoss);

@@ -186,7 +186,8 @@ TEST(IsTransient, OnlyFourPosixErrorsAre) {
     for (int code : {EPERM, ENOSPC, ENOENT, EACCES, EROFS}) {
         EXPECT_FALSE(transfer::isTransient(errors::posix(code)));
     }
-    EXPECT_FALSE(transfer::isTransient(errors::quillstow(EIO, "same number, other domain")));
+    EXPECT_FALSE(
+        transfer::isTransient(errors::quillstow(ErrorCode(EIO), "same number, other domain")));
     EXPECT_FALSE(transfer::isTransient(errors::cancellation()));
 }
 

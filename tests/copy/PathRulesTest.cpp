@@ -107,7 +107,8 @@ TEST(CheckVolumes, ReportsTheSourceFirstThenTheDestination) {
     ASSERT_TRUE(destinationGone);
     EXPECT_EQ(destinationGone->operation, "destinationVolumeCheck");
     EXPECT_EQ(destinationGone->underlying,
-              errors::quillstow(1007, "Destination volume disconnected during backup — aborting."));
+              errors::quillstow(ErrorCode::destinationVolumeLost,
+                                "Destination volume disconnected during backup — aborting."));
 
     const auto beforeArchival = checkSourceBeforeArchival(root / "gone");
     ASSERT_TRUE(beforeArchival);

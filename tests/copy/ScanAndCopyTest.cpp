@@ -234,7 +234,7 @@ TEST_F(ScanAndCopyTest, ASizeMismatchLeavesNoCopyAndOneVerifySizeError) {
     EXPECT_EQ(result.errors[0].operation, "verifySize");
     EXPECT_EQ(result.errors[0].url, mirror / "bad.txt");
     EXPECT_EQ(result.errors[0].underlying,
-              errors::quillstow(1009,
+              errors::quillstow(ErrorCode::sizeMismatch,
                                 "File was copied but size doesn't match source — will "
                                 "retry on next backup."));
     EXPECT_EQ(readFile(mirror / "bad.txt"), "an old copy");

@@ -96,7 +96,7 @@ TEST_F(StreamedCopyTest, ASourceThatShrankBelowTheHeadIsAMismatchAndTheHeadGoes)
         FAIL() << "no mismatch";
     } catch (const Failure& failure) {
         EXPECT_EQ(failure.error(),
-                  errors::quillstow(1013,
+                  errors::quillstow(ErrorCode::resumeMismatch,
                                     "Resume mismatch — source shrank since the previous "
                                     "copy. Restarting next time."));
     }

@@ -145,7 +145,7 @@ TEST_F(DriveFaultsTest, AReadOnlyDriveIsRefusedBeforeAnythingIsWritten) {
         EXPECT_EQ(failure.error().operation, "validateDestination");
         EXPECT_EQ(failure.error().url, mirror);
         EXPECT_EQ(failure.error().underlying,
-                  errors::quillstow(1005,
+                  errors::quillstow(ErrorCode::destinationNotWritable,
                                     "Destination folder is not writable — check "
                                     "permissions or disk space."));
     }

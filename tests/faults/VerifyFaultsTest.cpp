@@ -93,7 +93,7 @@ TEST_F(OffsiteRoomTest, OneByteLessIsRefusedBeforeAnythingIsCopied) {
     ASSERT_EQ(result.errors.size(), 1u);
     EXPECT_EQ(result.errors[0].operation, "offsiteDiskSpaceCheck");
     EXPECT_EQ(result.errors[0].underlying,
-              errors::quillstow(2020,
+              errors::quillstow(ErrorCode::offsiteRoomShort,
                                 "Not enough room in the offsite folder. Need ~1 MB, only ~501 MB "
                                 "free. Free up space in your cloud folder and try again."));
     EXPECT_TRUE(filesBelow(drive->path()).empty());

@@ -110,7 +110,7 @@ TEST_F(VolumeLossTest, AStaleMountPointAsSourceNeverEmptiesTheMirror) {
 
     ASSERT_EQ(result.errors.size(), 1u);
     EXPECT_EQ(result.errors[0].underlying,
-              errors::quillstow(1001,
+              errors::quillstow(ErrorCode::sourceEmptyBeforeArchival,
                                 "Source appears empty or unreadable — skipped archival of 12 "
                                 "backup file(s) to protect existing backups."));
     EXPECT_FALSE(result.abortedDueToVolumeLoss);

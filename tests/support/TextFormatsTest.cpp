@@ -131,6 +131,13 @@ TEST(JsonReader, FailsWithTheDecodingError) {
     }
 }
 
+TEST(Errors, TheSystemsOwnCodesAreNotErrnoValuesOfTheSameNumber) {
+    EXPECT_TRUE(
+        errors::quillstow(ErrorCode::sourceVolumeLost, "gone").is(ErrorCode::sourceVolumeLost));
+    EXPECT_FALSE(errors::posix(int(ErrorCode::rootFolder)).is(ErrorCode::rootFolder));
+    EXPECT_FALSE(errors::quillstow(ErrorCode::sizeMismatch, "").is(ErrorCode::offsiteSizeMismatch));
+}
+
 TEST(ByteCounts, FollowTheFileStyle) {
     const std::pair<std::int64_t, const char*> cases[] = {
         {0, "Zero KB"},

@@ -120,9 +120,10 @@ TEST_F(OffsiteSyncerTest, AFolderGoneMidSyncPausesTheCopyWithOneError) {
     ASSERT_EQ(result.errors.size(), 1u);
     EXPECT_EQ(result.errors[0].operation, "offsiteReachability");
     EXPECT_EQ(result.errors[0].url, offsite);
-    EXPECT_EQ(result.errors[0].underlying,
-              errors::quillstow(
-                  2001, "Offsite folder became unavailable mid-sync — pausing offsite copy."));
+    EXPECT_EQ(
+        result.errors[0].underlying,
+        errors::quillstow(ErrorCode::offsiteFolderLost,
+                          "Offsite folder became unavailable mid-sync — pausing offsite copy."));
 }
 
 TEST_F(OffsiteSyncerTest, ACopyWhoseSizeDiffersNeverReachesTheFinalName) {
@@ -135,7 +136,8 @@ TEST_F(OffsiteSyncerTest, ACopyWhoseSizeDiffersNeverReachesTheFinalName) {
     EXPECT_EQ(result.errors[0].operation, "offsiteCopy");
     EXPECT_EQ(result.errors[0].url, backup / "a.txt");
     EXPECT_EQ(result.errors[0].underlying,
-              errors::quillstow(2010, "Offsite copy size mismatch: source=11, copied=4."));
+              errors::quillstow(ErrorCode::offsiteSizeMismatch,
+                                "Offsite copy size mismatch: source=11, copied=4."));
     EXPECT_EQ(readFile(offsite / "a.txt"), "old");
     EXPECT_EQ(filesBelow(offsite).size(), 1u) << "no temporary is left";
     EXPECT_THAT(sleeper.slept, ElementsAre(0.5, 1.0)) << "three attempts";

@@ -48,6 +48,8 @@ void Application::stopEverything() {
 
 void Application::save() {
     configStore_->save();
+    // The end waits for the disk: the writes are the store's writer's.
+    configStore_->flush();
 }
 
 }  // namespace quillstow

@@ -34,7 +34,8 @@ class Application {
 
     // The end, in two steps with the main queue's pending work run in between, so that what the
     // stopped runs handed to the main thread reaches the settings and the log: stop every pair
-    // and wait for the background tasks; then write the settings and the log.
+    // and wait for the background tasks; then write the settings and the log, and wait until
+    // they are on disk.
     void stopEverything();
     void save();
 

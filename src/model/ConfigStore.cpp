@@ -22,12 +22,14 @@ std::string packageUpgradeKey(const Uuid& pairId) {
     return "didLogPackageUpgrade_" + pairId.text();
 }
 
-ConfigStore::ConfigStore(fs::path settingsFolder, MainQueue& mainQueue, UserDefaults& defaults)
+ConfigStore::ConfigStore(fs::path settingsFolder, MainQueue& mainQueue, UserDefaults& defaults,
+                         WriteFile writeFile)
     : appSupportURL_(std::move(settingsFolder)),
       configFileURL_(appSupportURL_ / "config.json"),
       logFileURL_(appSupportURL_ / "backup-log.json"),
       mainQueue_(mainQueue),
-      defaults_(defaults) {
+      defaults_(defaults),
+      writeFile_(writeFile ? std::move(writeFile) : WriteFile(atomicfile::write)) {
     ensureDirectory();
     loadConfig();
     loadLog();
@@ -216,9 +218,15 @@ ConfigFile ConfigStore::fileToSave() {
 }
 
 void ConfigStore::saveConfig() {
+    // The snapshot is taken here; the disk is the writer's.
+    writer_.submit("config.json",
+                   [this, text = json::write(toJson(fileToSave()))] { writeConfig(text); });
+}
+
+void ConfigStore::writeConfig(const std::string& text) const {
     keepPreviousConfig();
     try {
-        atomicfile::write(configFileURL_, json::write(toJson(fileToSave())));
+        writeFile_(configFileURL_, text);
     } catch (const Failure& failure) {
         log_.error("Failed to write %{public}s: %{public}s", "config.json",
                    failure.error().description);
@@ -227,7 +235,7 @@ void ConfigStore::saveConfig() {
 
 // Copies config.json to its backup by the same atomic write, so that a failed copy leaves the
 // old backup whole. A copy that can't be read never replaces a backup that can.
-void ConfigStore::keepPreviousConfig() {
+void ConfigStore::keepPreviousConfig() const {
     // Nothing there, or nothing that can be read: the backup stays as it is.
     const auto previous = contentOf(configFileURL_);
     if (!previous) return;
@@ -235,19 +243,22 @@ void ConfigStore::keepPreviousConfig() {
         return;
     }
     try {
-        atomicfile::write(backupFileURL(), *previous);
+        writeFile_(backupFileURL(), *previous);
     } catch (const Failure&) {
         // Ignored, as the copy always was: the write of config.json goes on.
     }
 }
 
 void ConfigStore::writeLog() {
-    try {
-        atomicfile::write(logFileURL_, json::write(toJson(events_)));
-    } catch (const Failure& failure) {
-        log_.error("Failed to write %{public}s: %{public}s", "backup-log.json",
-                   failure.error().description);
-    }
+    // A copy of the events: the main thread goes on changing its own.
+    writer_.submit("backup-log.json", [this, events = events_] {
+        try {
+            writeFile_(logFileURL_, json::write(toJson(events)));
+        } catch (const Failure& failure) {
+            log_.error("Failed to write %{public}s: %{public}s", "backup-log.json",
+                       failure.error().description);
+        }
+    });
 }
 
 void ConfigStore::scheduleLogFlush() {

@@ -13,13 +13,16 @@
 // stood. Failures are logged and never reach the user: the state in memory stands.
 //
 // Threading: every operation runs on the main thread, and observers are told there, at once.
-// Copying is deleted: there is one store.
+// The files are written on a writer thread of the store's own, from a snapshot taken on the
+// main thread, which never waits for the disk; flush() (and the store's end) waits for the last
+// write. Copying is deleted: there is one store.
 
 #include <filesystem>
 #include <functional>
 #include <vector>
 
 #include "model/ConfigFile.hpp"
+#include "support/BackgroundWriter.hpp"
 #include "support/Logger.hpp"
 #include "support/MainQueue.hpp"
 #include "support/Observable.hpp"
@@ -35,12 +38,17 @@ class ConfigStore {
     static constexpr std::size_t maxLogEntries = 500;
     static constexpr double logFlushDelay = 0.5;
 
+    // Writes a whole file by the atomic rule; tests put a slow or failing one in its place.
+    using WriteFile = std::function<void(const std::filesystem::path&, std::string_view)>;
+
     // Makes the folder if needed and loads both files; of a log longer than 500 entries only
     // the newest 500 are loaded.
-    ConfigStore(std::filesystem::path settingsFolder, MainQueue& mainQueue, UserDefaults& defaults);
+    ConfigStore(std::filesystem::path settingsFolder, MainQueue& mainQueue, UserDefaults& defaults,
+                WriteFile writeFile = nullptr);
     ConfigStore(const ConfigStore&) = delete;
     ConfigStore& operator=(const ConfigStore&) = delete;
-    // A log write still pending is dropped with the store; the app calls save() before.
+    // A log write still waiting for its half second is dropped with the store (the app calls
+    // save() before); a write already handed to the writer is waited for.
     ~ConfigStore();
 
     const std::vector<BackupPair>& pairs() const { return pairs_; }
@@ -62,8 +70,10 @@ class ConfigStore {
     void removePair(const Uuid& id);
     // Appends, keeps the newest 500, and schedules the log write; never writes inside the call.
     void addEvent(const BackupEvent& event);
-    // Writes the settings, and the log at once in place of any pending write.
+    // Hands the settings, and the log at once in place of any pending write, to the writer.
     void save();
+    // Until everything handed to the writer so far is on disk.
+    void flush() { writer_.flush(); }
 
     [[nodiscard]] Subscription observePairs(Observers<std::vector<BackupPair>>::Observer observer);
     [[nodiscard]] Subscription observeAppConfig(Observers<AppConfig>::Observer observer);
@@ -80,7 +90,9 @@ class ConfigStore {
     ConfigFile readConfig(const std::filesystem::path& file) const;
     void loadLog();
     void saveConfig();
-    void keepPreviousConfig();
+    // On the writer's thread.
+    void writeConfig(const std::string& text) const;
+    void keepPreviousConfig() const;
     // The settings as they are written; kept values the program has overwritten are forgotten.
     ConfigFile fileToSave();
     void writeLog();
@@ -105,6 +117,9 @@ class ConfigStore {
     Observers<std::vector<BackupPair>> pairsObservers_;
     Observers<AppConfig> appConfigObservers_;
     Observers<std::vector<BackupEvent>> eventsObservers_;
+    const WriteFile writeFile_;
+    // Last: its thread ends, its writes done, before anything a write reads goes.
+    BackgroundWriter writer_;
 };
 
 // The user default that remembers that a pair's catch-up message was logged.

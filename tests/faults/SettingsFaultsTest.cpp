@@ -35,6 +35,7 @@ TEST_F(SettingsFaultsTest, AFailedWriteKeepsTheStateInMemoryAndTheOldFilesWhole)
     first.destinationURL = "/media/ana/Drive";
     store.addPair(first);
     store.save();
+    store.flush();
     const std::string config = readFile(settings.path() / "config.json");
     const std::string eventLog = readFile(settings.path() / "backup-log.json");
 
@@ -45,6 +46,7 @@ TEST_F(SettingsFaultsTest, AFailedWriteKeepsTheStateInMemoryAndTheOldFilesWhole)
     store.addPair(second);
     store.addEvent(BackupEvent{});
     queue.advance(1.0);
+    store.flush();
 
     EXPECT_EQ(store.pairs().size(), 2u);
     EXPECT_EQ(store.events().size(), 1u);
@@ -80,6 +82,7 @@ TEST_F(SettingsFaultsTest, TheBackupIsWholeEvenWhenTheDiskFillsUpWhileItIsWritte
     ConfigStore store(settings.path(), queue, defaults);
 
     store.addPair(pair);
+    store.flush();
 
     EXPECT_TRUE(readFile(settings.path() / "config.json.backup") == oldBackup);
     EXPECT_TRUE(readFile(settings.path() / "config.json") == config);

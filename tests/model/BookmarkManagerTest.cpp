@@ -88,6 +88,7 @@ TEST(Bookmarks, ARefreshedBookmarkReachesTheSettingsFile) {
     ASSERT_TRUE(resolved.newBytes);
     pair.destinationBookmark = resolved.newBytes;
     store.updatePair(pair);
+    store.flush();
 
     const auto written = configFileFromJson(json::read(readFile(root / "settings/config.json")));
     EXPECT_EQ(written.pairs[0].destinationBookmark, resolved.newBytes);

@@ -7,11 +7,15 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <condition_variable>
+#include <mutex>
 #include <random>
+#include <thread>
 
 #include "LogCapture.hpp"
 #include "TestTree.hpp"
 #include "model/ConfigStore.hpp"
+#include "support/AtomicFile.hpp"
 #include "support/VirtualMainQueue.hpp"
 
 namespace quillstow {
@@ -20,6 +24,7 @@ namespace {
 using namespace testing;
 using namespace std::chrono;
 using ::testing::Contains;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 namespace fs = std::filesystem;
@@ -190,13 +195,33 @@ class ConfigStoreTest : public ::testing::Test {
     InMemoryUserDefaults defaults;
     LogCapture log;
 
-    std::unique_ptr<ConfigStore> open() {
-        return std::make_unique<ConfigStore>(folder, queue, defaults);
+    std::shared_ptr<ConfigStore> open(ConfigStore::WriteFile writeFile = nullptr) {
+        auto store = std::make_shared<ConfigStore>(folder, queue, defaults, std::move(writeFile));
+        opened_.push_back(store);
+        return store;
+    }
+
+    // The stores write on a thread of their own: what they have handed over, once written.
+    void flushAll() {
+        for (const auto& weak : opened_) {
+            if (const auto store = weak.lock()) store->flush();
+        }
+    }
+    std::string onDisk(const fs::path& file) {
+        flushAll();
+        return readFile(file);
+    }
+    bool existsOnDisk(const fs::path& file) {
+        flushAll();
+        return fs::exists(file);
     }
 
     void writeGoodConfig(const fs::path& file, const std::vector<BackupPair>& pairs) {
         writeFile(file, json::write(toJson(ConfigFile{pairs, AppConfig{}})));
     }
+
+  private:
+    std::vector<std::weak_ptr<ConfigStore>> opened_;
 };
 
 TEST_F(ConfigStoreTest, AFirstRunStartsFreshAndWritesNothingUntilTheFirstSave) {
@@ -209,9 +234,9 @@ TEST_F(ConfigStoreTest, AFirstRunStartsFreshAndWritesNothingUntilTheFirstSave) {
     EXPECT_TRUE(log.records().empty());
 
     store->save();
-    EXPECT_TRUE(fs::exists(folder / "config.json"));
-    EXPECT_TRUE(fs::exists(folder / "backup-log.json"));
-    EXPECT_FALSE(fs::exists(folder / "config.json.backup"));
+    EXPECT_TRUE(existsOnDisk(folder / "config.json"));
+    EXPECT_TRUE(existsOnDisk(folder / "backup-log.json"));
+    EXPECT_FALSE(existsOnDisk(folder / "config.json.backup"));
 }
 
 TEST_F(ConfigStoreTest, WritesTheSettingsInTheirExactShape) {
@@ -219,7 +244,7 @@ TEST_F(ConfigStoreTest, WritesTheSettingsInTheirExactShape) {
     pair.id = *Uuid::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
     pair.lastBackupAt = pair.createdAt + 90s + 500ms;
     open()->addPair(pair);
-    EXPECT_EQ(readFile(folder / "config.json"), R"({
+    EXPECT_EQ(onDisk(folder / "config.json"), R"({
   "appConfig": {
     "backupInterval": "1hr",
     "bandwidthMode": "auto",
@@ -250,6 +275,8 @@ TEST_F(ConfigStoreTest, PairsSurviveARestart) {
     {
         auto store = open();
         store->addPair(film);
+        // Saves that wait together are written once: this one is on disk before the next.
+        store->flush();
         store->addPair(photos);
         AppConfig config;
         config.bandwidthMode = BandwidthMode::quiet;
@@ -260,7 +287,7 @@ TEST_F(ConfigStoreTest, PairsSurviveARestart) {
     EXPECT_EQ(store->pairs(), (std::vector<BackupPair>{film, photos}));
     EXPECT_EQ(store->appConfig().bandwidthMode, BandwidthMode::quiet);
     // Every write but the first kept the file before it.
-    EXPECT_TRUE(fs::exists(folder / "config.json.backup"));
+    EXPECT_TRUE(existsOnDisk(folder / "config.json.backup"));
 }
 
 TEST_F(ConfigStoreTest, ADamagedConfigIsRecoveredFromTheBackupAndRewritten) {
@@ -276,11 +303,11 @@ TEST_F(ConfigStoreTest, ADamagedConfigIsRecoveredFromTheBackupAndRewritten) {
     EXPECT_TRUE(messages[0].starts_with("Failed to load config.json: ")) << messages[0];
     EXPECT_EQ(messages[1], "Recovered from config.json.backup");
     EXPECT_EQ(log.records()[1].level, LogLevel::standard);
-    EXPECT_EQ(configFileFromJson(json::read(readFile(folder / "config.json"))).pairs,
+    EXPECT_EQ(configFileFromJson(json::read(onDisk(folder / "config.json"))).pairs,
               std::vector<BackupPair>{pair});
     // A damaged file is never copied over the good backup, neither now nor at the next save.
     const auto backupPairs = [&] {
-        return configFileFromJson(json::read(readFile(folder / "config.json.backup"))).pairs;
+        return configFileFromJson(json::read(onDisk(folder / "config.json.backup"))).pairs;
     };
     EXPECT_EQ(backupPairs(), std::vector<BackupPair>{pair});
     store->addPair(pairNamed("Photos"));
@@ -363,7 +390,7 @@ TEST_F(ConfigStoreTest, AnOddValueNeverCostsAPairAndStandsAsItWasInTheNextSave) 
         EXPECT_THAT(messages, Contains(HasSubstr("\"" + field + "\""))) << name;
         store->save();
 
-        const json::Value saved = json::read(readFile(folder / "config.json"));
+        const json::Value saved = json::read(onDisk(folder / "config.json"));
         ASSERT_EQ(saved["pairs"].size(), 3u) << name;
         const json::Value& savedHolder =
             where.starts_with("appConfig.")
@@ -383,7 +410,7 @@ TEST_F(ConfigStoreTest, AValueSetByTheUserReplacesTheKeptOneForGood) {
     writeFile(folder / "config.json", json::write(file));
     auto store = open();
     const auto savedInterval = [&] {
-        return json::read(readFile(folder / "config.json"))["appConfig"]["backupInterval"];
+        return json::read(onDisk(folder / "config.json"))["appConfig"]["backupInterval"];
     };
     store->save();
     EXPECT_EQ(savedInterval(), "2hr");
@@ -429,11 +456,11 @@ TEST_F(ConfigStoreTest, BothFilesDamagedStartsFreshAndKeepsThemUntilTheNextSave)
     ASSERT_EQ(messages.size(), 2u);
     EXPECT_TRUE(messages[0].starts_with("Failed to load config.json: "));
     EXPECT_TRUE(messages[1].starts_with("Backup recovery also failed: "));
-    EXPECT_EQ(readFile(folder / "config.json"), "garbage");
+    EXPECT_EQ(onDisk(folder / "config.json"), "garbage");
 
     store->addPair(pairNamed("New"));
-    EXPECT_EQ(configFileFromJson(json::read(readFile(folder / "config.json"))).pairs.size(), 1u);
-    EXPECT_EQ(readFile(folder / "config.json.backup"), "garbage") << "kept for whoever can read it";
+    EXPECT_EQ(configFileFromJson(json::read(onDisk(folder / "config.json"))).pairs.size(), 1u);
+    EXPECT_EQ(onDisk(folder / "config.json.backup"), "garbage") << "kept for whoever can read it";
 }
 
 TEST_F(ConfigStoreTest, ADamagedLogIsLoggedAndReplacedByTheNextWrite) {
@@ -453,7 +480,7 @@ TEST_F(ConfigStoreTest, ADamagedLogIsLoggedAndReplacedByTheNextWrite) {
         EXPECT_THAT(messages[0], StartsWith("Failed to load backup-log.json: "));
         store->addEvent(eventNumber(1));
         queue.advance(0.5);
-        EXPECT_EQ(eventLogFromJson(json::read(readFile(folder / "backup-log.json"))).size(), 1u);
+        EXPECT_EQ(eventLogFromJson(json::read(onDisk(folder / "backup-log.json"))).size(), 1u);
     }
 }
 
@@ -461,15 +488,15 @@ TEST_F(ConfigStoreTest, UpdatingAnUnknownPairWritesNothing) {
     auto store = open();
     const BackupPair kept = pairNamed("Kept");
     store->addPair(kept);
-    const std::string before = readFile(folder / "config.json");
-    ASSERT_FALSE(fs::exists(folder / "config.json.backup"));
+    const std::string before = onDisk(folder / "config.json");
+    ASSERT_FALSE(existsOnDisk(folder / "config.json.backup"));
 
     BackupPair removedMeanwhile = pairNamed("Gone");
     store->updatePair(removedMeanwhile);
 
     EXPECT_EQ(store->pairs(), std::vector<BackupPair>{kept});
-    EXPECT_EQ(readFile(folder / "config.json"), before);
-    EXPECT_FALSE(fs::exists(folder / "config.json.backup")) << "a save would have made one";
+    EXPECT_EQ(onDisk(folder / "config.json"), before);
+    EXPECT_FALSE(existsOnDisk(folder / "config.json.backup")) << "a save would have made one";
 }
 
 TEST_F(ConfigStoreTest, UpdateReplacesInPlaceAndRemoveForgetsTheCatchUpDefault) {
@@ -528,12 +555,13 @@ TEST_F(ConfigStoreTest, ABurstOfEventsIsWrittenOnceHalfASecondAfterTheLast) {
         queue.advance(0.05);
     }
     // The last add was 0.05 s ago: nothing yet, not even inside the call.
-    EXPECT_FALSE(fs::exists(folder / "backup-log.json"));
+    EXPECT_FALSE(existsOnDisk(folder / "backup-log.json"));
     queue.advance(0.449);
-    EXPECT_FALSE(fs::exists(folder / "backup-log.json"));
+    EXPECT_FALSE(existsOnDisk(folder / "backup-log.json"));
     queue.advance(0.002);
-    EXPECT_EQ(eventLogFromJson(json::read(readFile(folder / "backup-log.json"))).size(), 10u);
+    EXPECT_EQ(eventLogFromJson(json::read(onDisk(folder / "backup-log.json"))).size(), 10u);
     queue.advance(10);
+    flushAll();
     EXPECT_EQ(writes.writesOf("backup-log.json"), 1);
 }
 
@@ -542,10 +570,91 @@ TEST_F(ConfigStoreTest, SaveWritesAPendingLogAtOnceAndOnlyOnce) {
     WriteCounter writes(folder);
     store->addEvent(eventNumber(1));
     store->save();
-    EXPECT_EQ(eventLogFromJson(json::read(readFile(folder / "backup-log.json"))).size(), 1u);
+    EXPECT_EQ(eventLogFromJson(json::read(onDisk(folder / "backup-log.json"))).size(), 1u);
     EXPECT_EQ(queue.scheduledCount(), 0u);
     queue.advance(5);
+    flushAll();
     EXPECT_EQ(writes.writesOf("backup-log.json"), 1);
+}
+
+// A disk that answers only when the test lets it: the first write waits there.
+class HeldDisk {
+  public:
+    ConfigStore::WriteFile writeFile() {
+        return [this](const fs::path& file, std::string_view bytes) {
+            std::unique_lock lock(mutex_);
+            writes_.push_back(file.filename().native());
+            changed_.notify_all();
+            // Bounded, so that a store that writes on the main thread fails instead of hanging.
+            if (!changed_.wait_for(lock, std::chrono::seconds(10), [&] { return isReleased_; })) {
+                wasHeldTooLong_ = true;
+            }
+            lock.unlock();
+            atomicfile::write(file, bytes);
+        };
+    }
+    bool waitForAWrite() {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::seconds(10), [&] { return !writes_.empty(); });
+    }
+    void release() {
+        std::lock_guard lock(mutex_);
+        isReleased_ = true;
+        changed_.notify_all();
+    }
+    std::vector<std::string> writes() {
+        std::lock_guard lock(mutex_);
+        return writes_;
+    }
+    bool wasHeldTooLong() {
+        std::lock_guard lock(mutex_);
+        return wasHeldTooLong_;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::string> writes_;
+    bool isReleased_ = false;
+    bool wasHeldTooLong_ = false;
+};
+
+TEST_F(ConfigStoreTest, TheMainThreadNeverWaitsForTheDiskAndSavesMeanwhileCoalesce) {
+    HeldDisk disk;
+    auto store = open(disk.writeFile());
+    const BackupPair film = pairNamed("Film");
+    store->addPair(film);
+    ASSERT_TRUE(disk.waitForAWrite());
+    // The writer is stuck in its first write; every call here still returns at once.
+    for (const char* name : {"Photos", "Music", "Notes"})
+        store->addPair(pairNamed(name));
+    store->addEvent(eventNumber(1));
+    store->save();
+    EXPECT_FALSE(fs::exists(folder / "config.json")) << "nothing has reached the disk yet";
+    disk.release();
+    store->flush();
+    EXPECT_FALSE(disk.wasHeldTooLong()) << "a call waited for the held write";
+    EXPECT_EQ(configFileFromJson(json::read(readFile(folder / "config.json"))).pairs.size(), 4u);
+    EXPECT_EQ(eventLogFromJson(json::read(readFile(folder / "backup-log.json"))).size(), 1u);
+    // The held write, then one for the four saves that came while it waited, and the log.
+    EXPECT_THAT(disk.writes(),
+                ElementsAre("config.json", "config.json.backup", "config.json", "backup-log.json"));
+}
+
+TEST_F(ConfigStoreTest, ASaveRightBeforeTheEndIsOnDiskAfterIt) {
+    const BackupPair film = pairNamed("Film");
+    {
+        auto store = open([](const fs::path& file, std::string_view bytes) {
+            // A slow disk.
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            atomicfile::write(file, bytes);
+        });
+        store->addPair(film);
+        store->addEvent(eventNumber(7));
+        store->save();
+    }
+    EXPECT_EQ(open()->pairs(), std::vector<BackupPair>{film});
+    EXPECT_EQ(open()->events().size(), 1u);
 }
 
 TEST_F(ConfigStoreTest, ObserversAreToldOfEveryChange) {
@@ -615,7 +724,7 @@ TEST_F(ConfigStoreTest, OneOddValueNeverCostsAnotherPairOrAField) {
         }
 
         store->save();
-        const json::Value saved = json::read(readFile(folder / "config.json"));
+        const json::Value saved = json::read(onDisk(folder / "config.json"));
         ASSERT_EQ(saved["pairs"].size(), pairs.size()) << where;
         for (std::size_t p = 0; p < pairs.size(); ++p) {
             if (mutation.pairIndex != p) {

@@ -15,6 +15,7 @@
 #include "copy/FileTransfer.hpp"
 #include "copy/StreamedCopy.hpp"
 #include "support/AtomicFile.hpp"
+#include "support/ManualClocks.hpp"
 
 namespace quillstow {
 namespace {

@@ -8,6 +8,7 @@
 #include "copy/Checkpoint.hpp"
 #include "copy/FileCopier.hpp"
 #include "support/Json.hpp"
+#include "support/ManualClocks.hpp"
 
 namespace quillstow {
 namespace {

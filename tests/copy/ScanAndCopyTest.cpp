@@ -13,6 +13,7 @@
 #include "copy/FileTransfer.hpp"
 #include "copy/SourceListing.hpp"
 #include "copy/SwapBatch.hpp"
+#include "support/ManualClocks.hpp"
 #include "support/Paths.hpp"
 
 namespace quillstow {

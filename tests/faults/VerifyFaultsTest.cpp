@@ -10,6 +10,7 @@
 #include "TestTree.hpp"
 #include "environment/VolumeSpace.hpp"
 #include "support/FileInfo.hpp"
+#include "support/ManualClocks.hpp"
 #include "verify/IntegrityVerifier.hpp"
 #include "verify/OffsiteSyncer.hpp"
 

@@ -14,6 +14,7 @@
 #include "platform/LinuxPowerReadings.hpp"
 #include "platform/LinuxUserActivity.hpp"
 #include "platform/SysfsPower.hpp"
+#include "support/ManualClocks.hpp"
 
 namespace quillstow {
 namespace {

@@ -17,6 +17,7 @@
 #include "support/AtomicFile.hpp"
 #include "support/FileInfo.hpp"
 #include "support/Json.hpp"
+#include "support/ManualClocks.hpp"
 #include "verify/IntegrityVerifier.hpp"
 
 namespace quillstow {

@@ -9,6 +9,7 @@
 #include "TestTree.hpp"
 #include "copy/ExclusionFilter.hpp"
 #include "support/FileInfo.hpp"
+#include "support/ManualClocks.hpp"
 #include "verify/OffsiteSyncer.hpp"
 
 namespace quillstow {

@@ -16,6 +16,7 @@
 
 #include "support/Clock.hpp"
 #include "support/MainQueue.hpp"
+#include "support/ManualClocks.hpp"
 
 namespace quillstow {
 

@@ -143,10 +143,10 @@ int main(int argc, char** argv) {
     ProcRunningEditors editors;
     SystemWallClock wallClock;
     MonotonicClock clock;
-    setCurrentBandwidthMode(arguments.bandwidth);
     LinuxUserActivity activity;
     Sleeper sleeper;
     ActivityGate gate(activity, sleeper);
+    gate.setBandwidthMode(arguments.bandwidth);
     FileCopier copier(fileSystem, editors, wallClock, clock, gate);
 
     // As before every pass of the engine: what an interrupted pass left is swept first, once

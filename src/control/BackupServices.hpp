@@ -29,7 +29,8 @@ struct BackupServices {
     TaskRunner& tasks;
     FileSystem& fileSystem;
     const RunningEditors& editors;
-    const ActivityGate& activityGate;
+    // Its bandwidth mode is set by the status manager from the settings.
+    ActivityGate& activityGate;
     const PowerReadings& power;
     UserDefaults& defaults;
     NotificationCenter& notificationCenter;

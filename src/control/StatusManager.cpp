@@ -51,7 +51,7 @@ StatusManager::StatusManager(std::shared_ptr<ConfigStore> configStore,
       backupQueue_(std::make_shared<BackupQueue>(watchdogs, services.tasks)),
       notifier_(notifier ? std::move(notifier) : std::make_shared<Notifier>()),
       volumeMonitor_(services.mainQueue, services.removableMediaRoots) {
-    setCurrentBandwidthMode(configStore_->appConfig().bandwidthMode);
+    services_.activityGate.setBandwidthMode(configStore_->appConfig().bandwidthMode);
     volumeMonitor_.onVolumeDidMount = [this](const fs::path& volume) { onVolumeDidMount(volume); };
     volumeMonitor_.onVolumeDidUnmount = [this](const fs::path& volume) {
         onVolumeDidUnmount(volume);
@@ -225,7 +225,7 @@ void StatusManager::resumeAll() {
 }
 
 void StatusManager::rescheduleTimer() {
-    setCurrentBandwidthMode(configStore_->appConfig().bandwidthMode);
+    services_.activityGate.setBandwidthMode(configStore_->appConfig().bandwidthMode);
     if (scheduledTimer_) scheduledTimer_->invalidate();
     scheduledTimer_.reset();
     const auto seconds = timerSeconds(configStore_->appConfig().backupInterval);

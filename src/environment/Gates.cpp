@@ -6,21 +6,10 @@ namespace quillstow {
 
 namespace {
 
-std::atomic<BandwidthMode> bandwidthMode{BandwidthMode::automatic};
-static_assert(std::atomic<BandwidthMode>::is_always_lock_free);
-
 const UserActivity noUserActivity;
 const Sleeper realSleeper;
 
 }  // namespace
-
-BandwidthMode currentBandwidthMode() {
-    return bandwidthMode.load(std::memory_order_relaxed);
-}
-
-void setCurrentBandwidthMode(BandwidthMode mode) {
-    bandwidthMode.store(mode, std::memory_order_relaxed);
-}
 
 ActivityGate::ActivityGate() : ActivityGate(noUserActivity, realSleeper) {}
 
@@ -28,7 +17,7 @@ ActivityGate::ActivityGate(const UserActivity& activity, const Sleeper& sleeper)
     : activity_(activity), sleeper_(sleeper) {}
 
 bool ActivityGate::isThrottling() const {
-    switch (currentBandwidthMode()) {
+    switch (bandwidthMode()) {
         case BandwidthMode::quiet:
             return true;
         case BandwidthMode::full:
@@ -40,7 +29,7 @@ bool ActivityGate::isThrottling() const {
 }
 
 void ActivityGate::pauseBetweenFiles(std::stop_token stop) const {
-    switch (currentBandwidthMode()) {
+    switch (bandwidthMode()) {
         case BandwidthMode::quiet:
             sleeper_.sleep(quietFilePause, stop);
             return;

@@ -5,8 +5,8 @@
 // while the machine is hot, saving power, or low on battery; it is asked at the start of a run
 // and by the resume poll, never in the middle.
 //
-// currentBandwidthMode has one writer (the main thread, from the settings) and is read by copy
-// loops on any thread without a lock: a stale read costs one file's pause.
+// The activity gate owns the bandwidth mode: one writer (the main thread, from the settings),
+// read by copy loops on any thread without a lock; a stale read costs one file's pause.
 
 #include <atomic>
 #include <optional>
@@ -25,14 +25,15 @@ inline constexpr double chunkPause = 0.002;
 inline constexpr int lowBatteryPercent = 30;
 inline constexpr double powerPollInterval = 30.0;
 
-BandwidthMode currentBandwidthMode();
-void setCurrentBandwidthMode(BandwidthMode mode);
-
 class ActivityGate {
   public:
     // The readings of this machine and real sleeps, with no user input reported.
     ActivityGate();
     ActivityGate(const UserActivity& activity, const Sleeper& sleeper);
+
+    // Main thread, from the settings; starts at auto.
+    void setBandwidthMode(BandwidthMode mode) { mode_.store(mode, std::memory_order_relaxed); }
+    BandwidthMode bandwidthMode() const { return mode_.load(std::memory_order_relaxed); }
 
     // quiet: always; full: never, without reading the idle time; auto: while the user's last
     // input is less than 120 seconds old, read afresh at every call.
@@ -48,6 +49,8 @@ class ActivityGate {
   private:
     const UserActivity& activity_;
     const Sleeper& sleeper_;
+    std::atomic<BandwidthMode> mode_{BandwidthMode::automatic};
+    static_assert(std::atomic<BandwidthMode>::is_always_lock_free);
 };
 
 // Current capacity over maximum capacity, in percent, truncated; nothing without a battery or a

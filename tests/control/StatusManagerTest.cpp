@@ -205,11 +205,11 @@ TEST_F(StatusManagerTest, TheBandwidthModeOfTheSettingsReachesTheCopyLoops) {
     config.bandwidthMode = BandwidthMode::quiet;
     h.store->setAppConfig(config);
     startManager();
-    EXPECT_EQ(currentBandwidthMode(), BandwidthMode::quiet);
+    EXPECT_EQ(h.activityGate.bandwidthMode(), BandwidthMode::quiet);
     config.bandwidthMode = BandwidthMode::automatic;
     h.store->setAppConfig(config);
     manager->rescheduleTimer();
-    EXPECT_EQ(currentBandwidthMode(), BandwidthMode::automatic);
+    EXPECT_EQ(h.activityGate.bandwidthMode(), BandwidthMode::automatic);
 }
 
 TEST_F(StatusManagerTest, AnAddedPairRunsAndARemovedOneStopsAndIsForgotten) {

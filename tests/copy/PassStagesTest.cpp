@@ -223,17 +223,16 @@ TEST_F(PassStagesTest, OnlyItemsThatAreCopiedPauseForTheUser) {
         mutable std::vector<double> pauses;
     } sleeper;
     const UserActivity away;
-    const ActivityGate gate(away, sleeper);
+    ActivityGate gate(away, sleeper);
+    gate.setBandwidthMode(BandwidthMode::quiet);
     FileCopier throttled(fileSystem, noEditors, wallClock, clock, gate);
     writeFile(source / "same.txt", "same", sys_days{2026y / January / 1});
     writeFile(mirror / "same.txt", "same", sys_days{2026y / January / 1});
     writeFile(source / "new1.txt", "1");
     writeFile(source / "new2.txt", "2");
 
-    setCurrentBandwidthMode(BandwidthMode::quiet);
     const BackupResult result = throttled.scanAndCopy(
         source, mirror, trash, filterForProfile(BackupProfile::standard), nullptr);
-    setCurrentBandwidthMode(BandwidthMode::automatic);
 
     EXPECT_EQ(result.copiedFiles, 2);
     EXPECT_EQ(sleeper.pauses, (std::vector<double>{0.030, 0.030}));

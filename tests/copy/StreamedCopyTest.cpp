@@ -154,12 +154,11 @@ TEST_F(StreamedCopyTest, ChunksPauseWhileTheGateThrottles) {
         mutable double slept = 0;
     } sleeper;
     const UserActivity away;
-    const ActivityGate gate(away, sleeper);
-    setCurrentBandwidthMode(BandwidthMode::quiet);
+    ActivityGate gate(away, sleeper);
+    gate.setBandwidthMode(BandwidthMode::quiet);
     StreamContext context;
     context.gate = &gate;
     stream(context);
-    setCurrentBandwidthMode(BandwidthMode::automatic);
     EXPECT_DOUBLE_EQ(sleeper.slept, 6 * 0.002);
 }
 

@@ -25,14 +25,13 @@ class RecordingSleeper final : public Sleeper {
 
 class ActivityGateTest : public ::testing::Test {
   protected:
-    ~ActivityGateTest() override { setCurrentBandwidthMode(BandwidthMode::automatic); }
     FakeActivity activity;
     RecordingSleeper sleeper;
     ActivityGate gate{activity, sleeper};
 };
 
 TEST_F(ActivityGateTest, FullNeverReadsTheIdleTimeNorPauses) {
-    setCurrentBandwidthMode(BandwidthMode::full);
+    gate.setBandwidthMode(BandwidthMode::full);
     activity.idle = 0;
     EXPECT_FALSE(gate.isThrottling());
     gate.pauseBetweenFiles({});
@@ -42,7 +41,7 @@ TEST_F(ActivityGateTest, FullNeverReadsTheIdleTimeNorPauses) {
 }
 
 TEST_F(ActivityGateTest, QuietPausesEvenWhenTheUserIsLongGone) {
-    setCurrentBandwidthMode(BandwidthMode::quiet);
+    gate.setBandwidthMode(BandwidthMode::quiet);
     activity.idle = 10 * 3600;
     EXPECT_TRUE(gate.isThrottling());
     gate.pauseBetweenFiles({});
@@ -62,9 +61,11 @@ TEST_F(ActivityGateTest, AutoPausesBelowOneHundredTwentySecondsOfIdleOnly) {
     EXPECT_EQ(activity.reads, 5) << "read afresh at every call";
 }
 
-TEST(BandwidthMode, IsOneLockFreeByteThatStartsAtAuto) {
-    EXPECT_EQ(currentBandwidthMode(), BandwidthMode::automatic);
-    EXPECT_EQ(sizeof(BandwidthMode), 1u);
+TEST(BandwidthMode, IsEachGatesOwnAndStartsAtAuto) {
+    ActivityGate first;
+    const ActivityGate second;
+    first.setBandwidthMode(BandwidthMode::quiet);
+    EXPECT_EQ(second.bandwidthMode(), BandwidthMode::automatic);
 }
 
 TEST(Sleeper, AStopRequestCutsThePauseShort) {

@@ -20,7 +20,7 @@ Application::Application(MainQueue& mainQueue, const std::filesystem::path& sett
         .power = power_,
         .defaults = defaults_,
         .notificationCenter = notificationCenter_,
-        .reachability = reachability_,
+        .volumes = volumes_,
         .makeFileWatcher = [this] { return std::make_unique<InotifyWatcher>(mainQueue_); },
         .integrity = &integrityVerifier_,
         .offsite = &offsiteSyncer_,

@@ -56,12 +56,7 @@ class Application {
     ActivityGate activityGate_{userActivity_, sleeper_};
     LinuxPowerReadings power_;
     NotificationCenter notificationCenter_;
-    // Judges a destination by its mount, not by the folder's existence.
-    struct MountReachability final : Reachability {
-        bool isDestinationReachable(const std::filesystem::path& url) const override {
-            return quillstow::isDestinationReachable(url);
-        }
-    } reachability_;
+    Volumes volumes_;
     // The queue's limit on a job and the time of the daily summary, through suspend.
     ContinuousTimer timers_;
     DesktopNotifications notificationDelivery_{mainQueue_, timers_, wallClock_};

@@ -50,7 +50,7 @@ StatusManager::StatusManager(std::shared_ptr<ConfigStore> configStore,
       services_(services),
       backupQueue_(std::make_shared<BackupQueue>(watchdogs, services.tasks)),
       notifier_(notifier ? std::move(notifier) : std::make_shared<Notifier>()),
-      volumeMonitor_(services.mainQueue, services.removableMediaRoots) {
+      volumeMonitor_(services.mainQueue, services.volumes.removableMediaRoots()) {
     setCurrentBandwidthMode(configStore_->appConfig().bandwidthMode);
     volumeMonitor_.onVolumeDidMount = [this](const fs::path& volume) { onVolumeDidMount(volume); };
     volumeMonitor_.onVolumeDidUnmount = [this](const fs::path& volume) {
@@ -83,8 +83,8 @@ Subscription StatusManager::observeCopyRedundancy(Observers<Redundancies>::Obser
 }
 
 void StatusManager::refreshCopyRedundancy() {
-    Redundancies computed = computeCopyRedundancy(configStore_->pairs(), MountTable::snapshot(),
-                                                  services_.removableMediaRoots);
+    Redundancies computed = computeCopyRedundancy(configStore_->pairs(), services_.volumes.mounts(),
+                                                  services_.volumes.removableMediaRoots());
     if (computed == copyRedundancy_) return;
     copyRedundancy_ = std::move(computed);
     copyRedundancyObservers_.notify(copyRedundancy_);

@@ -52,7 +52,7 @@ TEST_F(VolumeMountsTest, ADriveIsReachableUntilItGoesAndItsLeftoverFolderNever) 
 
 TEST_F(VolumeMountsTest, ADrivePulledAfterTheTriggerLookedAtItGetsNothingWritten) {
     EngineHarness h;
-    h.reachability.byMounts = roots;
+    h.volumes.judgeByMounts(roots);
     auto drive = std::make_unique<TmpfsMount>(mountPoint, 600ull << 20);
     BackupPair onDrive = h.makePair("OnDrive");
     onDrive.destinationURL = mountPoint;
@@ -175,8 +175,7 @@ TEST_F(VolumeMountsTest, TheWatcherFollowsASourceWhoseDriveComesAndGoes) {
 
 TEST_F(VolumeMountsTest, APairFollowsItsDriveOutAndBackIn) {
     EngineHarness h;
-    h.services->removableMediaRoots = roots;
-    h.reachability.byMounts = roots;
+    h.volumes.judgeByMounts(roots);
     // Large enough for the 500 MiB a pass wants free; a tmpfs takes memory only for its files.
     auto drive = std::make_unique<TmpfsMount>(mountPoint, 600ull << 20);
     makeFolder(mountPoint / "Backups");

@@ -24,6 +24,8 @@ Application::Application(MainQueue& mainQueue, const std::filesystem::path& sett
         .makeFileWatcher = [this] { return std::make_unique<InotifyWatcher>(mainQueue_); },
         .integrity = &integrityVerifier_,
         .offsite = &offsiteSyncer_,
+        .reconnectTriggers = {wakeTrigger_.get(), screensWakeTrigger_.get(),
+                              networkUpTrigger_.get()},
     });
     notificationManager_ =
         std::make_shared<NotificationManager>(configStore_, notificationDelivery_, wallClock_);

@@ -17,6 +17,7 @@
 #include "platform/LinuxPowerReadings.hpp"
 #include "platform/LinuxUserActivity.hpp"
 #include "platform/ProcRunningEditors.hpp"
+#include "platform/ReconnectTriggers.hpp"
 #include "support/ContinuousTimer.hpp"
 #include "verify/IntegrityVerifier.hpp"
 #include "verify/OffsiteSyncer.hpp"
@@ -57,6 +58,9 @@ class Application {
     LinuxPowerReadings power_;
     NotificationCenter notificationCenter_;
     Volumes volumes_;
+    std::unique_ptr<ReconnectTrigger> wakeTrigger_ = makeWakeTrigger();
+    std::unique_ptr<ReconnectTrigger> screensWakeTrigger_ = makeScreensWakeTrigger();
+    std::unique_ptr<ReconnectTrigger> networkUpTrigger_ = makeNetworkUpTrigger();
     // The queue's limit on a job and the time of the daily summary, through suspend.
     ContinuousTimer timers_;
     DesktopNotifications notificationDelivery_{mainQueue_, timers_, wallClock_};

@@ -9,6 +9,7 @@
 #include "copy/FileWatcher.hpp"
 #include "copy/RunningEditors.hpp"
 #include "environment/Gates.hpp"
+#include "environment/VolumeReconnector.hpp"
 #include "environment/Volumes.hpp"
 #include "support/Clock.hpp"
 #include "support/MainQueue.hpp"
@@ -39,6 +40,8 @@ struct BackupServices {
     // Absent stages are left out of a run.
     IntegrityStage* integrity = nullptr;
     OffsiteStage* offsite = nullptr;
+    // The moments at which a lost destination may be back; by default none comes.
+    ReconnectTriggers reconnectTriggers = ReconnectTriggers::none();
 };
 
 }  // namespace quillstow

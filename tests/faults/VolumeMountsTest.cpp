@@ -1,11 +1,14 @@
 // Drives that come and go for real: tmpfs mounts below a removable-media root of the test's own,
-// judged by the mount table, heard by the volume monitor, and followed by the status manager.
+// judged by the mount table, heard by the volume monitor, and followed by the status manager;
+// and a drive that can't be moved inside a destination nested twice.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "../control/EngineHarness.hpp"
+#include "LogCapture.hpp"
 #include "PrivateMounts.hpp"
+#include "environment/NestingMigration.hpp"
 #include "environment/VolumeMonitor.hpp"
 #include "platform/InotifyWatcher.hpp"
 
@@ -14,6 +17,8 @@ namespace {
 
 using namespace testing;
 using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
 using Case = BackupStatus::Case;
 using Type = BackupEvent::EventType;
 namespace fs = std::filesystem;
@@ -212,6 +217,31 @@ TEST_F(VolumeMountsTest, APairFollowsItsDriveOutAndBackIn) {
     EXPECT_EQ(readFile(mountPoint / "Backups/Quillstow/Work/notes.txt"), "notes");
     manager.stopAll();
     h.settle();
+}
+
+TEST_F(VolumeMountsTest, ANestingMoveThatFailsHalfwayPutsEverythingBack) {
+    const fs::path nested = root / "Quillstow/Quillstow/Work";
+    writeFile(nested / "a", "a");
+    writeFile(nested / "b", "b");
+    makeFolder(nested / "m");
+    // A read-only drive mounted inside: it can't be moved, and it comes after "a" and "b".
+    TmpfsMount readOnly(nested / "m", 1 << 20);
+    writeFile(nested / "m/inside", "inside");
+    readOnly.remountReadOnly();
+    const auto before = filesBelow(root.path());
+    BackupPair pair;
+    pair.name = "Work";
+    pair.destinationURL = root / "Quillstow";
+
+    LogCapture log;
+    NestingMigration::run({pair});
+    EXPECT_EQ(filesBelow(root.path()), before);
+    EXPECT_FALSE(fs::exists(root / "Quillstow/Work")) << "the folder made for the moves is gone";
+    EXPECT_THAT(log.messages("NestingMigration"),
+                ElementsAre(StartsWith("Detected double-nested path"),
+                            "Migration failed for \"" +
+                                formatLogMessage("%{private,mask.hash}s", {"Work"}) +
+                                "\": Device or resource busy"));
 }
 
 }  // namespace

@@ -81,4 +81,13 @@ std::vector<std::size_t> filteredIndices(const std::vector<RestoreFileItem>& fil
     return shown;
 }
 
+RestoreWindowState restoreWindowState(bool isLoading, std::size_t fileCount) {
+    if (isLoading) return RestoreWindowState::loading;
+    return fileCount == 0 ? RestoreWindowState::empty : RestoreWindowState::list;
+}
+
+bool canStartRestore(std::int64_t selectedCount, bool restoreInProgress) {
+    return selectedCount > 0 && !restoreInProgress;
+}
+
 }  // namespace quillstow

@@ -116,4 +116,12 @@ bool toggleSelection(std::vector<Item>& items, const Uuid& id) {
     return false;
 }
 
+// What the window shows: "Scanning backup files…" until the scan ends, then the empty state
+// or the list.
+enum class RestoreWindowState { loading, empty, list };
+RestoreWindowState restoreWindowState(bool isLoading, std::size_t fileCount);
+
+// Both restore buttons wait for a selection and for the restore under way to end.
+bool canStartRestore(std::int64_t selectedCount, bool restoreInProgress);
+
 }  // namespace quillstow

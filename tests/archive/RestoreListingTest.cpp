@@ -170,6 +170,21 @@ TEST(RestoreSelection, SelectAllActsOnTheShownRowsOnly) {
     EXPECT_FALSE(toggleSelection(files, Uuid::random()));
 }
 
+TEST(RestoreWindow, StateAndButtonsFollowTheScanAndTheSelection) {
+    EXPECT_EQ(restoreWindowState(true, 5), RestoreWindowState::loading);
+    EXPECT_EQ(restoreWindowState(false, 0), RestoreWindowState::empty);
+    EXPECT_EQ(restoreWindowState(false, 1), RestoreWindowState::list);
+    struct Case {
+        std::int64_t selected;
+        bool inProgress;
+        bool enabled;
+    };
+    for (const Case& c : {Case{0, false, false}, Case{1, false, true}, Case{3, true, false}}) {
+        EXPECT_EQ(canStartRestore(c.selected, c.inProgress), c.enabled)
+            << c.selected << " " << c.inProgress;
+    }
+}
+
 TEST(RestoreTexts, CountersHelpAndIcons) {
     EXPECT_EQ(restoretext::selectedCounter(3), "3 selected");
     EXPECT_EQ(restoretext::fileCounter(1), "1 files");

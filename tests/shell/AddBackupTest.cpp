@@ -74,21 +74,26 @@ struct Sheet {
     }
     void clickButton(const char* name) { click(find<QAbstractButton>(name)); }
 
-    // Drops file URLs on the drop zone and waits until the sheet has read them.
-    bool drop(const std::vector<fs::path>& items) {
+    // Drags file URLs over the drop zone: whether it takes them.
+    bool dragOver(const std::vector<fs::path>& items) {
         QWidget* zone = find("dropZone");
         if (!zone) return false;
-        QMimeData data;
         QList<QUrl> urls;
         for (const auto& item : items)
             urls.push_back(QUrl::fromLocalFile(shown(item)));
-        data.setUrls(urls);
-        const QPoint at = zone->rect().center();
-        QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        dragged.setUrls(urls);
+        QDragEnterEvent enter(zone->rect().center(), Qt::CopyAction, &dragged, Qt::LeftButton,
+                              Qt::NoModifier);
         QCoreApplication::sendEvent(zone, &enter);
-        if (!enter.isAccepted()) return false;
+        return enter.isAccepted();
+    }
+    // Drops file URLs on the drop zone and waits until the sheet has read them.
+    bool drop(const std::vector<fs::path>& items) {
+        if (!dragOver(items)) return false;
+        QWidget* zone = find("dropZone");
         QSignalSpy read(&model(), &AddBackupModel::droppedItemsRead);
-        QDropEvent dropped(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QDropEvent dropped(zone->rect().center(), Qt::CopyAction, &dragged, Qt::LeftButton,
+                           Qt::NoModifier);
         QCoreApplication::sendEvent(zone, &dropped);
         return read.wait(5000);
     }
@@ -119,6 +124,7 @@ struct Sheet {
     EngineHarness h;
     StatusManager manager;
     AddBackupWindow window;
+    QMimeData dragged;
 };
 
 class AddBackupTest : public QObject {
@@ -427,6 +433,8 @@ void AddBackupTest::screenshotsOfEachStepShowEveryTextWhole() {
     };
 
     look("1-source");
+    QVERIFY(sheet.dragOver({documents, photos}));
+    look("1b-source-drop-targeted");
     QVERIFY(sheet.drop({documents, photos}));
     look("2-destination");
     sheet.chooseDestination(documents / "Inside");

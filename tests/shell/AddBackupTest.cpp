@@ -13,6 +13,7 @@
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTextDocument>
 #include <QUrl>
 
 #include "../control/EngineHarness.hpp"
@@ -327,29 +328,33 @@ void AddBackupTest::cancelAddsNothing() {
 
 void AddBackupTest::aRefusalAtTheCommitKeepsWhatIsLeftAndSaysWhy() {
     Sheet sheet;
-    const fs::path first = sheet.home() / "Drafts", second = sheet.home() / "Photos";
+    // A name that looks like markup is shown as it stands.
+    const fs::path first = sheet.home() / "Drafts", second = sheet.home() / "Photos <b>2";
     const fs::path drive = sheet.h.root / "drive";
     makeFolder(first);
     makeFolder(second);
     makeFolder(drive);
     sheet.goToConfirm({first, second}, drive);
     // While the summary shows, another pair takes the second mirror folder.
-    BackupPair other = newPairOf(sheet.h.root / "elsewhere/Photos", drive, std::nullopt, {});
-    QVERIFY(!sheet.manager.addPair(other));
+    const auto elsewhere = sheet.h.root / "elsewhere" / second.filename();
+    QVERIFY(!sheet.manager.addPair(newPairOf(elsewhere, drive, std::nullopt, {})));
 
     sheet.clickButton("addButton");
     const QString words =
-        "\"Photos\" already backs up into this folder. Choose another "
-        "destination or name.";
+        "\"Photos <b>2\" already backs up into this folder. Choose another destination or "
+        "name.";
     QVERIFY(sheet.window.isVisible());
     QCOMPARE(sheet.h.store->pairs().size(), 2u);
     QCOMPARE(sheet.h.store->pairs().back().sourceURL, first);
     QCOMPARE(sheet.model().sources(), std::vector<fs::path>{second});
     QCOMPARE(sheet.labelText("validationWarning"), words);
+    QCOMPARE(sheet.find<QLabel>("validationWarning")->textFormat(), Qt::PlainText);
     auto* add = sheet.find<QPushButton>("addButton");
     QCOMPARE(add->text(), QString("Add This Backup"));
     QVERIFY(!add->isEnabled());
-    QCOMPARE(add->toolTip(), words);
+    QTextDocument toolTip;
+    toolTip.setHtml(add->toolTip());
+    QCOMPARE(toolTip.toPlainText(), words);
 }
 
 void AddBackupTest::theSourceDialogTakesSeveralFolders() {

@@ -45,6 +45,11 @@ fs::path pathOf(const QString& local) {
     return fs::path(QFile::encodeName(local).toStdString());
 }
 
+// A tooltip that shows a folder's name as it is: Qt would read "<b>" in it as markup.
+QString plainToolTip(const QString& words) {
+    return "<p style=\"white-space:pre-wrap\">" + words.toHtmlEscaped() + "</p>";
+}
+
 // Our symbolic icon named after the symbol, else the desktop theme's, else Qt's own.
 QIcon symbol(const char* name, const char* themeName, QStyle::StandardPixmap standard) {
     const QIcon own = QIcon::fromTheme(QString::fromUtf8(name) + "-symbolic");
@@ -61,6 +66,8 @@ QLabel* iconLabel(const QIcon& icon, int size) {
 
 QLabel* wrapped(const QString& words, const char* name = nullptr) {
     auto* label = new QLabel(words);
+    // Folder names are shown as they are, never read as markup.
+    label->setTextFormat(Qt::PlainText);
     label->setWordWrap(true);
     if (name) label->setObjectName(name);
     return label;
@@ -80,7 +87,8 @@ class ElidedLabel final : public QLabel {
   public:
     explicit ElidedLabel(QString full, Qt::TextElideMode mode = Qt::ElideMiddle)
         : full_(std::move(full)), mode_(mode) {
-        setToolTip(full_);
+        setTextFormat(Qt::PlainText);
+        setToolTip(plainToolTip(full_));
         setProperty("elides", true);
         setMinimumWidth(1);
         setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
@@ -440,7 +448,7 @@ QWidget* AddBackupWindow::confirmPage() {
     add->setObjectName("addButton");
     add->setDefault(true);
     add->setEnabled(model_.canAdd());
-    if (!model_.canAdd()) add->setToolTip(text(model_.blockedReason()));
+    if (!model_.canAdd()) add->setToolTip(plainToolTip(text(model_.blockedReason())));
     connect(add, &QPushButton::clicked, this, [this] { model_.commit(); });
     footer_->addWidget(add);
     return page;
@@ -513,6 +521,7 @@ void AddBackupWindow::checkDestination(const fs::path& folder) {
                                   QMessageBox::NoButton, this);
     alert->setObjectName("cloudAlert");
     alert->setAttribute(Qt::WA_DeleteOnClose);
+    alert->setTextFormat(Qt::PlainText);
     alert->setInformativeText(text(warning->informativeText));
     auto* another = alert->addButton(text(texts::chooseAnotherFolder), QMessageBox::RejectRole);
     auto* anyway = alert->addButton(text(texts::useAnyway), QMessageBox::AcceptRole);

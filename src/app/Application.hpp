@@ -60,7 +60,7 @@ class Application {
     Volumes volumes_;
     std::unique_ptr<ReconnectTrigger> wakeTrigger_ = makeWakeTrigger();
     std::unique_ptr<ReconnectTrigger> screensWakeTrigger_ = makeScreensWakeTrigger();
-    std::unique_ptr<ReconnectTrigger> networkUpTrigger_ = makeNetworkUpTrigger();
+    std::unique_ptr<ReconnectTrigger> networkUpTrigger_ = makeNetworkTrigger();
     // The queue's limit on a job and the time of the daily summary, through suspend.
     ContinuousTimer timers_;
     DesktopNotifications notificationDelivery_{mainQueue_, timers_, wallClock_};

@@ -1,7 +1,10 @@
 #include "platform/ReconnectTriggers.hpp"
 
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
@@ -138,6 +141,69 @@ std::unique_ptr<DBusSignalTrigger> makeNetworkUpTrigger(std::optional<std::strin
             {"type='signal',interface='org.freedesktop.NetworkManager',member='StateChanged'",
              isUp}},
         isUpAtStart, std::move(address));
+}
+
+NetlinkAddressTrigger::~NetlinkAddressTrigger() {
+    stop();
+}
+
+void NetlinkAddressTrigger::start(Fire fire) {
+    if (listener_.joinable()) return;
+    const int route = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+    if (route < 0) return;
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
+    if (::bind(route, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        ::close(route);
+        return;
+    }
+    stopSignal_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    listener_ = std::thread([this, route, fire = std::move(fire)] {
+        alignas(nlmsghdr) char buffer[8192];
+        pollfd watched[2] = {{route, POLLIN, 0}, {stopSignal_, POLLIN, 0}};
+        for (;;) {
+            if (::poll(watched, 2, -1) < 0) continue;
+            if (watched[1].revents & POLLIN) break;
+            const ssize_t length = ::recv(route, buffer, sizeof buffer, 0);
+            if (length <= 0) continue;
+            bool gained = false;
+            int left = int(length);
+            for (auto* header = reinterpret_cast<nlmsghdr*>(buffer); NLMSG_OK(header, left);
+                 header = NLMSG_NEXT(header, left)) {
+                gained = gained || header->nlmsg_type == RTM_NEWADDR;
+            }
+            if (gained) fire();
+        }
+        ::close(route);
+    });
+}
+
+void NetlinkAddressTrigger::stop() {
+    if (!listener_.joinable()) return;
+    const std::uint64_t one = 1;
+    (void)::write(stopSignal_, &one, sizeof one);
+    listener_.join();
+    ::close(stopSignal_);
+    stopSignal_ = -1;
+}
+
+std::unique_ptr<ReconnectTrigger> makeNetworkTrigger() {
+    sd_bus* bus = nullptr;
+    int hasOwner = 0;
+    if (sd_bus_open_system(&bus) >= 0) {
+        sd_bus_set_method_call_timeout(bus, 1'000'000);
+        sd_bus_message* reply = nullptr;
+        if (sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                               "org.freedesktop.DBus", "NameHasOwner", nullptr, &reply, "s",
+                               "org.freedesktop.NetworkManager") >= 0) {
+            if (sd_bus_message_read(reply, "b", &hasOwner) < 0) hasOwner = 0;
+        }
+        sd_bus_message_unref(reply);
+        sd_bus_flush_close_unref(bus);
+    }
+    if (hasOwner) return makeNetworkUpTrigger();
+    return std::make_unique<NetlinkAddressTrigger>();
 }
 
 }  // namespace quillstow

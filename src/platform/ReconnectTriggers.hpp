@@ -72,6 +72,26 @@ std::unique_ptr<DBusSignalTrigger> makeScreensWakeTrigger(
 std::unique_ptr<DBusSignalTrigger> makeNetworkUpTrigger(
     std::optional<std::string> address = std::nullopt);
 
+// Where NetworkManager is absent: the kernel's route socket, firing when an interface gains an
+// address, as it does when a network comes up.
+class NetlinkAddressTrigger final : public ReconnectTrigger {
+  public:
+    NetlinkAddressTrigger() = default;
+    NetlinkAddressTrigger(const NetlinkAddressTrigger&) = delete;
+    NetlinkAddressTrigger& operator=(const NetlinkAddressTrigger&) = delete;
+    ~NetlinkAddressTrigger() override;
+
+    void start(Fire fire) override;
+    void stop() override;
+
+  private:
+    int stopSignal_ = -1;
+    std::thread listener_;
+};
+
+// NetworkManager's trigger where it runs, else the route socket's.
+std::unique_ptr<ReconnectTrigger> makeNetworkTrigger();
+
 // Whether a NetworkManager state may reach a share: connected (local, site or global), or
 // unknown, which is taken as maybe.
 bool isNetworkUp(std::uint32_t networkManagerState);

@@ -2,12 +2,17 @@
 // network's state read once at the start.
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <systemd/sd-bus.h>
 
 #include <condition_variable>
+#include <cstring>
+#include <future>
 #include <mutex>
+#include <thread>
 
 #include "PrivateBus.hpp"
+#include "Processes.hpp"
 #include "platform/ReconnectTriggers.hpp"
 
 namespace quillstow {
@@ -134,6 +139,31 @@ TEST_F(ReconnectTriggersTest, TheNetworkFiresOnceAtTheStartWhenItIsAlreadyUp) {
         trigger->stop();
         EXPECT_EQ(network.count(), isNetworkUp(state) ? 1 : 0) << state;
     }
+}
+
+// In a network namespace of one thread of its own, so the machine's network is not touched.
+TEST(NetlinkAddressTrigger, FiresWhenAnInterfaceGainsAnAddress) {
+    const char* ip = "/usr/sbin/ip";
+    if (!std::filesystem::exists(ip)) GTEST_SKIP() << ip << " is not installed";
+    std::promise<std::string> skipped;
+    Fires fires;
+    std::thread inNamespace([&] {
+        if (::unshare(CLONE_NEWNET) != 0) {
+            skipped.set_value("no network namespace: " + std::string(std::strerror(errno)));
+            return;
+        }
+        skipped.set_value("");
+        NetlinkAddressTrigger trigger;
+        trigger.start(fires.counter());
+        EXPECT_EQ(fires.count(), 0);
+        // Processes started from this thread share its namespace.
+        ASSERT_EQ(runProcess({ip, "address", "add", "10.9.8.7/32", "dev", "lo"}).exitStatus, 0);
+        EXPECT_TRUE(fires.reach(1));
+        trigger.stop();
+    });
+    const std::string why = skipped.get_future().get();
+    inNamespace.join();
+    if (!why.empty()) GTEST_SKIP() << why;
 }
 
 }  // namespace

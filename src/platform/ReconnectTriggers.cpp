@@ -56,7 +56,7 @@ sd_bus* DBusSignalTrigger::connect() const {
 }
 
 void DBusSignalTrigger::start(Fire fire) {
-    if (listener_.joinable()) return;
+    if (listener_.isRunning()) return;
     sd_bus* bus = connect();
     if (!bus) return;
     fire_ = std::move(fire);
@@ -70,27 +70,35 @@ void DBusSignalTrigger::start(Fire fire) {
     };
     for (auto& listening : listenings_)
         sd_bus_add_match(bus, nullptr, listening.rule->match.c_str(), onSignal, &listening);
-    stopSignal_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    listener_ = std::thread([this, bus] { listen(bus); });
+    listener_.start([this, bus](int stopSignal) { listen(bus, stopSignal); });
 }
 
-void DBusSignalTrigger::stop() {
-    if (!listener_.joinable()) return;
+void ListeningThread::start(std::function<void(int stopSignal)> body) {
+    stopSignal_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    thread_ = std::thread([body = std::move(body), stopSignal = stopSignal_] { body(stopSignal); });
+}
+
+void ListeningThread::stop() {
+    if (!thread_.joinable()) return;
     const std::uint64_t one = 1;
     (void)::write(stopSignal_, &one, sizeof one);
-    listener_.join();
+    thread_.join();
     ::close(stopSignal_);
     stopSignal_ = -1;
 }
 
-void DBusSignalTrigger::listen(sd_bus* bus) {
+void DBusSignalTrigger::stop() {
+    listener_.stop();
+}
+
+void DBusSignalTrigger::listen(sd_bus* bus, int stopSignal) {
     // Matches first, then the reading: a change in between is heard, not lost.
     if (isGoAtStart_ && isGoAtStart_(bus)) fire_();
     for (;;) {
         while (sd_bus_process(bus, nullptr) > 0) {
         }
         pollfd watched[2] = {{sd_bus_get_fd(bus), short(sd_bus_get_events(bus)), 0},
-                             {stopSignal_, POLLIN, 0}};
+                             {stopSignal, POLLIN, 0}};
         std::uint64_t timeout = 0;
         int wait = -1;
         if (sd_bus_get_timeout(bus, &timeout) >= 0 && timeout != UINT64_MAX) wait = 1000;
@@ -148,7 +156,7 @@ NetlinkAddressTrigger::~NetlinkAddressTrigger() {
 }
 
 void NetlinkAddressTrigger::start(Fire fire) {
-    if (listener_.joinable()) return;
+    if (listener_.isRunning()) return;
     const int route = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
     if (route < 0) return;
     sockaddr_nl address{};
@@ -158,10 +166,9 @@ void NetlinkAddressTrigger::start(Fire fire) {
         ::close(route);
         return;
     }
-    stopSignal_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    listener_ = std::thread([this, route, fire = std::move(fire)] {
+    listener_.start([route, fire = std::move(fire)](int stopSignal) {
         alignas(nlmsghdr) char buffer[8192];
-        pollfd watched[2] = {{route, POLLIN, 0}, {stopSignal_, POLLIN, 0}};
+        pollfd watched[2] = {{route, POLLIN, 0}, {stopSignal, POLLIN, 0}};
         for (;;) {
             if (::poll(watched, 2, -1) < 0) continue;
             if (watched[1].revents & POLLIN) break;
@@ -180,12 +187,7 @@ void NetlinkAddressTrigger::start(Fire fire) {
 }
 
 void NetlinkAddressTrigger::stop() {
-    if (!listener_.joinable()) return;
-    const std::uint64_t one = 1;
-    (void)::write(stopSignal_, &one, sizeof one);
-    listener_.join();
-    ::close(stopSignal_);
-    stopSignal_ = -1;
+    listener_.stop();
 }
 
 std::unique_ptr<ReconnectTrigger> makeNetworkTrigger() {

@@ -24,6 +24,24 @@ struct sd_bus_message;
 
 namespace quillstow {
 
+// A thread that listens until it is stopped: its body polls `stopSignal` beside its own
+// descriptor and returns when that becomes readable.
+class ListeningThread {
+  public:
+    ListeningThread() = default;
+    ListeningThread(const ListeningThread&) = delete;
+    ListeningThread& operator=(const ListeningThread&) = delete;
+    ~ListeningThread() { stop(); }
+
+    void start(std::function<void(int stopSignal)> body);
+    void stop();
+    bool isRunning() const { return thread_.joinable(); }
+
+  private:
+    int stopSignal_ = -1;
+    std::thread thread_;
+};
+
 class DBusSignalTrigger final : public ReconnectTrigger {
   public:
     enum class Bus { system, session };
@@ -52,7 +70,7 @@ class DBusSignalTrigger final : public ReconnectTrigger {
     };
 
     sd_bus* connect() const;
-    void listen(sd_bus* bus);
+    void listen(sd_bus* bus, int stopSignal);
 
     const Bus bus_;
     const std::vector<Rule> rules_;
@@ -60,8 +78,7 @@ class DBusSignalTrigger final : public ReconnectTrigger {
     const std::optional<std::string> address_;
     Fire fire_;
     std::vector<Listening> listenings_;
-    int stopSignal_ = -1;
-    std::thread listener_;
+    ListeningThread listener_;
 };
 
 // The three triggers of a Linux desktop; `address` as above, for all three.
@@ -85,8 +102,7 @@ class NetlinkAddressTrigger final : public ReconnectTrigger {
     void stop() override;
 
   private:
-    int stopSignal_ = -1;
-    std::thread listener_;
+    ListeningThread listener_;
 };
 
 // NetworkManager's trigger where it runs, else the route socket's.

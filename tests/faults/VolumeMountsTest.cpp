@@ -10,7 +10,9 @@
 #include "PrivateMounts.hpp"
 #include "environment/NestingMigration.hpp"
 #include "environment/VolumeMonitor.hpp"
+#include "model/BookmarkManager.hpp"
 #include "platform/InotifyWatcher.hpp"
+#include "support/Json.hpp"
 
 namespace quillstow {
 namespace {
@@ -242,6 +244,21 @@ TEST_F(VolumeMountsTest, ANestingMoveThatFailsHalfwayPutsEverythingBack) {
                             "Migration failed for \"" +
                                 formatLogMessage("%{private,mask.hash}s", {"Work"}) +
                                 "\": Device or resource busy"));
+}
+
+TEST_F(VolumeMountsTest, ABookmarkRecordsItsDriveAndThePathBelowItsMount) {
+    // A blank in the mount point is escaped in the kernel's table.
+    const fs::path drivePoint = root / "media/My Drive";
+    auto drive = std::make_unique<TmpfsMount>(drivePoint, 1 << 20);
+    makeFolder(drivePoint / "Backups/Work");
+    const auto data = BookmarkManager::bookmarkData(drivePoint / "Backups/Work", false);
+    const json::Value record = json::read(std::string(data.begin(), data.end()));
+    EXPECT_EQ(record.at("volume"), "tmpfs") << "no UUID on a tmpfs: its mount source";
+    EXPECT_EQ(record.at("belowMount"), "Backups/Work");
+
+    drive->unmount();
+    EXPECT_THROW(BookmarkManager::resolveBookmark(data, drivePoint / "Backups/Work", false),
+                 BackupFailure);
 }
 
 }  // namespace

@@ -57,6 +57,9 @@ TEST_F(VolumeReconnectorFaultsTest, AShareThatComesBackIsResumedAtTheNextTrigger
     share = std::make_unique<TmpfsMount>(mountPoint, 600ull << 20);
     makeFolder(mountPoint / "Backups");
     writeFile(pair.sourceURL / "later.txt", "later");
+    h.queue.advance(10);
+    h.settle();
+    ASSERT_EQ(status(), Case::destinationUnreachable) << "nothing but a trigger brings it back";
     LogCapture log;
     wake.fire();
     h.queue.runPending();

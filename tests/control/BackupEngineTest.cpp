@@ -84,7 +84,7 @@ TEST_F(BackupEngineTest, AnUnreachableDestinationAtTheStartStopsThere) {
     const BackupPair pair = h.makePair();
     writeFile(pair.sourceURL / "f", "x");
     auto engine = h.makeEngine(pair);
-    h.reachability.reachable = false;
+    h.volumes.reachable = false;
     engine->start(pair);
     EXPECT_EQ(engine->status(), BackupStatus::destinationUnreachable());
     h.settle();
@@ -101,7 +101,7 @@ TEST_F(BackupEngineTest, ADestinationGoneAtATriggerIsReportedWithoutEventOrNotif
     const auto eventsBefore = h.events().size();
     const auto sentBefore = h.notifier->sent.size();
 
-    h.reachability.reachable = false;
+    h.volumes.reachable = false;
     engine->triggerBackup(pair);
     ASSERT_TRUE(runUntilStatus(*engine, Case::destinationUnreachable));
     h.settle();

@@ -7,8 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <functional>
-#include <utility>
 
 #include "model/BookmarkManager.hpp"
 #include "support/Error.hpp"
@@ -47,56 +45,28 @@ bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
     return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
 }
 
-using Moves = std::vector<std::pair<fs::path, fs::path>>;
-
-void putBack(const Moves& moves, const fs::path& createdFolder) {
-    for (auto move = moves.rbegin(); move != moves.rend(); ++move) {
-        if (!moveWithoutReplacing(move->second, move->first)) {
-            log.error("Could not move back %{private}s: %{public}s", move->second.native(),
-                      errors::posix(errno).description);
-        }
-    }
-    if (!createdFolder.empty()) ::rmdir(createdFolder.c_str());
-}
-
-// Moves what it can of `nested` into `correct`, all or nothing; throws Failure with everything
-// put back. The lines of the log follow the items in order, once the unit has held.
+// Moves what it can of `nested` into `correct`, item by item, each whole or not at all; throws
+// Failure at the first error. What moved before it stays moved: every item is in one of the two
+// places, complete, and the next start takes up the rest.
 void moveUp(const fs::path& nested, const fs::path& correct) {
-    fs::path created;
-    if (!existsAsLink(correct)) {
-        if (::mkdir(correct.c_str(), 0777) != 0) throwPosix(errno);
-        created = correct;
-    }
-    Moves moves;
-    std::vector<std::function<void()>> lines;
     try {
+        if (!existsAsLink(correct) && ::mkdir(correct.c_str(), 0777) != 0) throwPosix(errno);
         for (const auto& name : namesIn(nested)) {
             const fs::path target = correct / name;
             if (existsAsLink(target)) {
-                lines.push_back([name] {
-                    log.notice("Skipping %{private}s — already exists at correct location", name);
-                });
+                log.notice("Skipping %{private}s — already exists at correct location", name);
                 continue;
             }
             if (!moveWithoutReplacing(nested / name, target)) throwPosix(errno);
-            moves.emplace_back(nested / name, target);
-            lines.push_back([name] { log.info("Moved: %{private}s", name); });
+            log.info("Moved: %{private}s", name);
         }
         if (namesIn(nested).empty()) {
             if (::rmdir(nested.c_str()) != 0) throwPosix(errno);
-            lines.push_back([folder = paths::lastPathComponent(nested)] {
-                log.info("Removed empty directory: %{private}s", folder);
-            });
+            log.info("Removed empty directory: %{private}s", paths::lastPathComponent(nested));
         }
     } catch (const fs::filesystem_error& error) {
-        putBack(moves, created);
         throw Failure(errors::posix(error.code().value()));
-    } catch (const Failure&) {
-        putBack(moves, created);
-        throw;
     }
-    for (const auto& line : lines)
-        line();
 }
 
 fs::path rootOf(const BackupPair& pair) {

@@ -42,6 +42,15 @@ QAction* findAction(QMenu& menu, const QString& title) {
     return nullptr;
 }
 
+// Where QUILLSTOW_SCREENSHOTS says, a picture of the widget, to be looked at by a person.
+void saveShot(QWidget& widget, const QString& name) {
+    const QString folder = qEnvironmentVariable("QUILLSTOW_SCREENSHOTS");
+    if (folder.isEmpty()) return;
+    QDir().mkpath(folder);
+    QCoreApplication::processEvents();
+    widget.grab().save(folder + "/" + name);
+}
+
 // A status manager over real folders in virtual time, and the shell's model over it.
 struct ShellHarness {
     testing::EngineHarness h;
@@ -207,6 +216,7 @@ void ShellTest::popoverRowsFollowAnEngineThroughAPassAndAnError() {
     QVERIFY(!row->isShowingErrorDetail());
     status->click();
     QVERIFY(row->isShowingErrorDetail());
+    saveShot(view, "popover-error.png");
 }
 
 void ShellTest::pauseAllFlipsToResumeAllAndBack() {
@@ -238,6 +248,7 @@ void ShellTest::theEmptyStateAsksForAFirstFolder() {
     QVERIFY2(shown.contains("Nothing's being backed up yet."), qPrintable(shown.join(" | ")));
     QVERIFY(shown.contains("Click + to add your first folder."));
     QCOMPARE(view.pauseAllButton()->text(), QString("Resume All"));
+    saveShot(view, "popover-empty.png");
 }
 
 void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {

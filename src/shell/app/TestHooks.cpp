@@ -33,7 +33,7 @@ void dumpWidget(const QWidget& widget, QStringList& lines) {
     }
 }
 
-QStringList visibleTexts(TrayApplication& tray) {
+QStringList visibleTexts(TrayApplication& tray, int menuOpenings) {
     QStringList lines;
     for (const QWidget* window : QApplication::topLevelWidgets()) {
         if (!window->isVisible()) continue;
@@ -47,6 +47,9 @@ QStringList visibleTexts(TrayApplication& tray) {
     }
     lines << QString("tray: %1")
                  .arg(tray.trayIcon() && tray.trayIcon()->isVisible() ? "shown" : "none");
+    // A StatusNotifierItem host draws the menu itself: what it was given, and how often asked.
+    lines << QString("tray menu opened: %1").arg(menuOpenings);
+    dumpMenu(tray.menu(), "  tray ", lines);
     return lines;
 }
 
@@ -55,12 +58,14 @@ QStringList visibleTexts(TrayApplication& tray) {
 void installTestHooks(TrayApplication& tray) {
     const QString path = qEnvironmentVariable("QUILLSTOW_WIDGET_DUMP");
     if (path.isEmpty()) return;
+    auto openings = std::make_shared<int>(0);
+    QObject::connect(&tray.menu(), &QMenu::aboutToShow, &tray, [openings] { ++*openings; });
     auto* timer = new QTimer(&tray);
     timer->setInterval(200);
-    QObject::connect(timer, &QTimer::timeout, &tray, [&tray, path] {
+    QObject::connect(timer, &QTimer::timeout, &tray, [&tray, path, openings] {
         QSaveFile file(path);
         if (!file.open(QIODevice::WriteOnly)) return;
-        file.write(visibleTexts(tray).join('\n').toUtf8() + '\n');
+        file.write(visibleTexts(tray, *openings).join('\n').toUtf8() + '\n');
         file.commit();
     });
     timer->start();

@@ -116,6 +116,8 @@ PairRowView::PairRowView(const PairRowState& state, bool reducedMotion, QWidget*
     auto* statusLine = new QHBoxLayout;
     status_ = new QToolButton(this);
     status_->setObjectName("status");
+    // Flush with the lines under it: a text that is also a button.
+    status_->setStyleSheet("QToolButton { border: none; padding: 0; }");
     status_->setAutoRaise(true);
     status_->setFont(smallFont(status_->font()));
     connect(status_, &QToolButton::clicked, this, &PairRowView::toggleErrorDetail);

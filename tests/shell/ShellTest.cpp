@@ -12,6 +12,7 @@
 
 #include "../control/EngineHarness.hpp"
 #include "TestTree.hpp"
+#include "app/DesktopServices.hpp"
 #include "app/QtMainQueue.hpp"
 #include "app/TrayApplication.hpp"
 #include "tray/PopoverPlacement.hpp"
@@ -81,6 +82,8 @@ class ShellTest : public QObject {
     void everyStatusHasItsIconAndTooltip_data();
     void everyStatusHasItsIconAndTooltip();
     void aClickWithTheAboutWindowOpenOnlyClosesIt();
+    void thePopoverHidesWhenTheFocusLeavesItButNotForItsOwnDialogs();
+    void launchAtLoginWritesAndRemovesTheAutostartEntry();
     void popoverRowsFollowAnEngineThroughAPassAndAnError();
     void pauseAllFlipsToResumeAllAndBack();
     void theEmptyStateAsksForAFirstFolder();
@@ -181,6 +184,49 @@ void ShellTest::aClickWithTheAboutWindowOpenOnlyClosesIt() {
     QVERIFY(!tray.popover().isShown());
     tray.stop();
     application.stopEverything();
+}
+
+void ShellTest::thePopoverHidesWhenTheFocusLeavesItButNotForItsOwnDialogs() {
+    auto* content = new QWidget;
+    content->resize(300, 360);
+    PopoverController popover(content, PopoverController::Style::anchored);
+    QWidget other;
+    other.show();
+    QWidget dialog(content, Qt::Dialog);
+    popover.show(QRect(600, 2, 24, 24));
+    dialog.show();
+    QVERIFY(popover.isShown());
+    // Focus elsewhere before it ever reached the popover: it stays.
+    popover.onFocusWindowChanged(other.windowHandle());
+    QVERIFY(popover.isShown());
+    popover.onFocusWindowChanged(content->windowHandle());
+    popover.onFocusWindowChanged(dialog.windowHandle());
+    QVERIFY(popover.isShown());
+    popover.onFocusWindowChanged(other.windowHandle());
+    QVERIFY(!popover.isShown());
+    // As a window (no tray, Wayland) it is the user's to close.
+    popover.setStyle(PopoverController::Style::window);
+    popover.show(std::nullopt);
+    popover.onFocusWindowChanged(content->windowHandle());
+    popover.onFocusWindowChanged(other.windowHandle());
+    QVERIFY(popover.isShown());
+}
+
+void ShellTest::launchAtLoginWritesAndRemovesTheAutostartEntry() {
+    testing::TemporaryFolder config;
+    const QByteArray before = qgetenv("XDG_CONFIG_HOME");
+    qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(config.path().string()));
+    const auto entry = config.path() / "autostart" / "io.quillstow.Quillstow.desktop";
+    QCOMPARE(autostartEntryPath(), entry);
+    setLaunchAtLogin(true, "/opt/quill stow/quillstow");
+    const std::string text = testing::readFile(entry);
+    QVERIFY2(text.find("Exec=\"/opt/quill stow/quillstow\" --autostart\n") != std::string::npos,
+             text.c_str());
+    QVERIFY(text.find("Icon=io.quillstow.Quillstow\n") != std::string::npos);
+    setLaunchAtLogin(false, "/opt/quill stow/quillstow");
+    QVERIFY(!std::filesystem::exists(entry));
+    setLaunchAtLogin(false, "/opt/quill stow/quillstow");  // already gone: nothing to do
+    qputenv("XDG_CONFIG_HOME", before);
 }
 
 void ShellTest::popoverRowsFollowAnEngineThroughAPassAndAnError() {

@@ -82,6 +82,16 @@ TrayApplication::~TrayApplication() {
 
 void TrayApplication::start() {
     hostWatch_.start();
+    // The setting wins over an entry removed by hand, as at every start.
+    if (application_.configStore().appConfig().launchAtLogin &&
+        !std::filesystem::exists(autostartEntryPath())) {
+        try {
+            setLaunchAtLogin(true, QCoreApplication::applicationFilePath().toStdString());
+        } catch (const Failure& failure) {
+            log_.error("Could not register launch-at-login: %{public}s",
+                       failure.error().description);
+        }
+    }
 }
 
 void TrayApplication::stop() {

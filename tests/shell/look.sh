@@ -26,7 +26,7 @@ if [[ "${1:-}" != "--inside" ]]; then
     work=$(mktemp -d)
     trap 'kill $xvfb 2>/dev/null; wait 2>/dev/null; rm -rf "$work"' EXIT
     mkdir -p "$out"
-    rm -f "$out"/*.png
+    rm -f "$out"/{tray-light,tray-dark,popover,menu,no-tray}.png
     # Xvfb picks a free display and writes its number once it takes connections.
     Xvfb -displayfd 3 -screen 0 1024x600x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
     xvfb=$!
@@ -176,8 +176,22 @@ else
     fail "a right click did not open the menu"
 fi
 xdotool key Escape
-
 cp "$dump" "$out/widgets.txt"
+
+# Without any tray: the popover opens as a window of its own.
+cleanup
+rm -f "$dump"
+QUILLSTOW_WIDGET_DUMP=$dump QUILLSTOW_TRAY_PATIENCE_MS=1000 QT_QPA_PLATFORM=xcb \
+    "$program" >"$work/app-no-tray.log" 2>&1 &
+app=$!
+if waitFor "window: popover" && waitFor "tray: none"; then
+    grep -qF "label: Projects" "$dump" || fail "the popover window does not show the pair Projects"
+    sleep 0.5
+    "$screenshot" "$out/no-tray.png" 0 0 480 440
+else
+    fail "without a tray the popover did not open as a window"
+fi
+
 echo "screenshots in $out: $(cd "$out" && ls *.png | tr '\n' ' ')"
 ((failures == 0)) || { echo "--- app log"; tail -20 "$work/app.log"; exit 1; }
 exit 0

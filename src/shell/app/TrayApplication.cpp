@@ -74,6 +74,7 @@ TrayApplication::TrayApplication(Application& application, int trayPatienceMs, Q
     });
     rebuildMenu();
     listenForNotificationClicks();
+    listenForScreenLock();
 }
 
 TrayApplication::~TrayApplication() {
@@ -140,6 +141,20 @@ void TrayApplication::updateIcon() {
 void TrayApplication::rebuildMenu() {
     if (!model_) return;
     buildMenu(*menu_, model_->menu(), menuActions());
+}
+
+void TrayApplication::listenForScreenLock() {
+    // The screen saver starting or the screens going to sleep close the popover.
+    for (const char* service : {"org.freedesktop.ScreenSaver", "org.gnome.ScreenSaver"}) {
+        const QString path = QString("/") + QString(service).replace('.', '/');
+        QDBusConnection::sessionBus().connect("", path, service, "ActiveChanged", this,
+                                              SLOT(onScreenSaverActiveChanged(bool)));
+    }
+}
+
+void TrayApplication::onScreenSaverActiveChanged(bool active) {
+    if (active && popover_ && popover_->style() == PopoverController::Style::anchored)
+        popover_->hide();
 }
 
 void TrayApplication::listenForNotificationClicks() {

@@ -60,6 +60,7 @@ class TrayApplication final : public QObject {
   private slots:
     // The server's ActionInvoked: a click on one of our notifications opens the popover.
     void onNotificationAction(uint serverId, const QString& action);
+    void onScreenSaverActiveChanged(bool active);
 
   private:
     void createTrayIcon();
@@ -67,6 +68,7 @@ class TrayApplication final : public QObject {
     void rebuildMenu();
     void updateIcon();
     void listenForNotificationClicks();
+    void listenForScreenLock();
     std::optional<QRect> iconGeometry() const;
     void showSingleton(QPointer<QWidget>& slot, QWidget* (*make)());
     std::optional<BackupPair> findPair(const Uuid& id) const;

@@ -1,7 +1,6 @@
 #include "app/DesktopServices.hpp"
 
 #include <QDBusConnection>
-#include <QDBusInterface>
 #include <QDBusReply>
 #include <QDBusVariant>
 #include <QDesktopServices>
@@ -13,14 +12,26 @@
 
 namespace quillstow::shell {
 
+namespace {
+
+// A service that doesn't answer (or is still being started) never holds the interface long.
+constexpr int callTimeoutMs = 1000;
+
+QDBusMessage callSessionBus(const char* service, const char* path, const char* interface,
+                            const char* method, const QVariantList& arguments) {
+    QDBusMessage call = QDBusMessage::createMethodCall(service, path, interface, method);
+    call.setArguments(arguments);
+    return QDBusConnection::sessionBus().call(call, QDBus::Block, callTimeoutMs);
+}
+
+}  // namespace
+
 void showFolderInFileManager(const std::filesystem::path& folder) {
     const QString url = QUrl::fromLocalFile(QString::fromStdString(folder.string())).toString();
-    QDBusInterface fileManager("org.freedesktop.FileManager1", "/org/freedesktop/FileManager1",
-                               "org.freedesktop.FileManager1", QDBusConnection::sessionBus());
-    if (fileManager.isValid()) {
-        const QDBusMessage reply = fileManager.call("ShowFolders", QStringList{url}, QString());
-        if (reply.type() != QDBusMessage::ErrorMessage) return;
-    }
+    const QDBusMessage reply = callSessionBus(
+        "org.freedesktop.FileManager1", "/org/freedesktop/FileManager1",
+        "org.freedesktop.FileManager1", "ShowFolders", {QStringList{url}, QString()});
+    if (reply.type() == QDBusMessage::ReplyMessage) return;
     QDesktopServices::openUrl(QUrl(url));
 }
 
@@ -60,11 +71,10 @@ void setLaunchAtLogin(bool enabled, const std::string& program) {
 }
 
 bool desktopPrefersReducedMotion() {
-    QDBusInterface portal("org.freedesktop.portal.Desktop", "/org/freedesktop/portal/desktop",
-                          "org.freedesktop.portal.Settings", QDBusConnection::sessionBus());
-    if (!portal.isValid()) return false;
     const QDBusMessage reply =
-        portal.call("Read", QString("org.gnome.desktop.interface"), QString("enable-animations"));
+        callSessionBus("org.freedesktop.portal.Desktop", "/org/freedesktop/portal/desktop",
+                       "org.freedesktop.portal.Settings", "Read",
+                       {QString("org.gnome.desktop.interface"), QString("enable-animations")});
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return false;
     // The portal wraps the value in a variant, some versions twice.
     QVariant value = reply.arguments().first();

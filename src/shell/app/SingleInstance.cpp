@@ -3,7 +3,7 @@
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
-#include <QDBusInterface>
+#include <QDBusMessage>
 #include <QVariantMap>
 
 #include "viewmodels/Texts.hpp"
@@ -43,8 +43,10 @@ SingleInstance::Outcome SingleInstance::claim(std::function<void()> activate) {
         bus.registerObject(objectPath, this);
         return Outcome::first;
     }
-    QDBusInterface other(texts::applicationId, objectPath, "org.freedesktop.Application", bus);
-    other.call("Activate", QVariantMap{});
+    QDBusMessage call = QDBusMessage::createMethodCall(texts::applicationId, objectPath,
+                                                       "org.freedesktop.Application", "Activate");
+    call.setArguments({QVariantMap{}});
+    bus.call(call, QDBus::Block, 2000);
     return Outcome::activatedOther;
 }
 

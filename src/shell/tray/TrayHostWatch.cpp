@@ -2,7 +2,8 @@
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
-#include <QDBusInterface>
+#include <QDBusMessage>
+#include <QDBusVariant>
 #include <QSystemTrayIcon>
 
 namespace quillstow::shell {
@@ -28,9 +29,14 @@ bool TrayHostWatch::hasStatusNotifierHost() {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected() || !bus.interface()) return false;
     if (!bus.interface()->isServiceRegistered("org.kde.StatusNotifierWatcher")) return false;
-    QDBusInterface watcher("org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher",
-                           "org.kde.StatusNotifierWatcher", bus);
-    return watcher.property("IsStatusNotifierHostRegistered").toBool();
+    QDBusMessage get =
+        QDBusMessage::createMethodCall("org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher",
+                                       "org.freedesktop.DBus.Properties", "Get");
+    get.setArguments(
+        {QString("org.kde.StatusNotifierWatcher"), QString("IsStatusNotifierHostRegistered")});
+    const QDBusMessage reply = bus.call(get, QDBus::Block, 500);
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return false;
+    return reply.arguments().first().value<QDBusVariant>().variant().toBool();
 }
 
 void TrayHostWatch::poll() {

@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <cstdio>
 #include <thread>
 
 #include "app/Application.hpp"
@@ -58,6 +59,16 @@ int runHeadless() {
     loop.runPending();
     application.save();
     return 0;
+}
+
+int printUsage(bool asked) {
+    std::fprintf(asked ? stdout : stderr,
+                 "usage: quillstow [--autostart]\n\n"
+                 "Backs up every pair of the settings in %s, as long as it runs,\n"
+                 "from the system tray; without a display, headless.\n"
+                 "Stops from the tray's menu, on Ctrl-C or on SIGTERM.\n",
+                 defaultSettingsFolder().c_str());
+    return asked ? 0 : 64;
 }
 
 }  // namespace quillstow

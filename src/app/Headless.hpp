@@ -11,4 +11,8 @@ namespace quillstow {
 // Runs until SIGINT or SIGTERM; the exit status.
 int runHeadless();
 
+// The program's usage, on standard output when asked for (status 0), else on standard error
+// (status 64, a usage error).
+int printUsage(bool asked);
+
 }  // namespace quillstow

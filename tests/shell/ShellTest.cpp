@@ -182,6 +182,17 @@ void ShellTest::aClickWithTheAboutWindowOpenOnlyClosesIt() {
     QVERIFY(tray.popover().isShown());
     tray.statusItemClicked();
     QVERIFY(!tray.popover().isShown());
+
+    // The popover's "+" and the menu's "Add Backup…" open one add-backup window.
+    QVERIFY(!tray.addBackupWindow());
+    tray.popover().window()->findChild<QToolButton*>("Add backup")->click();
+    QWidget* addBackup = tray.addBackupWindow();
+    QVERIFY(addBackup && addBackup->isVisible());
+    tray.menuActions().addFolder();
+    QCOMPARE(tray.addBackupWindow(), addBackup);
+    addBackup->close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(!tray.addBackupWindow());
     tray.stop();
     application.stopEverything();
 }

@@ -10,6 +10,7 @@
 
 #include "app/DesktopServices.hpp"
 #include "environment/CloudSyncDetector.hpp"
+#include "shell/views/AddBackupWindow.hpp"
 #include "tray/PopoverPlacement.hpp"
 #include "tray/StatusMenuBuilder.hpp"
 #include "viewmodels/Texts.hpp"
@@ -99,6 +100,7 @@ void TrayApplication::stop() {
     if (!model_) return;
     if (trayIcon_) trayIcon_->hide();
     delete about_.data();
+    delete addBackup_.data();
     delete learn_.data();
     popover_.reset();
     model_.reset();
@@ -198,8 +200,14 @@ void TrayApplication::showMenu() {
 }
 
 void TrayApplication::openAddBackup() {
-    // The add-backup window is joined here: AddBackupWindow(statusManager, volumeMonitor, parent).
     if (popover_ && popover_->style() == PopoverController::Style::anchored) popover_->hide();
+    if (!addBackup_) {
+        StatusManager& manager = application_.statusManager();
+        addBackup_ = new AddBackupWindow(manager, manager.volumeMonitor());
+        // A window serves one run of the flow.
+        addBackup_->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    showSingleton(addBackup_, nullptr);
 }
 
 void TrayApplication::showSingleton(QPointer<QWidget>& slot, QWidget* (*make)()) {
@@ -209,7 +217,8 @@ void TrayApplication::showSingleton(QPointer<QWidget>& slot, QWidget* (*make)())
         slot->activateWindow();
         return;
     }
-    if (!slot) slot = make();
+    if (!slot && make) slot = make();
+    if (!slot) return;
     if (const auto icon = iconGeometry()) {
         if (QScreen* screen = QGuiApplication::screenAt(icon->center()))
             slot->move(

@@ -45,9 +45,8 @@ class TrayApplication final : public QObject {
     void openAbout();
     void openLearn();
 
-    // THE ONE PLACE the add-backup window is opened from, by the popover's "+" and the menu's
-    // "Add Backup…". Joined to the add-backup window when both branches meet; until then it
-    // only closes the popover.
+    // The one place the add-backup window is opened from, by the popover's "+" and the menu's
+    // "Add Backup…": one window at a time, brought forward when it is already open.
     void openAddBackup();
 
     MenuActions menuActions();
@@ -56,6 +55,7 @@ class TrayApplication final : public QObject {
     QMenu& menu() { return *menu_; }
     QSystemTrayIcon* trayIcon() const { return trayIcon_; }
     QWidget* aboutWindow() const { return about_; }
+    QWidget* addBackupWindow() const { return addBackup_; }
 
   private slots:
     // The server's ActionInvoked: a click on one of our notifications opens the popover.
@@ -91,6 +91,7 @@ class TrayApplication final : public QObject {
     QSystemTrayIcon* trayIcon_ = nullptr;
     QPointer<QWidget> about_;
     QPointer<QWidget> learn_;
+    QPointer<QWidget> addBackup_;
     bool menuRebuildPending_ = false;
     const Logger log_{"app"};
 };

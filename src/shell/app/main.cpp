@@ -8,7 +8,6 @@
 #include <QApplication>
 #include <QSocketNotifier>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -31,16 +30,6 @@ bool hasDisplay() {
     }
     const char* platform = std::getenv("QT_QPA_PLATFORM");
     return platform && *platform;
-}
-
-int usage(bool asked) {
-    std::fprintf(asked ? stdout : stderr,
-                 "usage: quillstow [--autostart]\n\n"
-                 "Backs up every pair of the settings in %s, as long as it runs,\n"
-                 "from the system tray; without a display, headless.\n"
-                 "Stops from the tray's menu, on Ctrl-C or on SIGTERM.\n",
-                 defaultSettingsFolder().c_str());
-    return asked ? 0 : 64;
 }
 
 sigset_t terminationSignals() {
@@ -68,17 +57,11 @@ void quitOnTermination(QApplication& app) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    bool autostart = false;
+    // --autostart marks a start at login; it starts the same way.
     for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--autostart") == 0) {
-            autostart = true;
-        } else {
-            const bool help =
-                std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0;
-            return usage(help);
-        }
+        if (std::strcmp(argv[i], "--autostart") == 0) continue;
+        return printUsage(std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0);
     }
-    (void)autostart;
     if (!hasDisplay()) return runHeadless();
 
     // Blocked before any other thread exists, so that every thread inherits the mask.

@@ -42,6 +42,7 @@ class Application {
     ConfigStore& configStore() { return *configStore_; }
     StatusManager& statusManager() { return *statusManager_; }
     NotificationCenter& notificationCenter() { return notificationCenter_; }
+    DesktopNotifications& desktopNotifications() { return notificationDelivery_; }
 
   private:
     MainQueue& mainQueue_;

@@ -173,7 +173,7 @@ TEST_F(BackupEngineTest, APowerReasonPausesBeforeScanningAndLogsIt) {
     EXPECT_THAT(history.cases(), ElementsAre(Case::queued, Case::paused));
     EXPECT_THAT(h.eventTypes(), ElementsAre(Type::error));
     EXPECT_THAT(h.eventMessages(),
-                ElementsAre("Your Mac is running hot — will resume when it cools down."));
+                ElementsAre("Your computer is running hot — will resume when it cools down."));
     EXPECT_EQ(h.events()[0].filesAffected, 0);
     EXPECT_TRUE(h.notifier->sent.empty());
     EXPECT_FALSE(fs::exists(EngineHarness::mirrorOf(pair)));

@@ -1,0 +1,244 @@
+#include "archive/ProjectFiler.hpp"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <limits>
+#include <system_error>
+
+#include "archive/FilingTexts.hpp"
+#include "copy/PathRules.hpp"
+#include "support/AtomicFile.hpp"
+#include "support/FileInfo.hpp"
+#include "support/Paths.hpp"
+#include "support/TreeWalk.hpp"
+
+namespace quillstow {
+
+namespace {
+
+using Path = std::filesystem::path;
+
+constexpr const char* copyTrashName = ".Quillstow-Trash";
+// Progress goes to a window, which needs no more than this many reports a second.
+constexpr double secondsBetweenReports = 0.1;
+// Reading the original, copying, reading the copy: a third of the bar each.
+constexpr double phaseCount = 3;
+
+ProjectFilingOutcome endedWith(const ProjectFilingPlan& plan, std::string problem) {
+    return {plan, 0, 0, std::nullopt, {std::move(problem)}};
+}
+
+ProjectFilingOutcome cancelled(const ProjectFilingPlan& plan) {
+    return endedWith(plan, filingtext::copyFailed(plan.name, errors::cancellation().description));
+}
+
+// Nothing, or hidden entries only: a folder the filing may fill. False when it can't be listed.
+bool holdsNothingVisible(const Path& folder) {
+    bool visible = false;
+    const bool listed = walkTree(folder, WalkDetail::typeOnly, [&](const WalkEntry& entry) {
+        if (!entry.name.starts_with('.')) visible = true;
+        return false;
+    });
+    return listed && !visible;
+}
+
+void moveWithoutReplacing(const Path& from, const Path& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
+        throwPosix(errno);
+    }
+}
+
+// The hidden folder the copy is made and proven in, beside its final place. When it goes
+// without having been published, it takes the copy with it, and the folders it made for the
+// year when they are empty: a filing that didn't succeed leaves the archive as it found it.
+class StagingFolder {
+  public:
+    // Throws Failure when the year's folder or the hidden folder can't be made.
+    StagingFolder(const Path& destination, const std::string& name) {
+        const Path yearFolder = destination.parent_path();
+        firstMadeFolder_ = yearFolder;
+        while (!files::exists(firstMadeFolder_.parent_path()) &&
+               firstMadeFolder_.parent_path() != firstMadeFolder_) {
+            firstMadeFolder_ = firstMadeFolder_.parent_path();
+        }
+        if (files::exists(firstMadeFolder_)) firstMadeFolder_.clear();
+        std::error_code error;
+        std::filesystem::create_directories(yearFolder, error);
+        if (error) throw Failure(errors::posix(error.value()));
+        path_ = yearFolder / atomicfile::temporaryName(name);
+        if (::mkdir(path_.c_str(), 0777) != 0) throwPosix(errno);
+    }
+    StagingFolder(const StagingFolder&) = delete;
+    StagingFolder& operator=(const StagingFolder&) = delete;
+
+    ~StagingFolder() {
+        std::error_code ignored;
+        if (!published_) std::filesystem::remove_all(path_, ignored);
+        if (firstMadeFolder_.empty()) return;
+        // Only empty folders go, from the year's up to the first one made here.
+        for (Path folder = path_.parent_path();
+             ::rmdir(folder.c_str()) == 0 && folder != firstMadeFolder_;
+             folder = folder.parent_path()) {
+        }
+    }
+
+    const Path& path() const { return path_; }
+
+    // Gives the proven copy its final name. Into a folder that already stands there (empty, or
+    // with hidden entries), the copy's entries move one by one, and back again if one can't.
+    void publish(const Path& destination) {
+        if (!files::exists(destination)) {
+            moveWithoutReplacing(path_, destination);
+        } else {
+            moveEntriesInto(destination);
+            ::rmdir(path_.c_str());
+        }
+        published_ = true;
+        firstMadeFolder_.clear();
+    }
+
+  private:
+    void moveEntriesInto(const Path& destination) {
+        std::vector<std::string> names;
+        walkTree(path_, WalkDetail::typeOnly, [&](const WalkEntry& entry) {
+            names.emplace_back(entry.name);
+            return false;
+        });
+        std::vector<std::string> moved;
+        try {
+            for (const auto& name : names) {
+                moveWithoutReplacing(path_ / name, destination / name);
+                moved.push_back(name);
+            }
+        } catch (const Failure&) {
+            for (const auto& name : moved)
+                ::rename((destination / name).c_str(), (path_ / name).c_str());
+            throw;
+        }
+    }
+
+    Path path_;
+    Path firstMadeFolder_;  // empty when the year's folder stood already
+    bool published_ = false;
+};
+
+// Maps each phase's own fraction onto the whole bar, and lets through at most ten reports a
+// second. Called on the filing's task only.
+class PhasedProgress {
+  public:
+    PhasedProgress(const ProjectFiler::Progress& onProgress, const Clock& clock)
+        : onProgress_(onProgress), clock_(clock) {}
+
+    void report(int phase, double fraction, const std::string& text) {
+        if (!onProgress_) return;
+        const double now = clock_.now();
+        if (now - lastReport_ < secondsBetweenReports) return;
+        lastReport_ = now;
+        onProgress_((phase + std::clamp(fraction, 0.0, 1.0)) / phaseCount, text);
+    }
+
+    ProjectManifestWriter::Progress digests(int phase) {
+        return [this, phase](std::int64_t done, std::int64_t total, const std::string& path) {
+            report(phase, total > 0 ? double(done) / double(total) : 1.0, lastComponent(path));
+        };
+    }
+
+    FileCopier::ProgressCallback copy() {
+        return [this](double fraction, const std::string& text) { report(1, fraction, text); };
+    }
+
+  private:
+    static std::string lastComponent(const std::string& path) {
+        const auto slash = path.rfind('/');
+        return slash == std::string::npos ? path : path.substr(slash + 1);
+    }
+
+    const ProjectFiler::Progress& onProgress_;
+    const Clock& clock_;
+    double lastReport_ = -std::numeric_limits<double>::infinity();
+};
+
+}  // namespace
+
+ProjectFiler::ProjectFiler(FileCopier copier, ProjectManifestWriter manifests,
+                           const WallClock& wallClock, const Clock& clock)
+    : copier_(std::move(copier)),
+      manifests_(std::move(manifests)),
+      wallClock_(wallClock),
+      clock_(clock) {}
+
+ProjectFilingOutcome ProjectFiler::file(const Plan& plan, const Progress& onProgress,
+                                        std::stop_token stop) const {
+    if (!files::exists(plan.source)) return endedWith(plan, filingtext::sourceMissing(plan.name));
+    if (files::exists(plan.destination) && !holdsNothingVisible(plan.destination)) {
+        return endedWith(plan, filingtext::alreadyFiled(plan.name, plan.year));
+    }
+    // An archive inside the project would change the original: refused before a folder is made.
+    try {
+        validatePaths(plan.source, plan.destination);
+    } catch (const FileOperationFailure& failure) {
+        return endedWith(plan,
+                         filingtext::copyFailed(plan.name, failure.error().underlying.description));
+    }
+    std::optional<StagingFolder> staging;
+    try {
+        staging.emplace(plan.destination, plan.name);
+    } catch (const Failure& failure) {
+        return endedWith(plan,
+                         filingtext::folderNotCreated(plan.year, failure.error().description));
+    }
+    PhasedProgress progress(onProgress, clock_);
+
+    const ProjectManifest manifest =
+        manifests_.scan(plan.source, plan.name, wallClock_.now(), progress.digests(0), stop);
+    if (stop.stop_requested()) return cancelled(plan);
+    BackupResult run;
+    try {
+        run = copier_.scanAndCopy(plan.source, staging->path(), staging->path() / copyTrashName,
+                                  filterForProfile(BackupProfile::standard), progress.copy(), stop);
+    } catch (const FileOperationFailure& failure) {
+        return endedWith(plan,
+                         filingtext::copyFailed(plan.name, failure.error().underlying.description));
+    }
+    if (stop.stop_requested()) return cancelled(plan);
+    try {
+        manifests_.write(manifest, staging->path());
+    } catch (const Failure&) {
+        // The proof uses the record in memory; a copy without its manifest file still stands.
+    }
+    if (beforeProof_) beforeProof_(staging->path());
+
+    Outcome outcome{plan, manifest.files.size(), run.bytesTransferred, std::nullopt, {}};
+    outcome.check = manifests_.check(staging->path(), manifest, progress.digests(2), stop);
+    if (stop.stop_requested()) return cancelled(plan);
+    if (!run.errors.empty())
+        outcome.problems.push_back(filingtext::filesNotCopied(run.errors.size()));
+    if (!outcome.isSuccess()) return outcome;
+    try {
+        staging->publish(plan.destination);
+    } catch (const Failure& failure) {
+        const bool taken =
+            errors::isPosix(failure.error(), EEXIST) || errors::isPosix(failure.error(), ENOTEMPTY);
+        outcome.problems.push_back(
+            taken ? filingtext::alreadyFiled(plan.name, plan.year)
+                  : filingtext::copyFailed(plan.name, failure.error().description));
+    }
+    return outcome;
+}
+
+std::string ProjectFiler::summary(const Outcome& outcome) {
+    const auto& plan = outcome.plan;
+    if (!outcome.problems.empty()) return outcome.problems.front();
+    if (outcome.check && !outcome.check->passes()) {
+        return filingtext::copyDoesNotMatch(plan.name, plan.year,
+                                            ProjectManifestWriter::summary(*outcome.check));
+    }
+    if (outcome.check) return filingtext::filed(plan.name, plan.year, outcome.filesCopied);
+    return filingtext::notFiled(plan.name);
+}
+
+}  // namespace quillstow

@@ -1,5 +1,8 @@
 #include "ProjectFolders.hpp"
 
+#include <stdlib.h>
+#include <time.h>
+
 #include "TestTree.hpp"
 
 namespace quillstow::testing {
@@ -39,6 +42,22 @@ fs::path makeCodeBase(const fs::path& parent) {
     writeFile(project / "2 Project Files/node_modules/left-pad/package.json", "{}");
     writeFile(project / "6 Finals/toolkit-1.0.tar", "tar");
     return project;
+}
+
+ScopedEnvironment::ScopedEnvironment(std::string name, const std::string& value)
+    : name_(std::move(name)) {
+    if (const char* previous = ::getenv(name_.c_str())) previous_ = previous;
+    ::setenv(name_.c_str(), value.c_str(), 1);
+    ::tzset();
+}
+
+ScopedEnvironment::~ScopedEnvironment() {
+    if (previous_) {
+        ::setenv(name_.c_str(), previous_->c_str(), 1);
+    } else {
+        ::unsetenv(name_.c_str());
+    }
+    ::tzset();
 }
 
 }  // namespace quillstow::testing

@@ -4,6 +4,8 @@
 // with its render caches, a photo shoot that never got the numbered folders, and a code base.
 
 #include <filesystem>
+#include <optional>
+#include <string>
 
 namespace quillstow::testing {
 
@@ -17,5 +19,18 @@ std::filesystem::path makePhotoFolder(const std::filesystem::path& parent);
 
 // "toolkit": sources in "2 Project Files", with a ".git" and a "node_modules" of two files.
 std::filesystem::path makeCodeBase(const std::filesystem::path& parent);
+
+// Sets an environment variable for the length of a test, and puts the old value back.
+class ScopedEnvironment {
+  public:
+    ScopedEnvironment(std::string name, const std::string& value);
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+    ~ScopedEnvironment();
+
+  private:
+    std::string name_;
+    std::optional<std::string> previous_;
+};
 
 }  // namespace quillstow::testing

@@ -10,6 +10,7 @@
 #include <ctime>
 
 #include "support/Error.hpp"
+#include "support/FileUrl.hpp"
 #include "support/Paths.hpp"
 
 namespace quillstow {
@@ -76,25 +77,6 @@ void writeAll(int fd, const std::string& text) {
 
 }  // namespace
 
-std::string percentEncodedPath(std::string_view path) {
-    static constexpr char hex[] = "0123456789ABCDEF";
-    std::string encoded;
-    for (const char character : path) {
-        const auto byte = static_cast<unsigned char>(character);
-        const bool keeps = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
-                           (byte >= '0' && byte <= '9') ||
-                           std::string_view("-_.!~*'()/").find(character) != std::string_view::npos;
-        if (keeps) {
-            encoded += character;
-        } else {
-            encoded += '%';
-            encoded += hex[byte >> 4];
-            encoded += hex[byte & 0xF];
-        }
-    }
-    return encoded;
-}
-
 std::string trashDeletionDate(Date date) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(
         std::chrono::time_point_cast<std::chrono::system_clock::duration>(date));
@@ -148,8 +130,9 @@ void FreedesktopTrash::moveToTrash(const Path& original) {
     requireOwnFolder(target.folder / "files", user_);
     requireOwnFolder(target.folder / "info", user_);
 
-    const std::string contents = "[Trash Info]\nPath=" + percentEncodedPath(target.recordedPath) +
-                                 "\nDeletionDate=" + trashDeletionDate(clock_.now()) + "\n";
+    const std::string contents =
+        "[Trash Info]\nPath=" + fileurls::percentEncoded(target.recordedPath) +
+        "\nDeletionDate=" + trashDeletionDate(clock_.now()) + "\n";
     const std::string name = paths::lastPathComponent(item);
     for (int attempt = 1;; ++attempt) {
         const std::string candidate = candidateName(name, attempt);

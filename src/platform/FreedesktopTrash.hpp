@@ -4,8 +4,9 @@
 // ${XDG_DATA_HOME:-~/.local/share}/Trash; one on another volume to that volume's
 // $topdir/.Trash/$UID (when an administrator made a sticky, non-link .Trash) or else
 // $topdir/.Trash-$UID. Beside it, info/{name}.trashinfo records where it came from (the path
-// percent-encoded; relative to $topdir on other volumes) and when (local time). The info file
-// is made first with O_EXCL, which reserves the name; a clash takes "{name} 2", "{name} 3", ...
+// percent-encoded as in a file URL; relative to $topdir on other volumes) and when (local time).
+// The info file is made first with O_EXCL, which reserves the name; a clash takes "{name} 2",
+// "{name} 3", ...
 //
 // No state but its settings; any thread.
 
@@ -41,10 +42,6 @@ class FreedesktopTrash final : public Trash {
     uid_t user_;
     const WallClock& clock_;
 };
-
-// RFC 2396 escaping for the Path key: unreserved characters and "/" stay, every other byte is
-// "%XX" in upper case.
-std::string percentEncodedPath(std::string_view path);
 
 // "2026-03-01T10:30:00" in the local time zone, as DeletionDate wants it.
 std::string trashDeletionDate(Date date);

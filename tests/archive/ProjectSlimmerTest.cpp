@@ -12,6 +12,7 @@
 #include "platform/FreedesktopTrash.hpp"
 #include "support/Dates.hpp"
 #include "support/FileInfo.hpp"
+#include "support/FileUrl.hpp"
 
 namespace quillstow {
 namespace {
@@ -101,7 +102,7 @@ TEST(ProjectSlimmer, MovesACacheIntoARealTrashAndNothingElse) {
     ASSERT_EQ(info.size(), 1u);
     EXPECT_THAT(
         info.at("Render Files.trashinfo"),
-        MatchesRegex("\\[Trash Info\\]\nPath=" + percentEncodedPath(found[1].url.native()) +
+        MatchesRegex("\\[Trash Info\\]\nPath=" + fileurls::percentEncoded(found[1].url.native()) +
                      "\nDeletionDate=20[0-9][0-9]-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:"
                      "[0-6][0-9]\n"));
     std::erase_if(kept, [](const auto& item) {

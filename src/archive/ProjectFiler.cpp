@@ -126,6 +126,20 @@ class StagingFolder {
     bool published_ = false;
 };
 
+// Gives a proven copy its final name; when it can't, the filing didn't succeed after all.
+void publish(StagingFolder& staging, ProjectFilingOutcome& outcome) {
+    const auto& plan = outcome.plan;
+    try {
+        staging.publish(plan.destination);
+    } catch (const Failure& failure) {
+        const bool taken =
+            errors::isPosix(failure.error(), EEXIST) || errors::isPosix(failure.error(), ENOTEMPTY);
+        outcome.problems.push_back(
+            taken ? filingtext::alreadyFiled(plan.name, plan.year)
+                  : filingtext::copyFailed(plan.name, failure.error().description));
+    }
+}
+
 // Maps each phase's own fraction onto the whole bar, and lets through at most ten reports a
 // second. Called on the filing's task only.
 class PhasedProgress {
@@ -172,33 +186,50 @@ ProjectFiler::ProjectFiler(FileCopier copier, ProjectManifestWriter manifests,
       clock_(clock) {}
 
 ProjectFilingOutcome ProjectFiler::file(const Plan& plan, const Progress& onProgress,
-                                        std::stop_token stop) const {
-    if (!files::exists(plan.source)) return endedWith(plan, filingtext::sourceMissing(plan.name));
+                                        std::stop_token stop, const Ended& onEnded) const {
+    // Declared first so that it goes last: a copy that didn't succeed is removed after its
+    // outcome has been told.
+    std::optional<StagingFolder> staging;
+    const Outcome outcome = [&] {
+        if (auto refusal = refusalOf(plan)) return endedWith(plan, std::move(*refusal));
+        try {
+            staging.emplace(plan.destination, plan.name);
+        } catch (const Failure& failure) {
+            return endedWith(plan,
+                             filingtext::folderNotCreated(plan.year, failure.error().description));
+        }
+        auto proven = copyAndProve(plan, staging->path(), onProgress, stop);
+        if (proven.isSuccess()) publish(*staging, proven);
+        return proven;
+    }();
+    if (onEnded) onEnded(outcome);
+    return outcome;
+}
+
+std::optional<std::string> ProjectFiler::refusalOf(const Plan& plan) {
+    if (!files::exists(plan.source)) return filingtext::sourceMissing(plan.name);
     if (files::exists(plan.destination) && !holdsNothingVisible(plan.destination)) {
-        return endedWith(plan, filingtext::alreadyFiled(plan.name, plan.year));
+        return filingtext::alreadyFiled(plan.name, plan.year);
     }
     // An archive inside the project would change the original: refused before a folder is made.
     try {
         validatePaths(plan.source, plan.destination);
     } catch (const FileOperationFailure& failure) {
-        return endedWith(plan,
-                         filingtext::copyFailed(plan.name, failure.error().underlying.description));
+        return filingtext::copyFailed(plan.name, failure.error().underlying.description);
     }
-    std::optional<StagingFolder> staging;
-    try {
-        staging.emplace(plan.destination, plan.name);
-    } catch (const Failure& failure) {
-        return endedWith(plan,
-                         filingtext::folderNotCreated(plan.year, failure.error().description));
-    }
-    PhasedProgress progress(onProgress, clock_);
+    return std::nullopt;
+}
 
+ProjectFilingOutcome ProjectFiler::copyAndProve(const Plan& plan, const Path& stagedCopy,
+                                                const Progress& onProgress,
+                                                std::stop_token stop) const {
+    PhasedProgress progress(onProgress, clock_);
     const ProjectManifest manifest =
         manifests_.scan(plan.source, plan.name, wallClock_.now(), progress.digests(0), stop);
     if (stop.stop_requested()) return cancelled(plan);
     BackupResult run;
     try {
-        run = copier_.scanAndCopy(plan.source, staging->path(), staging->path() / copyTrashName,
+        run = copier_.scanAndCopy(plan.source, stagedCopy, stagedCopy / copyTrashName,
                                   filterForProfile(BackupProfile::standard), progress.copy(), stop);
     } catch (const FileOperationFailure& failure) {
         return endedWith(plan,
@@ -206,26 +237,17 @@ ProjectFilingOutcome ProjectFiler::file(const Plan& plan, const Progress& onProg
     }
     if (stop.stop_requested()) return cancelled(plan);
     try {
-        manifests_.write(manifest, staging->path());
+        manifests_.write(manifest, stagedCopy);
     } catch (const Failure&) {
         // The proof uses the record in memory; a copy without its manifest file still stands.
     }
-    if (beforeProof_) beforeProof_(staging->path());
+    if (beforeProof_) beforeProof_(stagedCopy);
 
     Outcome outcome{plan, manifest.files.size(), run.bytesTransferred, std::nullopt, {}};
-    outcome.check = manifests_.check(staging->path(), manifest, progress.digests(2), stop);
+    outcome.check = manifests_.check(stagedCopy, manifest, progress.digests(2), stop);
     if (stop.stop_requested()) return cancelled(plan);
-    if (!run.errors.empty())
+    if (!run.errors.empty()) {
         outcome.problems.push_back(filingtext::filesNotCopied(run.errors.size()));
-    if (!outcome.isSuccess()) return outcome;
-    try {
-        staging->publish(plan.destination);
-    } catch (const Failure& failure) {
-        const bool taken =
-            errors::isPosix(failure.error(), EEXIST) || errors::isPosix(failure.error(), ENOTEMPTY);
-        outcome.problems.push_back(
-            taken ? filingtext::alreadyFiled(plan.name, plan.year)
-                  : filingtext::copyFailed(plan.name, failure.error().description));
     }
     return outcome;
 }

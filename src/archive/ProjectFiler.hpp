@@ -55,18 +55,28 @@ class ProjectFiler {
     using Progress = std::function<void(double fraction, const std::string& text)>;
     // Sees the copy between its making and its proof: the place for a test's fault.
     using BeforeProof = std::function<void(const std::filesystem::path& stagedCopy)>;
+    // Hears the outcome as soon as it is known, on the filing's task.
+    using Ended = std::function<void(const ProjectFilingOutcome& outcome)>;
 
     ProjectFiler(FileCopier copier, ProjectManifestWriter manifests, const WallClock& wallClock,
                  const Clock& clock);
 
     void setBeforeProof(BeforeProof hook) { beforeProof_ = std::move(hook); }
 
-    Outcome file(const Plan& plan, const Progress& onProgress, std::stop_token stop = {}) const;
+    // `onEnded` hears the outcome before a copy that didn't succeed is removed again, which for
+    // a large project may take seconds more; `file` returns once it is gone.
+    Outcome file(const Plan& plan, const Progress& onProgress, std::stop_token stop = {},
+                 const Ended& onEnded = nullptr) const;
 
     // The result sentence.
     static std::string summary(const Outcome& outcome);
 
   private:
+    // Why the plan can't be filed before anything is made; nothing when it can.
+    static std::optional<std::string> refusalOf(const Plan& plan);
+    Outcome copyAndProve(const Plan& plan, const std::filesystem::path& stagedCopy,
+                         const Progress& onProgress, std::stop_token stop) const;
+
     FileCopier copier_;
     ProjectManifestWriter manifests_;
     const WallClock& wallClock_;

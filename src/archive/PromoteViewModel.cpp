@@ -100,17 +100,19 @@ void PromoteViewModel::file() {
     MainQueue& mainQueue = services_.mainQueue;
     filing_ = services_.tasks.start(
         [weak, &mainQueue, filer = services_.filer, plan](std::stop_token stop) {
-            auto outcome = filer->file(
-                plan,
-                [weak, &mainQueue](double fraction, const std::string& text) {
-                    mainQueue.post([weak, fraction, text] {
-                        if (auto model = weak.lock()) model->showProgress(fraction, text);
-                    });
-                },
-                stop);
-            mainQueue.post([weak, outcome = std::move(outcome)]() mutable {
-                if (auto model = weak.lock()) model->finish(std::move(outcome));
-            });
+            const auto onProgress = [weak, &mainQueue](double fraction, const std::string& text) {
+                mainQueue.post([weak, fraction, text] {
+                    if (auto model = weak.lock()) model->showProgress(fraction, text);
+                });
+            };
+            // The finished screen comes as soon as the outcome is known; removing a copy that
+            // didn't succeed goes on behind it.
+            const auto onEnded = [weak, &mainQueue](const ProjectFilingOutcome& outcome) {
+                mainQueue.post([weak, outcome] {
+                    if (auto model = weak.lock()) model->finish(outcome);
+                });
+            };
+            filer->file(plan, onProgress, stop, onEnded);
         });
 }
 

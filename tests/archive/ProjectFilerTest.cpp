@@ -122,13 +122,19 @@ TEST(ProjectFiler, LeavesNoHalfFiledProjectWhenCancelledInAnyPhase) {
         std::stop_source stop;
         int reportsAfterStop = 0;
         const auto plan = f.planFor(project, 2023, "Spring Campaign");
+        std::optional<std::string> told;
         const auto outcome = f.filer.file(
             plan,
             [&](double fraction, const std::string&) {
                 if (stop.stop_requested()) ++reportsAfterStop;
                 if (fraction >= (phase + 0.2) / 3.0) stop.request_stop();
             },
-            stop.get_token());
+            stop.get_token(),
+            [&](const ProjectFilingOutcome& ended) {
+                told = ProjectFiler::summary(ended);
+                // Told first; the hidden copy goes afterwards.
+                EXPECT_FALSE(fs::is_empty(f.archive() / "2023")) << "phase " << phase;
+            });
 
         ASSERT_TRUE(stop.stop_requested()) << "phase " << phase;
         EXPECT_EQ(ProjectFiler::summary(outcome),
@@ -136,6 +142,7 @@ TEST(ProjectFiler, LeavesNoHalfFiledProjectWhenCancelledInAnyPhase) {
                   "has been left alone.")
             << "phase " << phase;
         EXPECT_FALSE(outcome.check);
+        EXPECT_EQ(told, ProjectFiler::summary(outcome)) << "phase " << phase;
         EXPECT_LE(reportsAfterStop, 1) << "phase " << phase;
         EXPECT_FALSE(files::exists(plan.destination)) << "phase " << phase;
         EXPECT_TRUE(fs::is_empty(f.archive() / "2023")) << "phase " << phase;

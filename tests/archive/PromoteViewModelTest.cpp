@@ -153,7 +153,8 @@ TEST(PromoteViewModel, EndsACancelledFilingOnTheFinishedScreenWithNothingFiled) 
     EXPECT_EQ(f.model->resultSentence(),
               "Couldn't copy \"Spring Campaign 2023\": The operation was cancelled. The original "
               "has been left alone.");
-    EXPECT_FALSE(files::exists(f.root / "Archive/2023"));
+    f.tasks.waitUntilIdle();
+    EXPECT_FALSE(files::exists(f.root / "Archive/2023")) << "the copy is removed behind the result";
     EXPECT_TRUE(files::exists(project / "2 Project Files/Render Files/a.mov"))
         << "nothing tidied that wasn't asked for";
 }

@@ -46,6 +46,48 @@ std::string datedFolderName(Date date) {
     return name;
 }
 
+bool isDatedFolderName(std::string_view name) {
+    const auto digit = [&](std::size_t at) { return name[at] >= '0' && name[at] <= '9'; };
+    if (name.size() != 10 || name[4] != '-' || name[7] != '-') return false;
+    for (std::size_t at : {0, 1, 2, 3, 5, 6, 8, 9}) {
+        if (!digit(at)) return false;
+    }
+    const int month = (name[5] - '0') * 10 + (name[6] - '0');
+    const int day = (name[8] - '0') * 10 + (name[9] - '0');
+    return month >= 1 && month <= 12 && day >= 1 && day <= 31;
+}
+
+namespace {
+
+constexpr std::size_t collisionMarkLength = 9;  // "-" and 8 characters of a UUID
+
+// Whether the text ends in "-" and eight characters of Uuid::text(), after at least one more.
+bool endsInCollisionMark(std::string_view text) {
+    if (text.size() <= collisionMarkLength) return false;
+    const std::string_view mark = text.substr(text.size() - collisionMarkLength);
+    if (mark[0] != '-') return false;
+    for (const char c : mark.substr(1)) {
+        if (!((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'))) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+std::optional<std::string> nameBeforeCollision(std::string_view name) {
+    const std::string_view extension = pathExtension(name);
+    const std::string_view stem = deletingPathExtension(name);
+    if (!extension.empty() && endsInCollisionMark(stem)) {
+        return std::string(stem.substr(0, stem.size() - collisionMarkLength)) + "." +
+               std::string(extension);
+    }
+    // A name whose last dot was its last character had no extension to keep apart.
+    if (endsInCollisionMark(name)) {
+        return std::string(name.substr(0, name.size() - collisionMarkLength));
+    }
+    return std::nullopt;
+}
+
 std::optional<std::int64_t> trashSize(const fs::path& trashRoot) {
     if (!files::exists(trashRoot)) return std::nullopt;
     std::int64_t total = 0;

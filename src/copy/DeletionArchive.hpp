@@ -11,6 +11,7 @@
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -41,6 +42,14 @@ MirrorListing listMirror(const std::filesystem::path& destination, const Exclusi
 
 // "yyyy-MM-dd" of the date in the local time zone.
 std::string datedFolderName(Date date);
+
+// Whether a name has the shape datedFolderName gives, with a month and a day that can be.
+bool isDatedFolderName(std::string_view name);
+
+// The name that an item archived into a taken place had before: "{stem}-{8 characters}" with
+// the extension, if any, back to "{stem}" with it. Nothing when the name has not that shape. A
+// user's own file may have it too; only one whose original stands beside it was renamed here.
+std::optional<std::string> nameBeforeCollision(std::string_view name);
 
 // The bytes below the archive, hidden entries left out; nothing if it isn't there.
 std::optional<std::int64_t> trashSize(const std::filesystem::path& trashRoot);

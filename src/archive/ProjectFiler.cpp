@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <limits>
-#include <system_error>
 
 #include "archive/FilingTexts.hpp"
 #include "copy/PathRules.hpp"
@@ -46,19 +45,14 @@ bool holdsNothingVisible(const Path& folder) {
     return listed && !visible;
 }
 
-void moveWithoutReplacing(const Path& from, const Path& to) {
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
-        throwPosix(errno);
-    }
-}
-
 // The hidden folder the copy is made and proven in, beside its final place. When it goes
 // without having been published, it takes the copy with it, and the folders it made for the
 // year when they are empty: a filing that didn't succeed leaves the archive as it found it.
 class StagingFolder {
   public:
     // Throws Failure when the year's folder or the hidden folder can't be made.
-    StagingFolder(const Path& destination, const std::string& name) {
+    StagingFolder(FileSystem& fileSystem, const Path& destination, const std::string& name)
+        : fileSystem_(fileSystem) {
         const Path yearFolder = destination.parent_path();
         firstMadeFolder_ = yearFolder;
         while (!files::exists(firstMadeFolder_.parent_path()) &&
@@ -66,9 +60,7 @@ class StagingFolder {
             firstMadeFolder_ = firstMadeFolder_.parent_path();
         }
         if (files::exists(firstMadeFolder_)) firstMadeFolder_.clear();
-        std::error_code error;
-        std::filesystem::create_directories(yearFolder, error);
-        if (error) throw Failure(errors::posix(error.value()));
+        fileSystem_.createDirectories(yearFolder);
         path_ = yearFolder / atomicfile::temporaryName(name);
         if (::mkdir(path_.c_str(), 0777) != 0) throwPosix(errno);
     }
@@ -76,8 +68,13 @@ class StagingFolder {
     StagingFolder& operator=(const StagingFolder&) = delete;
 
     ~StagingFolder() {
-        std::error_code ignored;
-        if (!published_) std::filesystem::remove_all(path_, ignored);
+        if (!published_) {
+            try {
+                fileSystem_.removeItem(path_);
+            } catch (const Failure&) {
+                // What stays is hidden, and its name is one a sweep knows for a leftover.
+            }
+        }
         if (firstMadeFolder_.empty()) return;
         // Only empty folders go, from the year's up to the first one made here.
         for (Path folder = path_.parent_path();
@@ -92,7 +89,7 @@ class StagingFolder {
     // with hidden entries), the copy's entries move one by one, and back again if one can't.
     void publish(const Path& destination) {
         if (!files::exists(destination)) {
-            moveWithoutReplacing(path_, destination);
+            fileSystem_.moveItem(path_, destination);
         } else {
             moveEntriesInto(destination);
             ::rmdir(path_.c_str());
@@ -111,7 +108,7 @@ class StagingFolder {
         std::vector<std::string> moved;
         try {
             for (const auto& name : names) {
-                moveWithoutReplacing(path_ / name, destination / name);
+                fileSystem_.moveItem(path_ / name, destination / name);
                 moved.push_back(name);
             }
         } catch (const Failure&) {
@@ -121,6 +118,7 @@ class StagingFolder {
         }
     }
 
+    FileSystem& fileSystem_;
     Path path_;
     Path firstMadeFolder_;  // empty when the year's folder stood already
     bool published_ = false;
@@ -178,9 +176,10 @@ class PhasedProgress {
 
 }  // namespace
 
-ProjectFiler::ProjectFiler(FileCopier copier, ProjectManifestWriter manifests,
+ProjectFiler::ProjectFiler(FileSystem& fileManager, ProjectManifestWriter manifests,
                            const WallClock& wallClock, const Clock& clock)
-    : copier_(std::move(copier)),
+    : fileManager_(fileManager),
+      copier_(fileManager),
       manifests_(std::move(manifests)),
       wallClock_(wallClock),
       clock_(clock) {}
@@ -193,7 +192,7 @@ ProjectFilingOutcome ProjectFiler::file(const Plan& plan, const Progress& onProg
     const Outcome outcome = [&] {
         if (auto refusal = refusalOf(plan)) return endedWith(plan, std::move(*refusal));
         try {
-            staging.emplace(plan.destination, plan.name);
+            staging.emplace(fileManager_, plan.destination, plan.name);
         } catch (const Failure& failure) {
             return endedWith(plan,
                              filingtext::folderNotCreated(plan.year, failure.error().description));

@@ -58,8 +58,10 @@ class ProjectFiler {
     // Hears the outcome as soon as it is known, on the filing's task.
     using Ended = std::function<void(const ProjectFilingOutcome& outcome)>;
 
-    ProjectFiler(FileCopier copier, ProjectManifestWriter manifests, const WallClock& wallClock,
-                 const Clock& clock);
+    // The copy is the pass's, on `fileManager`, which also makes, moves and removes the
+    // filing's own folders; `clock` spaces the progress reports.
+    ProjectFiler(FileSystem& fileManager, ProjectManifestWriter manifests,
+                 const WallClock& wallClock, const Clock& clock);
 
     void setBeforeProof(BeforeProof hook) { beforeProof_ = std::move(hook); }
 
@@ -77,6 +79,7 @@ class ProjectFiler {
     Outcome copyAndProve(const Plan& plan, const std::filesystem::path& stagedCopy,
                          const Progress& onProgress, std::stop_token stop) const;
 
+    FileSystem& fileManager_;
     FileCopier copier_;
     ProjectManifestWriter manifests_;
     const WallClock& wallClock_;

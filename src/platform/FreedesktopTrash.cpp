@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "copy/FileSystem.hpp"
 #include "support/Error.hpp"
 #include "support/FileUrl.hpp"
 #include "support/Paths.hpp"
@@ -157,11 +158,12 @@ void FreedesktopTrash::moveToTrash(const Path& original) {
         }
         ::close(fd);
         // A rename or nothing: a folder is never copied into the trash and deleted behind.
-        if (::renameat2(AT_FDCWD, item.c_str(), AT_FDCWD, trashed.c_str(), RENAME_NOREPLACE) != 0) {
-            const int error = errno;
+        try {
+            LocalFileSystem().moveItem(item, trashed);
+        } catch (const Failure& failure) {
             ::unlink(info.c_str());
-            if (error == EEXIST) continue;
-            throwPosix(error);
+            if (errors::isPosix(failure.error(), EEXIST)) continue;
+            throw;
         }
         return;
     }

@@ -48,7 +48,7 @@ struct Filing {
     FaultyFileSystem fileSystem;
     ManualWallClock wallClock{referenceDate()};
     TickingClock clock;
-    ProjectFiler filer{FileCopier(fileSystem), ProjectManifestWriter(), wallClock, clock};
+    ProjectFiler filer{fileSystem, ProjectManifestWriter(), wallClock, clock};
 
     fs::path archive() const { return root / "Archive"; }
     ProjectFilingPlan planFor(const fs::path& project, int year, const std::string& name) const {

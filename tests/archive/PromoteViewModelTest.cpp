@@ -34,8 +34,8 @@ struct Flow {
     ManualWallClock wallClock{*dates::parseISO8601("2031-06-15T12:00:00Z")};
     FreedesktopTrash trash{root / "home/Trash", ::getuid(), wallClock};
     LocalFileSystem fileSystem;
-    std::shared_ptr<ProjectFiler> filer = std::make_shared<ProjectFiler>(
-        FileCopier(fileSystem), ProjectManifestWriter(), wallClock, clock);
+    std::shared_ptr<ProjectFiler> filer =
+        std::make_shared<ProjectFiler>(fileSystem, ProjectManifestWriter(), wallClock, clock);
     TaskRunner tasks;  // after what the tasks use
     std::shared_ptr<PromoteViewModel> model =
         PromoteViewModel::make({mainQueue, tasks, wallClock, trash, filer});

@@ -10,6 +10,7 @@
 
 #include "archive/FilingTexts.hpp"
 #include "copy/PathRules.hpp"
+#include "environment/MountTable.hpp"
 #include "support/AtomicFile.hpp"
 #include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
@@ -209,6 +210,11 @@ std::optional<std::string> ProjectFiler::refusalOf(const Plan& plan) {
     if (!files::exists(plan.source)) return filingtext::sourceMissing(plan.name);
     if (files::exists(plan.destination) && !holdsNothingVisible(plan.destination)) {
         return filingtext::alreadyFiled(plan.name, plan.year);
+    }
+    // A drive that isn't there leaves its bare mount point on the system's disk: never filled.
+    if (destinationState(plan.destination, MountTable::snapshot()) ==
+        DestinationState::notMounted) {
+        return filingtext::folderNotCreated(plan.year, errors::posix(ENODEV).description);
     }
     // An archive inside the project would change the original: refused before a folder is made.
     try {

@@ -8,6 +8,7 @@
 #include <atomic>
 
 #include "../copy/FaultyFileSystem.hpp"
+#include "PrivateMounts.hpp"
 #include "ProjectFolders.hpp"
 #include "TestTree.hpp"
 #include "archive/ProjectFiler.hpp"
@@ -204,6 +205,23 @@ TEST(ProjectFiler, EndsEachWayInItsOwnWords) {
             EXPECT_EQ(snapshotOf(plan.destination), waiting) << each.label << ": left untouched";
         }
     }
+}
+
+TEST(ProjectFiler, FilesOntoADriveOnlyWhileItIsThere) {
+    QUILLSTOW_REQUIRE_PRIVATE_MOUNTS();
+    if (!fs::is_directory("/mnt")) GTEST_SKIP() << "no /mnt, where drives are mounted";
+    Filing f;
+    writeFile(f.root / "Cut/6 Finals/cut.mp4", "final");
+    const TemporaryFolder mountPoint("/mnt");
+    const ProjectFilingPlan plan{f.root / "Cut", mountPoint / "Archive/2024/Cut", 2024, "Cut"};
+
+    const auto absent = f.filer.file(plan, nullptr);
+    EXPECT_EQ(ProjectFiler::summary(absent), "Couldn't create the folder for 2024: No such device");
+    EXPECT_TRUE(fs::is_empty(mountPoint.path())) << "nothing written onto the system's disk";
+
+    const testing::TmpfsMount drive(mountPoint.path(), 1 << 20);
+    EXPECT_TRUE(f.filer.file(plan, nullptr).isSuccess());
+    EXPECT_EQ(readFile(plan.destination / "6 Finals/cut.mp4"), "final");
 }
 
 TEST(ProjectFiler, NeverMakesAFolderInsideTheOriginal) {

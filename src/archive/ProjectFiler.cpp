@@ -63,7 +63,11 @@ class StagingFolder {
         if (files::exists(firstMadeFolder_)) firstMadeFolder_.clear();
         fileSystem_.createDirectories(yearFolder);
         path_ = yearFolder / atomicfile::temporaryName(name);
-        if (::mkdir(path_.c_str(), 0777) != 0) throwPosix(errno);
+        if (::mkdir(path_.c_str(), 0777) != 0) {
+            const int error = errno;
+            removeFoldersMadeHere(yearFolder);
+            throwPosix(error);
+        }
     }
     StagingFolder(const StagingFolder&) = delete;
     StagingFolder& operator=(const StagingFolder&) = delete;
@@ -76,12 +80,7 @@ class StagingFolder {
                 // What stays is hidden, and its name is one a sweep knows for a leftover.
             }
         }
-        if (firstMadeFolder_.empty()) return;
-        // Only empty folders go, from the year's up to the first one made here.
-        for (Path folder = path_.parent_path();
-             ::rmdir(folder.c_str()) == 0 && folder != firstMadeFolder_;
-             folder = folder.parent_path()) {
-        }
+        removeFoldersMadeHere(path_.parent_path());
     }
 
     const Path& path() const { return path_; }
@@ -100,6 +99,14 @@ class StagingFolder {
     }
 
   private:
+    // Only empty folders go, from the year's up to the first one made here.
+    void removeFoldersMadeHere(const Path& yearFolder) const {
+        if (firstMadeFolder_.empty()) return;
+        for (Path folder = yearFolder; ::rmdir(folder.c_str()) == 0 && folder != firstMadeFolder_;
+             folder = folder.parent_path()) {
+        }
+    }
+
     void moveEntriesInto(const Path& destination) {
         std::vector<std::string> names;
         walkTree(path_, WalkDetail::typeOnly, [&](const WalkEntry& entry) {

@@ -87,6 +87,21 @@ TEST(ProjectFiler, FilesAFilmUnderItsYearAndProvesIt) {
     EXPECT_GT(fractions.back(), 2.0 / 3.0) << "the proof reports too";
 }
 
+TEST(ProjectFiler, HoldsBackReportsThatComeWithinATenthOfASecond) {
+    TemporaryFolder root;
+    const auto project = makeFilmProject(root.path());
+    LocalFileSystem fileSystem;
+    const ManualWallClock wallClock(referenceDate());
+    ManualClock frozen;
+    const ProjectFiler filer(fileSystem, ProjectManifestWriter(), wallClock, frozen);
+    std::vector<std::string> texts;
+    const auto outcome =
+        filer.file({project, root / "A/2023/P", 2023, "P"},
+                   [&](double, const std::string& text) { texts.push_back(text); });
+    EXPECT_TRUE(outcome.isSuccess());
+    EXPECT_EQ(texts.size(), 1u) << "time stood still after the first";
+}
+
 TEST(ProjectFiler, CatchesOneChangedByteAndNamesTheFile) {
     Filing f;
     const auto project = makeFilmProject(f.root.path());

@@ -5,6 +5,7 @@
 #include <unordered_set>
 
 #include "archive/FilingTexts.hpp"
+#include "archive/ProjectNames.hpp"
 #include "model/Coding.hpp"
 #include "support/AtomicFile.hpp"
 #include "support/Paths.hpp"
@@ -79,9 +80,9 @@ std::vector<ProjectManifest::Entry> ProjectManifestWriter::listFiles(const Path&
         files.push_back({entry.relativePath, entry.info.fileSize.value_or(0), {}});
         return false;
     });
-    // UTF-8 in byte order is the order of the Unicode scalar values.
-    std::sort(files.begin(), files.end(),
-              [](const auto& a, const auto& b) { return a.path < b.path; });
+    projectnames::sortInTextOrder(
+        files,
+        [](const ProjectManifest::Entry& entry) -> const std::string& { return entry.path; });
     return files;
 }
 
@@ -135,9 +136,10 @@ ProjectCheckResult ProjectManifestWriter::check(const Path& folder, const Projec
         if (!listed.contains(entry.path)) result.added.push_back(entry.path);
     }
     // `actual` is sorted already; the manifest's order may be anyone's.
-    std::sort(result.missing.begin(), result.missing.end());
-    std::sort(result.wrongSize.begin(), result.wrongSize.end());
-    std::sort(result.differentContent.begin(), result.differentContent.end());
+    const auto itself = [](const std::string& path) -> const std::string& { return path; };
+    projectnames::sortInTextOrder(result.missing, itself);
+    projectnames::sortInTextOrder(result.wrongSize, itself);
+    projectnames::sortInTextOrder(result.differentContent, itself);
     return result;
 }
 

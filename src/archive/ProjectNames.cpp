@@ -1,5 +1,6 @@
 #include "archive/ProjectNames.hpp"
 
+#include <unicode/normalizer2.h>
 #include <unicode/regex.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
@@ -85,6 +86,19 @@ std::optional<int> yearInRange(const std::optional<std::string>& digits, int off
 }
 
 }  // namespace
+
+std::string canonicalKey(std::string_view text) {
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::Normalizer2* composition = icu::Normalizer2::getNFCInstance(status);
+    if (U_FAILURE(status)) return std::string(text);
+    const icu::UnicodeString unicodeText = unicode(text);
+    if (composition->isNormalized(unicodeText, status) && U_SUCCESS(status)) {
+        return std::string(text);
+    }
+    status = U_ZERO_ERROR;
+    const icu::UnicodeString composed = composition->normalize(unicodeText, status);
+    return U_FAILURE(status) ? std::string(text) : utf8(composed);
+}
 
 std::string trimmedOfSpaces(std::string_view name) {
     return utf8(trimmed(unicode(name)));

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "archive/FilingTexts.hpp"
+#include "archive/ProjectNames.hpp"
 #include "support/ByteCount.hpp"
 #include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
@@ -41,8 +42,8 @@ std::vector<ProjectSlimmer::Finding> ProjectSlimmer::findings(const Path& projec
             {url, searched + "/" + entry.relativePath, std::string(entry.name), bytesBelow(url)});
         return false;
     });
-    std::sort(found.begin(), found.end(),
-              [](const Finding& a, const Finding& b) { return a.relativePath < b.relativePath; });
+    projectnames::sortInTextOrder(
+        found, [](const Finding& finding) -> const std::string& { return finding.relativePath; });
     return found;
 }
 

@@ -47,6 +47,16 @@ TEST(ProjectManifest, ListsEveryFileOfANestedTreeWithSizeAndDigest) {
                             Entry{"line\nbreak.txt", 6, digestOfHello}));
 }
 
+TEST(ProjectManifest, SortsComposedAndDecomposedAccentsAlike) {
+    TemporaryFolder root;
+    for (const char* name : {"f", "e\u0301b", "\u00e9a", "e"})
+        writeFile(root / "P" / name, "x");
+    std::vector<std::string> paths;
+    for (const auto& entry : ProjectManifestWriter().scan(root / "P", "P", archivedAt()).files)
+        paths.push_back(entry.path);
+    EXPECT_THAT(paths, ElementsAre("e", "f", "\u00e9a", "e\u0301b"));
+}
+
 TEST(ProjectManifest, LeavesOutClutterAnywhereAndItselfButNotWhatLiesInExcludedFolders) {
     TemporaryFolder root;
     writeFile(root / "P/.DS_Store", "x");

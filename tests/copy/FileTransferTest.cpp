@@ -180,16 +180,6 @@ TEST(SameSize, ComparesSizesAndLetsAFolderMatchOnlyAFolder) {
     EXPECT_FALSE(transfer::sameSize(root / "d1", root / "a"));
 }
 
-TEST(IsTransient, OnlyFourPosixErrorsAre) {
-    for (int code : {EINTR, EIO, EBUSY, EAGAIN})
-        EXPECT_TRUE(transfer::isTransient(errors::posix(code)));
-    for (int code : {EPERM, ENOSPC, ENOENT, EACCES, EROFS}) {
-        EXPECT_FALSE(transfer::isTransient(errors::posix(code)));
-    }
-    EXPECT_FALSE(transfer::isTransient(errors::quillstow(EIO, "same number, other domain")));
-    EXPECT_FALSE(transfer::isTransient(errors::cancellation()));
-}
-
 TEST(RemoveStaleTemporaries, SweepsReservedNamesAnywhereAndNothingElse) {
     TemporaryFolder root;
     writeFile(root / "mirror/.quillstowtmp-1234ABCD-a.txt", "partial");

@@ -295,11 +295,8 @@ void LocalFileSystem::replaceItem(const ItemRef& target, const ItemRef& with) {
                     RENAME_EXCHANGE) != 0) {
         throwPosix(errno);
     }
-    try {
-        removeTree(with.folder, with.name);
-    } catch (const Failure&) {
-        // The old item stays under the temporary name, where the next sweep finds it.
-    }
+    // What can't be removed stays under the temporary name, where the next sweep finds it.
+    removeQuietly(with.folder, with.name);
 }
 
 void LocalFileSystem::moveItem(const ItemRef& from, const ItemRef& to) {

@@ -32,6 +32,7 @@ inline constexpr std::string_view emptyDetail =
     "Run a backup first, then come back here to restore.";
 inline constexpr std::string_view emptyIcon = "doc.questionmark";
 inline constexpr std::string_view filterPlaceholder = "Filter files…";
+inline constexpr std::string_view selectAll = "Select All";
 inline constexpr std::string_view showInFileManager = "Open in File Manager";
 inline constexpr std::string_view restoreTo = "Restore to…";
 inline constexpr std::string_view restoreToOriginal = "Restore to Original";
@@ -47,6 +48,11 @@ inline constexpr std::string_view recoveryScanning = "Scanning deleted files…"
 inline constexpr std::string_view recoveryEmptyTitle = "No deleted files found.";
 inline constexpr std::string_view recoveryEmptyDetail =
     "Files removed from the source are kept here after the next backup.";
+// The range of days: "From [the first day] to [today]", or named days between.
+inline constexpr std::string_view rangeFrom = "From";
+inline constexpr std::string_view rangeTo = "to";
+inline constexpr std::string_view earliestDay = "the first day";
+inline constexpr std::string_view latestDay = "today";
 // "Deleted on 2026-03-01", the heading of a day's group.
 std::string dayHeading(std::string_view day);
 // "Deleted at 14:05", beside a file archived more than once on one day; local time.

@@ -1,0 +1,104 @@
+#include "shell/views/DeletedFilesWindow.hpp"
+
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QLabel>
+
+#include "archive/RestoreTexts.hpp"
+
+namespace quillstow::shell {
+
+namespace texts = restoretext;
+
+namespace {
+
+QString text(std::string_view words) {
+    return QString::fromUtf8(words.data(), qsizetype(words.size()));
+}
+
+FileRowsModel::Source rowsOf(DeletedFilesModel& model) {
+    return {
+        [&model](std::size_t index) -> const RestoreFileItem& { return model.items()[index].file; },
+        [&model](std::size_t index) { model.toggle(index); },
+        [&model](std::size_t index) { return text(model.timeShownBeside(index)); }};
+}
+
+}  // namespace
+
+RestoreFrame::Model DeletedFilesWindow::frameModel(DeletedFilesModel& model) {
+    return {
+        .state = [&model] { return model.state(); },
+        .selectedCount = [&model] { return model.selectedCount(); },
+        .shownCount = [&model] { return std::int64_t(model.shown().size()); },
+        .isAllSelected = [&model] { return model.isAllSelected(); },
+        .setAllSelected = [&model](bool selected) { model.setAllSelected(selected); },
+        .setSearchText = [&model](std::string words) { model.setSearchText(std::move(words)); },
+        .canRestore = [&model] { return model.canRestore(); },
+        .restoreToOriginal = [&model] { model.restoreToOriginal(); },
+        .restoreTo = [&model](const std::filesystem::path& folder) { model.restoreTo(folder); },
+        .folderToShow = [&model] { return model.archiveRoot(); },
+        .inProgress = [&model] { return model.run().inProgress(); },
+        .progress = [&model] { return model.run().progress(); },
+        .message = [&model] { return model.run().message(); },
+        .cancel = [&model] { model.run().cancel(); },
+    };
+}
+
+DeletedFilesWindow::DeletedFilesWindow(const BackupPair& pair, QWidget* parent)
+    : DeletedFilesWindow(new DeletedFilesModel(pair), parent) {}
+
+DeletedFilesWindow::DeletedFilesWindow(DeletedFilesModel* model, QWidget* parent)
+    : RestoreFrame(
+          {text(texts::recoveryWindowTitle(model->pair().name)), text(texts::recoveryScanning),
+           text(texts::recoveryEmptyTitle), text(texts::recoveryEmptyDetail)},
+          frameModel(*model), rowsOf(*model), true, parent),
+      model_(model) {
+    model_->setParent(this);
+    addRangeChoice();
+    connect(model_, &DeletedFilesModel::rowsChanged, this, [this] {
+        if (firstDay_->count() == 1 && !model_->days().empty()) showDays();
+        showGroups();
+    });
+    connect(model_, &DeletedFilesModel::changed, this, &DeletedFilesWindow::refresh);
+}
+
+// "From [the first day] to [today]": the days that hold files, oldest at the top.
+void DeletedFilesWindow::addRangeChoice() {
+    firstDay_ = new QComboBox;
+    firstDay_->setObjectName("firstDay");
+    firstDay_->addItem(text(texts::earliestDay), QString());
+    lastDay_ = new QComboBox;
+    lastDay_->setObjectName("lastDay");
+    lastDay_->addItem(text(texts::latestDay), QString());
+    auto* bar = filterBar();
+    bar->addWidget(new QLabel(text(texts::rangeFrom)));
+    bar->addWidget(firstDay_);
+    bar->addWidget(new QLabel(text(texts::rangeTo)));
+    bar->addWidget(lastDay_);
+    const auto choose = [this] {
+        model_->setDayRange({firstDay_->currentData().toString().toStdString(),
+                             lastDay_->currentData().toString().toStdString()});
+    };
+    connect(firstDay_, &QComboBox::currentIndexChanged, this, choose);
+    connect(lastDay_, &QComboBox::currentIndexChanged, this, choose);
+}
+
+void DeletedFilesWindow::showDays() {
+    const auto& days = model_->days();
+    for (auto day = days.rbegin(); day != days.rend(); ++day) {
+        firstDay_->addItem(text(*day), text(*day));
+        lastDay_->addItem(text(*day), text(*day));
+    }
+}
+
+void DeletedFilesWindow::showGroups() {
+    std::vector<FileRow> rows;
+    for (const auto& group : model_->groups()) {
+        rows.push_back({0, texts::dayHeading(group.day)});
+        for (const std::size_t index : group.indices)
+            rows.push_back({index, {}});
+    }
+    showRows(std::move(rows));
+}
+
+}  // namespace quillstow::shell

@@ -335,9 +335,10 @@ void RestoreWindowTest::recoveryWindowWithNothingArchivedSaysSo() {
 int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    // As on a desktop with the usual icon theme, where it is installed.
-    if (QIcon::themeName().isEmpty() || QIcon::themeName() == "hicolor")
-        QIcon::setThemeName("Adwaita");
+    // As on a desktop, whose platform theme finds the installed icon themes; the offscreen
+    // platform looks nowhere.
+    QIcon::setThemeSearchPaths(QIcon::themeSearchPaths() << "/usr/share/icons");
+    QIcon::setThemeName("Adwaita");
     quillstow::shell::RestoreWindowTest test;
     return QTest::qExec(&test, argc, argv);
 }

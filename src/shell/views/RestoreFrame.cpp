@@ -183,7 +183,8 @@ RestoreFrame::RestoreFrame(Words words, Model model, FileRowsModel::Source sourc
     pages_->addWidget(statePage(words_.emptyTitle, words_.emptyDetail, false));
     pages_->addWidget(listPage(std::move(source), showsTime));
     layout->addWidget(pages_, 1);
-    layout->addWidget(footer());
+    footer_ = footer();
+    layout->addWidget(footer_);
     refresh();
 }
 
@@ -361,7 +362,10 @@ void RestoreFrame::showRows(std::vector<FileRow> rows) {
 }
 
 void RestoreFrame::refresh() {
-    pages_->setCurrentIndex(int(model_.state()));
+    const RestoreWindowState state = model_.state();
+    pages_->setCurrentIndex(int(state));
+    // The buttons belong to the list; scanning and the empty state show their words alone.
+    footer_->setVisible(state == RestoreWindowState::list);
     const std::int64_t selected = model_.selectedCount();
     selectAll_->setChecked(model_.isAllSelected());
     selectAll_->setEnabled(model_.shownCount() > 0);

@@ -6,6 +6,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileDialog>
 #include <QIcon>
 #include <QLabel>
@@ -121,6 +122,8 @@ class RestoreWindowTest : public QObject {
     void recoveryWindowGroupsByDayNewestFirstAndFiltersByRange();
     void aRecoveredFileGoesBackToItsOriginalPathAndTheArchiveStays();
     void recoveryWindowWithNothingArchivedSaysSo();
+    void thousandsOfFilesListInOrderWhileTheWindowAnswers();
+    void aCancelStopsBetweenFilesAndLeavesNoPartialFile();
 };
 
 void RestoreWindowTest::restoreWindowGoesThroughItsStates() {
@@ -327,6 +330,64 @@ void RestoreWindowTest::recoveryWindowWithNothingArchivedSaysSo() {
     QCOMPARE(recover.shownPage(), QString("emptyPage"));
     QCOMPARE(recover.label("emptyTitle"), QString("No deleted files found."));
     recover.look("recover-2-empty");
+}
+
+void RestoreWindowTest::thousandsOfFilesListInOrderWhileTheWindowAnswers() {
+    Folders folders;
+    constexpr int count = 3000;
+    for (int n = count; n >= 1; --n)
+        writeFile(folders.backup / ("file" + std::to_string(n) + ".txt"), "x");
+    QElapsedTimer clock;
+    clock.start();
+    Driver<RestoreWindow> restore(folders.pair);
+    // The window is up before the backup is read.
+    const qint64 shownAfter = clock.elapsed();
+    QCOMPARE(restore.window.model().state(), State::loading);
+    int turnsOfTheLoop = 0;
+    while (restore.window.model().state() == State::loading && clock.elapsed() < 30000) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        ++turnsOfTheLoop;
+    }
+    const qint64 listedAfter = clock.elapsed();
+    QVERIFY(turnsOfTheLoop > 1);
+    QCOMPARE(restore.label("fileCounter"), QString("3000 files"));
+    const QStringList rows = restore.rows();
+    QCOMPARE(rows.front(), QString("file1.txt"));
+    QCOMPARE(rows[1], QString("file2.txt"));
+    QCOMPARE(rows.back(), QString("file3000.txt"));
+    clock.restart();
+    restore.filter("file99");
+    const qint64 filteredAfter = clock.elapsed();
+    QCOMPARE(restore.label("fileCounter"), QString("11 files"));
+    qInfo(
+        "3000 files: window shown after %lld ms, listed after %lld ms (%d turns of the "
+        "event loop meanwhile), one filter keystroke %lld ms",
+        shownAfter, listedAfter, turnsOfTheLoop, filteredAfter);
+}
+
+void RestoreWindowTest::aCancelStopsBetweenFilesAndLeavesNoPartialFile() {
+    Folders folders;
+    constexpr int count = 400;
+    for (int n = 0; n < count; ++n)
+        writeFile(folders.backup / ("f" + std::to_string(n)), std::string(4096, 'x'));
+    Driver<RestoreWindow> restore(folders.pair);
+    QVERIFY(restore.scanned());
+    restore.click("selectAll");
+    restore.click("restoreToOriginal");
+    // Long before 400 flushed copies can be made.
+    restore.click("cancel");
+    QVERIFY(restore.restored());
+
+    const QString message = restore.label("message");
+    QVERIFY2(message.startsWith("Restore cancelled. "), qPrintable(message));
+    std::size_t temporaries = 0;
+    for (const auto& entry : fs::directory_iterator(folders.source))
+        temporaries += entry.path().filename().native().starts_with(".") ? 1 : 0;
+    QCOMPARE(temporaries, std::size_t(0));
+    const auto restored = filesBelow(folders.source);
+    QVERIFY(restored.size() < std::size_t(count));
+    for (const auto& [path, content] : restored)
+        QCOMPARE(content.size(), std::size_t(4096));
 }
 
 }  // namespace

@@ -25,25 +25,6 @@ FileRowsModel::Source rowsOf(DeletedFilesModel& model) {
 
 }  // namespace
 
-RestoreFrame::Model DeletedFilesWindow::frameModel(DeletedFilesModel& model) {
-    return {
-        .state = [&model] { return model.state(); },
-        .selectedCount = [&model] { return model.selectedCount(); },
-        .shownCount = [&model] { return std::int64_t(model.shown().size()); },
-        .isAllSelected = [&model] { return model.isAllSelected(); },
-        .setAllSelected = [&model](bool selected) { model.setAllSelected(selected); },
-        .setSearchText = [&model](std::string words) { model.setSearchText(std::move(words)); },
-        .canRestore = [&model] { return model.canRestore(); },
-        .restoreToOriginal = [&model] { model.restoreToOriginal(); },
-        .restoreTo = [&model](const std::filesystem::path& folder) { model.restoreTo(folder); },
-        .folderToShow = [&model] { return model.archiveRoot(); },
-        .inProgress = [&model] { return model.run().inProgress(); },
-        .progress = [&model] { return model.run().progress(); },
-        .message = [&model] { return model.run().message(); },
-        .cancel = [&model] { model.run().cancel(); },
-    };
-}
-
 DeletedFilesWindow::DeletedFilesWindow(const BackupPair& pair, QWidget* parent)
     : DeletedFilesWindow(new DeletedFilesModel(pair), parent) {}
 
@@ -51,7 +32,7 @@ DeletedFilesWindow::DeletedFilesWindow(DeletedFilesModel* model, QWidget* parent
     : RestoreFrame(
           {text(texts::recoveryWindowTitle(model->pair().name)), text(texts::recoveryScanning),
            text(texts::recoveryEmptyTitle), text(texts::recoveryEmptyDetail)},
-          frameModel(*model), rowsOf(*model), true, parent),
+          frameModelOf(*model, model->archiveRoot()), rowsOf(*model), true, parent),
       model_(model) {
     model_->setParent(this);
     addRangeChoice();

@@ -26,7 +26,6 @@ class DeletedFilesWindow final : public RestoreFrame {
   private:
     // The window owns the model, which its frame reads from the start.
     DeletedFilesWindow(DeletedFilesModel* model, QWidget* parent);
-    static Model frameModel(DeletedFilesModel& model);
     void addRangeChoice();
     void showDays();
     void showGroups();

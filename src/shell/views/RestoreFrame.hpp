@@ -139,4 +139,25 @@ class RestoreFrame : public QWidget {
     QProgressBar* originalBusy_ = nullptr;
 };
 
+// What the frame asks of a list model (RestoreModel, DeletedFilesModel), which outlives it.
+template <class ListModel>
+RestoreFrame::Model frameModelOf(ListModel& model, std::filesystem::path folderToShow) {
+    return {
+        .state = [&model] { return model.state(); },
+        .selectedCount = [&model] { return model.selectedCount(); },
+        .shownCount = [&model] { return std::int64_t(model.shown().size()); },
+        .isAllSelected = [&model] { return model.isAllSelected(); },
+        .setAllSelected = [&model](bool selected) { model.setAllSelected(selected); },
+        .setSearchText = [&model](std::string words) { model.setSearchText(std::move(words)); },
+        .canRestore = [&model] { return model.canRestore(); },
+        .restoreToOriginal = [&model] { model.restoreToOriginal(); },
+        .restoreTo = [&model](const std::filesystem::path& folder) { model.restoreTo(folder); },
+        .folderToShow = [folderToShow] { return folderToShow; },
+        .inProgress = [&model] { return model.run().inProgress(); },
+        .progress = [&model] { return model.run().progress(); },
+        .message = [&model] { return model.run().message(); },
+        .cancel = [&model] { model.run().cancel(); },
+    };
+}
+
 }  // namespace quillstow::shell

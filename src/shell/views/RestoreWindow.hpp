@@ -24,7 +24,6 @@ class RestoreWindow final : public RestoreFrame {
   private:
     // The window owns the model, which its frame reads from the start.
     RestoreWindow(RestoreModel* model, QWidget* parent);
-    static Model frameModel(RestoreModel& model);
 
     RestoreModel* model_;
 };

@@ -33,6 +33,8 @@ inline constexpr std::string_view emptyDetail =
 inline constexpr std::string_view emptyIcon = "doc.questionmark";
 inline constexpr std::string_view filterPlaceholder = "Filter files…";
 inline constexpr std::string_view selectAll = "Select All";
+// In place of the rows when the filter hides every file.
+inline constexpr std::string_view noMatch = "No files match the filter.";
 inline constexpr std::string_view showInFileManager = "Open in File Manager";
 inline constexpr std::string_view restoreTo = "Restore to…";
 inline constexpr std::string_view restoreToOriginal = "Restore to Original";

@@ -159,7 +159,10 @@ void RestoreWindowTest::restoreWindowGoesThroughItsStates() {
     QCOMPARE(restore.label("selectedCounter"), QString("1 selected"));
     auto* selectAll = restore.find<QCheckBox>("selectAll");
     QVERIFY(!selectAll->isChecked() && !selectAll->isEnabled());
+    QVERIFY(restore.find("noMatch")->isVisible());
     restore.look("restore-4-filtered-to-nothing");
+    restore.filter("");
+    QVERIFY(!restore.find("noMatch")->isVisible());
 
     Folders none;
     Driver<RestoreWindow> empty(none.pair);

@@ -273,6 +273,9 @@ QWidget* RestoreFrame::listPage(FileRowsModel::Source source, bool showsTime) {
         rows_->setData(box, checked ? Qt::Unchecked : Qt::Checked, Qt::CheckStateRole);
     });
     layout->addWidget(list_, 1);
+    noMatch_ = secondary(plainLabel(text(texts::noMatch), "noMatch"));
+    noMatch_->setAlignment(Qt::AlignCenter);
+    layout->addWidget(noMatch_, 1);
     return page;
 }
 
@@ -371,6 +374,8 @@ void RestoreFrame::refresh() {
     selectAll_->setEnabled(model_.shownCount() > 0);
     selectedCounter_->setText(text(texts::selectedCounter(selected)));
     fileCounter_->setText(text(texts::fileCounter(model_.shownCount())));
+    list_->setVisible(model_.shownCount() > 0);
+    noMatch_->setVisible(model_.shownCount() == 0);
     rows_->selectionChanged();
 
     const bool canRestore = model_.canRestore();

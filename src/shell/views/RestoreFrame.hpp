@@ -127,6 +127,7 @@ class RestoreFrame : public QWidget {
     QLabel* selectedCounter_ = nullptr;
     QLabel* fileCounter_ = nullptr;
     QTreeView* list_ = nullptr;
+    QLabel* noMatch_ = nullptr;
     QWidget* footer_ = nullptr;
     QWidget* progressRow_ = nullptr;
     QProgressBar* progressBar_ = nullptr;

@@ -132,6 +132,10 @@ void RestoreWindowTest::restoreWindowGoesThroughItsStates() {
     writeFile(folders.backup / "track2.wav", "b");
     writeFile(folders.backup / "Photos/2021/a.jpg", "c");
     writeFile(folders.backup / ".quillstow-hashes.json", "{}");
+    writeFile(folders.backup /
+                  "Clients/Northwind Traders/2021 annual review/Final deliverables "
+                  "for the board/Quarterly figures with every appendix.pdf",
+              std::string(5'000'000, 'p'));
 
     Driver<RestoreWindow> restore(folders.pair);
     QCOMPARE(restore.window.windowTitle(), QString("Restore — Work"));
@@ -140,8 +144,9 @@ void RestoreWindowTest::restoreWindowGoesThroughItsStates() {
     restore.look("restore-1-scanning");
     QVERIFY(restore.scanned());
     QCOMPARE(restore.shownPage(), QString("listPage"));
-    QCOMPARE(restore.rows(), (QStringList{"a.jpg", "track2.wav", "track10.wav"}));
-    QCOMPARE(restore.label("fileCounter"), QString("3 files"));
+    QCOMPARE(restore.rows(), (QStringList{"Quarterly figures with every appendix.pdf", "a.jpg",
+                                          "track2.wav", "track10.wav"}));
+    QCOMPARE(restore.label("fileCounter"), QString("4 files"));
     QCOMPARE(restore.label("selectedCounter"), QString("0 selected"));
     auto* toOriginal = restore.find<QPushButton>("restoreToOriginal");
     QVERIFY(!toOriginal->isEnabled() && !restore.find<QPushButton>("restoreTo")->isEnabled());

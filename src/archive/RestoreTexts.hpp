@@ -60,7 +60,7 @@ std::string dayHeading(std::string_view day);
 // "Deleted at 14:05", beside a file archived more than once on one day; local time.
 std::string archivedAtText(std::int64_t secondsSinceEpoch);
 
-// "Restoring 3 of 10 files — 1.2 MB of 4 MB"
+// "Restoring 3 of 10 files — 1.2 MB of 4 MB"; "of 1 file" for one.
 std::string progress(std::int64_t filesDone, std::int64_t filesTotal, std::int64_t bytesDone,
                      std::int64_t bytesTotal);
 inline constexpr std::string_view cancel = "Cancel";

@@ -170,6 +170,9 @@ void RestoreWindowTest::restoreWindowGoesThroughItsStates() {
     QVERIFY(!restore.find("noMatch")->isVisible());
 
     Folders none;
+    QWidget owner;
+    RestoreWindow owned(none.pair, &owner);
+    QVERIFY(owned.isWindow());
     Driver<RestoreWindow> empty(none.pair);
     QVERIFY(empty.scanned());
     QCOMPARE(empty.shownPage(), QString("emptyPage"));
@@ -320,6 +323,7 @@ void RestoreWindowTest::aRecoveredFileGoesBackToItsOriginalPathAndTheArchiveStay
     auto* rows = recover.find<QTreeView>("files")->model();
     QVERIFY(rows->setData(rows->index(3, 0), Qt::Checked, Qt::CheckStateRole));
     recover.click("restoreToOriginal");
+    QVERIFY(recover.label("progress").startsWith("Restoring 0 of 1 file — "));
     recover.look("recover-5-restoring");
     QVERIFY(recover.restored());
 

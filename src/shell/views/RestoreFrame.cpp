@@ -172,7 +172,8 @@ Qt::ItemFlags FileRowsModel::flags(const QModelIndex& index) const {
 
 RestoreFrame::RestoreFrame(Words words, Model model, FileRowsModel::Source source, bool showsTime,
                            QWidget* parent)
-    : QWidget(parent), words_(std::move(words)), model_(std::move(model)) {
+    // A window of its own, also when a parent keeps it.
+    : QWidget(parent, Qt::Window), words_(std::move(words)), model_(std::move(model)) {
     setWindowTitle(words_.title);
     resize(width, height);
     setMinimumSize(400, 320);

@@ -12,15 +12,11 @@ namespace texts = restoretext;
 
 namespace {
 
-QString text(std::string_view words) {
-    return QString::fromUtf8(words.data(), qsizetype(words.size()));
-}
-
 FileRowsModel::Source rowsOf(DeletedFilesModel& model) {
     return {
         [&model](std::size_t index) -> const RestoreFileItem& { return model.items()[index].file; },
         [&model](std::size_t index) { model.toggle(index); },
-        [&model](std::size_t index) { return text(model.timeShownBeside(index)); }};
+        [&model](std::size_t index) { return uiText(model.timeShownBeside(index)); }};
 }
 
 }  // namespace
@@ -30,8 +26,8 @@ DeletedFilesWindow::DeletedFilesWindow(const BackupPair& pair, QWidget* parent)
 
 DeletedFilesWindow::DeletedFilesWindow(DeletedFilesModel* model, QWidget* parent)
     : RestoreFrame(
-          {text(texts::recoveryWindowTitle(model->pair().name)), text(texts::recoveryScanning),
-           text(texts::recoveryEmptyTitle), text(texts::recoveryEmptyDetail)},
+          {uiText(texts::recoveryWindowTitle(model->pair().name)), uiText(texts::recoveryScanning),
+           uiText(texts::recoveryEmptyTitle), uiText(texts::recoveryEmptyDetail)},
           frameModelOf(*model, model->archiveRoot()), rowsOf(*model), true, parent),
       model_(model) {
     model_->setParent(this);
@@ -47,14 +43,14 @@ DeletedFilesWindow::DeletedFilesWindow(DeletedFilesModel* model, QWidget* parent
 void DeletedFilesWindow::addRangeChoice() {
     firstDay_ = new QComboBox;
     firstDay_->setObjectName("firstDay");
-    firstDay_->addItem(text(texts::earliestDay), QString());
+    firstDay_->addItem(uiText(texts::earliestDay), QString());
     lastDay_ = new QComboBox;
     lastDay_->setObjectName("lastDay");
-    lastDay_->addItem(text(texts::latestDay), QString());
+    lastDay_->addItem(uiText(texts::latestDay), QString());
     auto* bar = filterBar();
-    bar->addWidget(new QLabel(text(texts::rangeFrom)));
+    bar->addWidget(new QLabel(uiText(texts::rangeFrom)));
     bar->addWidget(firstDay_);
-    bar->addWidget(new QLabel(text(texts::rangeTo)));
+    bar->addWidget(new QLabel(uiText(texts::rangeTo)));
     bar->addWidget(lastDay_);
     const auto choose = [this] {
         model_->setDayRange({firstDay_->currentData().toString().toStdString(),
@@ -67,8 +63,8 @@ void DeletedFilesWindow::addRangeChoice() {
 void DeletedFilesWindow::showDays() {
     const auto& days = model_->days();
     for (auto day = days.rbegin(); day != days.rend(); ++day) {
-        firstDay_->addItem(text(*day), text(*day));
-        lastDay_->addItem(text(*day), text(*day));
+        firstDay_->addItem(uiText(*day), uiText(*day));
+        lastDay_->addItem(uiText(*day), uiText(*day));
     }
 }
 

@@ -30,9 +30,6 @@ namespace texts = restoretext;
 
 namespace {
 
-QString text(std::string_view words) {
-    return QString::fromUtf8(words.data(), qsizetype(words.size()));
-}
 QString shown(const std::string& path) {
     return QFile::decodeName(path.c_str());
 }
@@ -57,6 +54,10 @@ QLabel* secondary(QLabel* label) {
 
 }  // namespace
 
+QString uiText(std::string_view words) {
+    return QString::fromUtf8(words.data(), qsizetype(words.size()));
+}
+
 QIcon restoreSymbol(std::string_view symbol) {
     struct Counterpart {
         std::string_view symbol;
@@ -75,7 +76,7 @@ QIcon restoreSymbol(std::string_view symbol) {
         {"exclamationmark.triangle.fill", "dialog-warning", QStyle::SP_MessageBoxWarning},
         {"checkmark.circle.fill", "emblem-ok", QStyle::SP_DialogApplyButton},
     }};
-    const QIcon own = QIcon::fromTheme(text(symbol) + "-symbolic");
+    const QIcon own = QIcon::fromTheme(uiText(symbol) + "-symbolic");
     if (!own.isNull()) return own;
     for (const auto& entry : table) {
         if (entry.symbol == symbol) {
@@ -113,7 +114,7 @@ QVariant FileRowsModel::data(const QModelIndex& index, int role) const {
     const FileRow& row = rows_[std::size_t(index.row())];
     if (row.heading) {
         if (index.column() != name) return {};
-        if (role == Qt::DisplayRole) return text(*row.heading);
+        if (role == Qt::DisplayRole) return uiText(*row.heading);
         if (role == Qt::FontRole) {
             QFont font = QApplication::font();
             font.setBold(true);
@@ -132,7 +133,7 @@ QVariant FileRowsModel::data(const QModelIndex& index, int role) const {
                 case time:
                     return source_.time ? source_.time(row.index) : QString();
                 case size:
-                    return text(formatByteCount(file.fileSize));
+                    return uiText(formatByteCount(file.fileSize));
             }
             return {};
         case Qt::ToolTipRole:
@@ -228,7 +229,7 @@ QWidget* RestoreFrame::listPage(FileRowsModel::Source source, bool showsTime) {
     filterBar_ = new QHBoxLayout;
     filter_ = new QLineEdit;
     filter_->setObjectName("filter");
-    filter_->setPlaceholderText(text(texts::filterPlaceholder));
+    filter_->setPlaceholderText(uiText(texts::filterPlaceholder));
     filter_->setClearButtonEnabled(true);
     connect(filter_, &QLineEdit::textChanged, this,
             [this](const QString& words) { model_.setSearchText(words.toStdString()); });
@@ -236,7 +237,7 @@ QWidget* RestoreFrame::listPage(FileRowsModel::Source source, bool showsTime) {
     layout->addLayout(filterBar_);
 
     auto* counters = new QHBoxLayout;
-    selectAll_ = new QCheckBox(text(texts::selectAll));
+    selectAll_ = new QCheckBox(uiText(texts::selectAll));
     selectAll_->setObjectName("selectAll");
     // A click writes the opposite of what it reads, on the shown rows only.
     connect(selectAll_, &QCheckBox::clicked, this,
@@ -274,7 +275,7 @@ QWidget* RestoreFrame::listPage(FileRowsModel::Source source, bool showsTime) {
         rows_->setData(box, checked ? Qt::Unchecked : Qt::Checked, Qt::CheckStateRole);
     });
     layout->addWidget(list_, 1);
-    noMatch_ = secondary(plainLabel(text(texts::noMatch), "noMatch"));
+    noMatch_ = secondary(plainLabel(uiText(texts::noMatch), "noMatch"));
     noMatch_->setAlignment(Qt::AlignCenter);
     layout->addWidget(noMatch_, 1);
     return page;
@@ -297,7 +298,7 @@ QWidget* RestoreFrame::footer() {
     figures->addWidget(progressBar_);
     figures->addWidget(progressText_);
     progress->addLayout(figures, 1);
-    auto* cancel = new QPushButton(text(texts::cancel));
+    auto* cancel = new QPushButton(uiText(texts::cancel));
     cancel->setObjectName("cancel");
     connect(cancel, &QPushButton::clicked, this, [this] { model_.cancel(); });
     progress->addWidget(cancel);
@@ -316,18 +317,18 @@ QWidget* RestoreFrame::footer() {
     layout->addWidget(messageRow_);
 
     auto* buttons = new QHBoxLayout;
-    auto* reveal = new QPushButton(text(texts::showInFileManager));
+    auto* reveal = new QPushButton(uiText(texts::showInFileManager));
     reveal->setObjectName("showInFileManager");
     connect(reveal, &QPushButton::clicked, this, [this] {
         QDesktopServices::openUrl(QUrl::fromLocalFile(shown(model_.folderToShow().native())));
     });
     buttons->addWidget(reveal);
     buttons->addStretch();
-    restoreTo_ = new QPushButton(text(texts::restoreTo));
+    restoreTo_ = new QPushButton(uiText(texts::restoreTo));
     restoreTo_->setObjectName("restoreTo");
     connect(restoreTo_, &QPushButton::clicked, this, &RestoreFrame::chooseFolder);
     buttons->addWidget(restoreTo_);
-    restoreToOriginal_ = new QPushButton(text(texts::restoreToOriginal));
+    restoreToOriginal_ = new QPushButton(uiText(texts::restoreToOriginal));
     restoreToOriginal_->setObjectName("restoreToOriginal");
     restoreToOriginal_->setDefault(true);
     connect(restoreToOriginal_, &QPushButton::clicked, this,
@@ -345,12 +346,12 @@ QWidget* RestoreFrame::footer() {
 }
 
 void RestoreFrame::chooseFolder() {
-    auto* panel = new QFileDialog(this, text(texts::chooserMessage));
+    auto* panel = new QFileDialog(this, uiText(texts::chooserMessage));
     panel->setObjectName("folderPanel");
     panel->setAttribute(Qt::WA_DeleteOnClose);
     panel->setFileMode(QFileDialog::Directory);
     panel->setOption(QFileDialog::ShowDirsOnly);
-    panel->setLabelText(QFileDialog::Accept, text(texts::chooserPrompt));
+    panel->setLabelText(QFileDialog::Accept, uiText(texts::chooserPrompt));
     connect(panel, &QFileDialog::fileSelected, this, [this](const QString& folder) {
         if (!folder.isEmpty()) model_.restoreTo(pathOf(folder));
     });
@@ -373,8 +374,8 @@ void RestoreFrame::refresh() {
     const std::int64_t selected = model_.selectedCount();
     selectAll_->setChecked(model_.isAllSelected());
     selectAll_->setEnabled(model_.shownCount() > 0);
-    selectedCounter_->setText(text(texts::selectedCounter(selected)));
-    fileCounter_->setText(text(texts::fileCounter(model_.shownCount())));
+    selectedCounter_->setText(uiText(texts::selectedCounter(selected)));
+    fileCounter_->setText(uiText(texts::fileCounter(model_.shownCount())));
     list_->setVisible(model_.shownCount() > 0);
     noMatch_->setVisible(model_.shownCount() == 0);
     rows_->selectionChanged();
@@ -382,8 +383,8 @@ void RestoreFrame::refresh() {
     const bool canRestore = model_.canRestore();
     restoreTo_->setEnabled(canRestore);
     restoreToOriginal_->setEnabled(canRestore);
-    restoreTo_->setToolTip(text(texts::restoreToHelp(selected)));
-    restoreToOriginal_->setToolTip(text(texts::restoreToOriginalHelp(selected)));
+    restoreTo_->setToolTip(uiText(texts::restoreToHelp(selected)));
+    restoreToOriginal_->setToolTip(uiText(texts::restoreToOriginalHelp(selected)));
 
     const bool running = model_.inProgress();
     restoreToOriginal_->setVisible(!running);
@@ -398,13 +399,13 @@ void RestoreFrame::refresh() {
                                           double(std::max<std::int64_t>(progress.filesTotal, 1));
         progressBar_->setRange(0, 1000);
         progressBar_->setValue(int(done * 1000));
-        progressText_->setText(text(texts::progress(progress.filesDone, progress.filesTotal,
-                                                    progress.bytesDone, progress.bytesTotal)));
+        progressText_->setText(uiText(texts::progress(progress.filesDone, progress.filesTotal,
+                                                      progress.bytesDone, progress.bytesTotal)));
     }
     const std::string message = model_.message();
     messageRow_->setVisible(!running && !message.empty());
     if (!message.empty()) {
-        message_->setText(text(message));
+        message_->setText(uiText(message));
         const auto icon = texts::isError(message) ? texts::errorIcon : texts::successIcon;
         messageIcon_->setPixmap(restoreSymbol(icon).pixmap(16, 16));
     }

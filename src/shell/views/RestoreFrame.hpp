@@ -65,6 +65,9 @@ class FileRowsModel final : public QAbstractTableModel {
     std::vector<FileRow> rows_;
 };
 
+// A text of restoretext as Qt shows it.
+QString uiText(std::string_view words);
+
 // The icon of a symbol name of the restore texts: our own symbolic icon, else the desktop
 // theme's counterpart, else Qt's own.
 QIcon restoreSymbol(std::string_view symbol);

@@ -8,10 +8,6 @@ namespace texts = restoretext;
 
 namespace {
 
-QString text(std::string_view words) {
-    return QString::fromUtf8(words.data(), qsizetype(words.size()));
-}
-
 FileRowsModel::Source rowsOf(RestoreModel& model) {
     return {[&model](std::size_t index) -> const RestoreFileItem& { return model.files()[index]; },
             [&model](std::size_t index) { model.toggle(index); },
@@ -24,8 +20,8 @@ RestoreWindow::RestoreWindow(const BackupPair& pair, QWidget* parent)
     : RestoreWindow(new RestoreModel(pair), parent) {}
 
 RestoreWindow::RestoreWindow(RestoreModel* model, QWidget* parent)
-    : RestoreFrame({text(texts::windowTitle(model->pair().name)), text(texts::scanning),
-                    text(texts::emptyTitle), text(texts::emptyDetail)},
+    : RestoreFrame({uiText(texts::windowTitle(model->pair().name)), uiText(texts::scanning),
+                    uiText(texts::emptyTitle), uiText(texts::emptyDetail)},
                    frameModelOf(*model, model->backupRoot()), rowsOf(*model), false, parent),
       model_(model) {
     model_->setParent(this);

@@ -40,10 +40,6 @@ std::string DeletedFilesModel::timeShownBeside(std::size_t index) const {
         std::int64_t(dates::secondsSinceEpoch(*items_[index].deletedAt)));
 }
 
-RestoreWindowState DeletedFilesModel::state() const {
-    return restoreWindowState(isLoading_, items_.size());
-}
-
 void DeletedFilesModel::setSearchText(std::string text) {
     if (text == searchText_) return;
     searchText_ = std::move(text);
@@ -60,29 +56,6 @@ void DeletedFilesModel::refilter() {
     shown_ = filteredIndices(items_, searchText_, range_);
     emit rowsChanged();
     emit changed();
-}
-
-std::int64_t DeletedFilesModel::selectedCount() const {
-    return quillstow::selectedCount(items_);
-}
-
-bool DeletedFilesModel::isAllSelected() const {
-    return quillstow::isAllSelected(items_, shown_);
-}
-
-void DeletedFilesModel::setAllSelected(bool selected) {
-    quillstow::setAllSelected(items_, shown_, selected);
-    emit changed();
-}
-
-void DeletedFilesModel::toggle(std::size_t index) {
-    if (index >= items_.size()) return;
-    items_[index].file.isSelected = !items_[index].file.isSelected;
-    emit changed();
-}
-
-bool DeletedFilesModel::canRestore() const {
-    return canStartRestore(selectedCount(), run_.inProgress());
 }
 
 void DeletedFilesModel::restoreToOriginal() {

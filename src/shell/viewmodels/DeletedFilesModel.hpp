@@ -20,7 +20,7 @@
 
 namespace quillstow::shell {
 
-class DeletedFilesModel : public QObject {
+class DeletedFilesModel : public QObject, public SelectableList<DeletedFileItem> {
     Q_OBJECT
 
   public:
@@ -31,34 +31,21 @@ class DeletedFilesModel : public QObject {
     const BackupPair& pair() const { return pair_; }
     const std::filesystem::path& archiveRoot() const { return archiveRoot_; }
 
-    RestoreWindowState state() const;
-    const std::vector<DeletedFileItem>& items() const { return items_; }
     // The shown rows by day, newest day first.
     std::vector<DayGroup> groups() const { return groupedByDay(items_, shown_); }
-    const std::vector<std::size_t>& shown() const { return shown_; }
     // The days that hold files, newest first: the choices of the range.
     const std::vector<std::string>& days() const { return days_; }
     // "Deleted at 14:05" beside a file that left more than once on its day, so that the
     // copies can be told apart; empty for the others.
     std::string timeShownBeside(std::size_t index) const;
 
-    const std::string& searchText() const { return searchText_; }
     void setSearchText(std::string text);
     const DayRange& dayRange() const { return range_; }
     void setDayRange(DayRange range);
 
-    std::int64_t selectedCount() const;
-    bool isAllSelected() const;
-    // "Select All": writes to the shown rows only.
-    void setAllSelected(bool selected);
-    void toggle(std::size_t index);
-
-    bool canRestore() const;
     // The selected files back to where they were in the source.
     void restoreToOriginal();
     void restoreTo(const std::filesystem::path& folder);
-    RestoreRun& run() { return run_; }
-    const RestoreRun& run() const { return run_; }
 
   signals:
     // The rows to show changed: the scan ended, the filter or the range changed.
@@ -67,20 +54,16 @@ class DeletedFilesModel : public QObject {
     void changed();
 
   private:
+    void selectionChanged() override { emit changed(); }
     void markTwins();
     void refilter();
 
     const BackupPair pair_;
     const std::filesystem::path archiveRoot_;
-    bool isLoading_ = true;
-    std::vector<DeletedFileItem> items_;
     std::vector<std::string> days_;
     // Per item: another copy of the same file left on the same day.
     std::vector<bool> hasTwin_;
-    std::vector<std::size_t> shown_;
-    std::string searchText_;
     DayRange range_;
-    RestoreRun run_;
     std::jthread scan_;
 };
 

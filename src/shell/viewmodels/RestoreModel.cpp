@@ -68,9 +68,9 @@ RestoreModel::RestoreModel(BackupPair pair, QObject* parent)
     scan_ = startTask<std::vector<RestoreFileItem>>(
         this, [root = backupRoot_](std::stop_token stop) { return scanBackup(root, stop); },
         [this](std::vector<RestoreFileItem> files) {
-            files_ = std::move(files);
+            items_ = std::move(files);
             isLoading_ = false;
-            shown_ = filteredIndices(files_, searchText_);
+            shown_ = filteredIndices(items_, searchText_);
             emit rowsChanged();
             emit changed();
         });
@@ -78,39 +78,12 @@ RestoreModel::RestoreModel(BackupPair pair, QObject* parent)
 
 RestoreModel::~RestoreModel() = default;
 
-RestoreWindowState RestoreModel::state() const {
-    return restoreWindowState(isLoading_, files_.size());
-}
-
 void RestoreModel::setSearchText(std::string text) {
     if (text == searchText_) return;
     searchText_ = std::move(text);
-    shown_ = filteredIndices(files_, searchText_);
+    shown_ = filteredIndices(items_, searchText_);
     emit rowsChanged();
     emit changed();
-}
-
-std::int64_t RestoreModel::selectedCount() const {
-    return quillstow::selectedCount(files_);
-}
-
-bool RestoreModel::isAllSelected() const {
-    return quillstow::isAllSelected(files_, shown_);
-}
-
-void RestoreModel::setAllSelected(bool selected) {
-    quillstow::setAllSelected(files_, shown_, selected);
-    emit changed();
-}
-
-void RestoreModel::toggle(std::size_t index) {
-    if (index >= files_.size()) return;
-    files_[index].isSelected = !files_[index].isSelected;
-    emit changed();
-}
-
-bool RestoreModel::canRestore() const {
-    return canStartRestore(selectedCount(), run_.inProgress());
 }
 
 void RestoreModel::restoreToOriginal() {
@@ -120,7 +93,7 @@ void RestoreModel::restoreToOriginal() {
 void RestoreModel::restoreTo(const fs::path& folder) {
     if (!canRestore()) return;
     // A snapshot of the selection: later clicks in the list don't reach the running restore.
-    run_.start(restoreJobs(files_, backupRoot_), folder);
+    run_.start(restoreJobs(items_, backupRoot_), folder);
 }
 
 }  // namespace quillstow::shell

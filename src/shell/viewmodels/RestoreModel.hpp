@@ -80,7 +80,49 @@ class RestoreRun : public QObject {
     std::jthread task_;
 };
 
-class RestoreModel : public QObject {
+// What both windows' models share: the rows after the scan, the ones the filter shows, the
+// selection in which "Select All" writes to the shown rows only, and the restore of the selected
+// ones. A model adds its scan, its filter and where its files go; selectionChanged() tells it
+// that a row's box or "Select All" moved.
+template <class Item>
+class SelectableList {
+  public:
+    RestoreWindowState state() const { return restoreWindowState(isLoading_, items_.size()); }
+    const std::vector<Item>& items() const { return items_; }
+    // The positions in items() that the filter shows, in list order.
+    const std::vector<std::size_t>& shown() const { return shown_; }
+    const std::string& searchText() const { return searchText_; }
+
+    // Shown by the filter or not.
+    std::int64_t selectedCount() const { return quillstow::selectedCount(items_); }
+    bool isAllSelected() const { return quillstow::isAllSelected(items_, shown_); }
+    void setAllSelected(bool selected) {
+        quillstow::setAllSelected(items_, shown_, selected);
+        selectionChanged();
+    }
+    void toggle(std::size_t index) {
+        if (index >= items_.size()) return;
+        RestoreFileItem& file = fileOf(items_[index]);
+        file.isSelected = !file.isSelected;
+        selectionChanged();
+    }
+
+    bool canRestore() const { return canStartRestore(selectedCount(), run_.inProgress()); }
+    RestoreRun& run() { return run_; }
+    const RestoreRun& run() const { return run_; }
+
+  protected:
+    ~SelectableList() = default;
+    virtual void selectionChanged() = 0;
+
+    bool isLoading_ = true;
+    std::vector<Item> items_;
+    std::vector<std::size_t> shown_;
+    std::string searchText_;
+    RestoreRun run_;
+};
+
+class RestoreModel : public QObject, public SelectableList<RestoreFileItem> {
     Q_OBJECT
 
   public:
@@ -91,25 +133,10 @@ class RestoreModel : public QObject {
     const BackupPair& pair() const { return pair_; }
     const std::filesystem::path& backupRoot() const { return backupRoot_; }
 
-    RestoreWindowState state() const;
-    const std::vector<RestoreFileItem>& files() const { return files_; }
-    // The positions in files() that the filter shows, in list order.
-    const std::vector<std::size_t>& shown() const { return shown_; }
-    const std::string& searchText() const { return searchText_; }
     void setSearchText(std::string text);
-
-    std::int64_t selectedCount() const;
-    bool isAllSelected() const;
-    // "Select All": writes to the shown rows only.
-    void setAllSelected(bool selected);
-    void toggle(std::size_t index);
-
-    bool canRestore() const;
     // The selected files, hidden ones too, back into the pair's source.
     void restoreToOriginal();
     void restoreTo(const std::filesystem::path& folder);
-    RestoreRun& run() { return run_; }
-    const RestoreRun& run() const { return run_; }
 
   signals:
     // The rows to show changed: the scan ended or the filter changed.
@@ -118,13 +145,10 @@ class RestoreModel : public QObject {
     void changed();
 
   private:
+    void selectionChanged() override { emit changed(); }
+
     const BackupPair pair_;
     const std::filesystem::path backupRoot_;
-    bool isLoading_ = true;
-    std::vector<RestoreFileItem> files_;
-    std::vector<std::size_t> shown_;
-    std::string searchText_;
-    RestoreRun run_;
     std::jthread scan_;
 };
 

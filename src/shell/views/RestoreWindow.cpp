@@ -9,7 +9,7 @@ namespace texts = restoretext;
 namespace {
 
 FileRowsModel::Source rowsOf(RestoreModel& model) {
-    return {[&model](std::size_t index) -> const RestoreFileItem& { return model.files()[index]; },
+    return {[&model](std::size_t index) -> const RestoreFileItem& { return model.items()[index]; },
             [&model](std::size_t index) { model.toggle(index); },
             {}};
 }

@@ -5,7 +5,6 @@
 #include "copy/DeletionArchive.hpp"
 #include "copy/PathRules.hpp"
 #include "copy/SourceListing.hpp"
-#include "environment/VolumeSpace.hpp"
 #include "model/BookmarkManager.hpp"
 #include "model/Tips.hpp"
 #include "support/Paths.hpp"
@@ -152,7 +151,7 @@ void BackupEngine::start(const BackupPair& pair) {
         setStatus(BackupStatus::paused());
         return;
     }
-    if (!services_.reachability.isDestinationReachable(pathsFor(pair).chosen)) {
+    if (!services_.volumes.isDestinationReachable(pathsFor(pair).chosen)) {
         setStatus(BackupStatus::destinationUnreachable());
         return;
     }
@@ -246,7 +245,7 @@ void BackupEngine::triggerBackup(const BackupPair& pair) {
 
 void BackupEngine::runTrigger(const BackupPair& pair, std::uint64_t generation,
                               std::stop_token stop) {
-    if (!services_.reachability.isDestinationReachable(pathsFor(pair).chosen)) {
+    if (!services_.volumes.isDestinationReachable(pathsFor(pair).chosen)) {
         postStatus(BackupStatus::destinationUnreachable(), generation);
         return;
     }
@@ -288,11 +287,11 @@ void BackupEngine::handleOutcome(BackupQueue::JobOutcome outcome, const BackupPa
 
 bool BackupEngine::hasEnoughSpace(const BackupPair& pair, const RunPaths& paths,
                                   const ExclusionFilter& filter, std::uint64_t generation) {
-    const auto available = volumes::availableCapacity(paths.chosen);
+    const auto available = services_.volumes.availableCapacity(paths.chosen);
     if (!available) return true;
     std::optional<BackupError> shortage;
-    const auto sourceVolume = volumes::volumeIdentifier(paths.source);
-    const auto destinationVolume = volumes::volumeIdentifier(paths.chosen);
+    const auto sourceVolume = services_.volumes.volumeIdentifier(paths.source);
+    const auto destinationVolume = services_.volumes.volumeIdentifier(paths.chosen);
     if (!sourceVolume || !destinationVolume || *sourceVolume != *destinationVolume) {
         const std::int64_t estimate =
             fileCopier_.estimateBytesToCopy(paths.source, paths.pairFolder, filter);
@@ -320,7 +319,7 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
     }
     // Again: the drive may have gone while the job waited its turn, and a pass now would write
     // to the disk below its mount point.
-    if (!services_.reachability.isDestinationReachable(pathsFor(pair).chosen)) {
+    if (!services_.volumes.isDestinationReachable(pathsFor(pair).chosen)) {
         postStatus(BackupStatus::destinationUnreachable(), generation);
         return;
     }
@@ -417,7 +416,7 @@ void BackupEngine::recordPass(const RunPaths& paths, const BackupResult& result)
         stored.lastBackupByteCount = bytes;
     });
 
-    if (const auto space = volumes::availableCapacity(paths.chosen)) {
+    if (const auto space = services_.volumes.availableCapacity(paths.chosen)) {
         std::weak_ptr<BackupEngine> weak = weak_from_this();
         services_.mainQueue.post([weak, space] {
             const auto self = weak.lock();
@@ -462,7 +461,7 @@ void BackupEngine::keepUp(const BackupPair& pair, const RunPaths& paths, const B
 }
 
 bool BackupEngine::hasLeft(const RunPaths& paths) const {
-    return !services_.reachability.isDestinationReachable(paths.chosen) ||
+    return !services_.volumes.isDestinationReachable(paths.chosen) ||
            !files::isFolder(paths.pairFolder);
 }
 

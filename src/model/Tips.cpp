@@ -38,7 +38,8 @@ std::optional<std::string> nextTip(UserDefaults& defaults, int filesCopied, bool
             "A sample of your existing backups was re-checked — everything looks healthy.");
     }
     if (wasThrottled) {
-        tips.push_back("Quillstow slowed down while you were working so your Mac stayed fast.");
+        tips.push_back(
+            "Quillstow slowed down while you were working so your computer stayed fast.");
     }
     if (tips.empty()) {
         tips = {

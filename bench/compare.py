@@ -1,30 +1,41 @@
 #!/usr/bin/env python3
-"""Measures quillstow-pass side by side with rsync and cp in one run.
+"""Measures quillstow-pass side by side with rsync and cp, and with the floor of a no-op pass.
 
-Trees: 100,000 small files in 5,000 folders, and one file of 1 GiB. Cases: a first copy, a
-re-run with nothing changed, a re-run after 1% of the files changed. A copy that is safe
-against a power cut waits for the disk, so our first copy is compared with `rsync -a; sync`
-(the same durability) and plain `rsync -a` is shown beside it.
+Each case runs against its anchors in interleaved rounds, the order rotating from round to
+round so that no command always runs on colder caches than another; it prints the median and
+the spread of each and the ratios of the medians.
 
-Every run writes into a fresh folder (ext4 creates files slowly for a while after many were
-deleted), and 3.5 GiB of memory are touched before each timed run (memory freed a few seconds
-ago goes back to the host, and the first run would pay for getting it again).
+Cases (trees: FILES small files in FOLDERS folders, and one file of BIG_MIB MiB):
+- first: a first copy into a fresh folder every time. A copy that is safe against a power cut
+  waits for the disk, so the anchors are `cp -a && sync` and `rsync -a && sync`.
+- noop: a re-run with nothing changed, against `rsync -a` and `quillstow-stat-walk`, which
+  walks both trees on two threads reading every entry's metadata: the floor of any pass.
+- changed: a re-run after 1% of the files changed (new ones every round), against
+  `rsync -a && sync`.
+- big: the one big file into a fresh folder, against `cp -a && sync`.
+- quiet (not run unless asked): the cost per copied file of the quiet bandwidth mode.
 
-usage: bench/compare.py [--work DIR] [--files N] [--big-mib N] [--tool PATH]
+Every timed run touches 3.5 GiB of memory first: memory freed a few seconds ago goes back to the
+host, and the first run after it would pay for getting it again.
+
+usage: bench/compare.py [--work DIR] [--files N] [--folders N] [--big-mib N] [--rounds N]
+                        [--cases first,noop,changed,big,quiet] [--tool PATH] [--walker PATH]
 """
 
 import argparse
 import os
 import random
 import shutil
+import statistics
 import subprocess
 import sys
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
+BUILD = os.path.join(HERE, "..", "build")
 
 
-def touch_memory(gib=3.5):
+def touch_memory(gib=float(os.environ.get("BENCH_TOUCH_GIB", "3.5"))):
     # In a process of its own: a child started from a process that once held this much would
     # report it as its own peak.
     subprocess.run([sys.executable, "-c",
@@ -34,10 +45,10 @@ def touch_memory(gib=3.5):
 
 def make_small_tree(root, files, folders, seed=7):
     rng = random.Random(seed)
-    per_folder = files // folders
+    per_folder = max(1, files // folders)
     payload = os.urandom(16384)
     for f in range(folders):
-        folder = os.path.join(root, f"d{f // 100:02d}", f"f{f:04d}")
+        folder = os.path.join(root, f"d{f // 100:03d}", f"f{f:05d}")
         os.makedirs(folder, exist_ok=True)
         for n in range(per_folder):
             size = rng.randint(512, 8192)
@@ -54,7 +65,11 @@ def make_big_file(root, mib):
             out.write(chunk)
 
 
-def change_one_percent(root, seed=11):
+def count_items(root):
+    return sum(len(folders) + len(files) for _, folders, files in os.walk(root))
+
+
+def change_one_percent(root, seed):
     rng = random.Random(seed)
     paths = []
     for folder, _, names in os.walk(root):
@@ -82,103 +97,146 @@ def run(command):
     return seconds, int(timed.stderr.strip().splitlines()[-1])
 
 
+def remove(path):
+    if os.path.exists(path):
+        shutil.rmtree(path)
+
+
+class Bench:
+    def __init__(self, rounds):
+        self.rounds = rounds
+        self.results = {}
+
+    def interleave(self, title, commands, before_round=None):
+        """commands: (name, round -> shell command). Runs every command once a round, the
+        order rotating; before_round(round) prepares each round, untimed."""
+        print(title, flush=True)
+        samples = {name: [] for name, _ in commands}
+        for round_number in range(self.rounds):
+            if before_round:
+                before_round(round_number)
+            subprocess.run(["sync"], check=True)
+            shift = round_number % len(commands)
+            for name, command in commands[shift:] + commands[:shift]:
+                samples[name].append(run(command(round_number)))
+        for name, values in samples.items():
+            seconds = [v[0] for v in values]
+            median = statistics.median(seconds)
+            peak = max(v[1] for v in values)
+            self.results[name] = (median, peak)
+            spread = (max(seconds) - min(seconds)) / median * 100 if median else 0.0
+            print(f"  {name:<30} {median:8.3f} s  ({min(seconds):.3f}-{max(seconds):.3f}, "
+                  f"spread {spread:4.0f}%)  peak {peak / 1024:7.1f} MiB", flush=True)
+
+    def ratio(self, ours, anchor, target=None):
+        if ours not in self.results or anchor not in self.results:
+            return
+        value = self.results[ours][0] / self.results[anchor][0]
+        goal = f"   (target <= {target})" if target is not None else ""
+        print(f"  {ours} / {anchor}: {value:.2f}{goal}")
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--work", default=os.path.join(HERE, "out"))
     parser.add_argument("--files", type=int, default=100_000)
-    parser.add_argument("--folders", type=int, default=5_000)
+    parser.add_argument("--folders", type=int, default=0, help="default: FILES / 20")
     parser.add_argument("--big-mib", type=int, default=1024)
-    parser.add_argument("--tool", default=os.path.join(HERE, "..", "build", "tools", "quillstow-pass"))
+    parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--cases", default="first,noop,changed,big")
+    parser.add_argument("--tool", default=os.path.join(BUILD, "tools", "quillstow-pass"))
+    parser.add_argument("--walker", default=os.path.join(BUILD, "bench", "quillstow-stat-walk"))
     args = parser.parse_args()
+    cases = set(args.cases.split(","))
+    folders = args.folders or max(1, args.files // 20)
 
-    for program in ("rsync", "cp", "/usr/bin/time", args.tool):
+    for program in ("rsync", "cp", "/usr/bin/time", args.tool, args.walker):
         if not shutil.which(program):
             sys.exit(f"missing: {program}")
+    if args.rounds < 1:
+        sys.exit("--rounds must be at least 1")
     work = os.path.abspath(args.work)
     if os.path.exists(work):
         sys.exit(f"{work} exists; give a fresh --work folder")
     os.makedirs(work)
-    small, big = os.path.join(work, "small"), os.path.join(work, "big")
-    print(f"generating {args.files} files in {args.folders} folders and a {args.big_mib} MiB file in {work}")
-    make_small_tree(small, args.files, args.folders)
-    make_big_file(big, args.big_mib)
-    subprocess.run(["sync"], check=True)
+    small, big, out = (os.path.join(work, name) for name in ("small", "big", "out"))
+    os.makedirs(out)
+    print(f"generating {args.files} files in {folders} folders in {work}", flush=True)
+    make_small_tree(small, args.files, folders)
+    items = count_items(small)
+    tool, walker = os.path.abspath(args.tool), os.path.abspath(args.walker)
+    bench = Bench(args.rounds)
 
-    tool = os.path.abspath(args.tool)
-    results = {}
+    def fresh(name):
+        return lambda r: os.path.join(out, f"{name}-{r}")
 
-    def measure(name, command):
-        seconds, peak = run(command)
-        results[name] = (seconds, peak)
-        print(f"  {name:<34} {seconds:8.2f} s   peak {peak / 1024:7.1f} MiB", flush=True)
+    def clear(*names):
+        def before(r):
+            for name in names:
+                remove(os.path.join(out, f"{name}-{r - 1}"))
+        return before
 
-    def measure_alternating(commands, rounds=3):
-        """Runs the commands in turn, several rounds, so that none always runs on colder
-        caches than the others; keeps the median of each."""
-        samples = {name: [] for name, _ in commands}
-        for _ in range(rounds):
-            for name, command in commands:
-                samples[name].append(run(command))
-        for name, values in samples.items():
-            seconds = sorted(v[0] for v in values)[len(values) // 2]
-            peak = max(v[1] for v in values)
-            results[name] = (seconds, peak)
-            print(f"  {name:<34} {seconds:8.2f} s   peak {peak / 1024:7.1f} MiB (median of {rounds})",
-                  flush=True)
+    if "first" in cases:
+        q, c, rs = fresh("q-first"), fresh("c-first"), fresh("rs-first")
+        bench.interleave(f"first copy of {items} items into a fresh folder", [
+            ("quillstow first", lambda r: f"{tool} {small} {q(r)}"),
+            ("cp -a && sync first", lambda r: f"cp -a {small} {c(r)} && sync"),
+            ("rsync -a && sync first", lambda r: f"rsync -a {small}/ {rs(r)}/ && sync"),
+        ], clear("q-first", "c-first", "rs-first"))
+        for r in range(args.rounds):
+            for name in ("q-first", "c-first", "rs-first"):
+                remove(os.path.join(out, f"{name}-{r}"))
 
-    def mirror(name):
-        return os.path.join(work, "mirrors", name)
+    q_mirror, r_mirror = os.path.join(out, "q-mirror"), os.path.join(out, "r-mirror")
+    if cases & {"noop", "changed", "quiet"}:
+        print("making the mirrors of the re-runs (untimed)", flush=True)
+        subprocess.run([tool, small, q_mirror], check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(["rsync", "-a", f"{small}/", f"{r_mirror}/"], check=True)
 
-    os.makedirs(os.path.join(work, "mirrors"))
-    print("small tree, first copy")
-    measure("quillstow first", f"{tool} {small} {mirror('q-small')}")
-    measure("rsync -a; sync first", f"rsync -a {small}/ {mirror('rs-small')}/; sync")
-    measure("rsync -a first", f"rsync -a {small}/ {mirror('r-small')}/")
-    measure("cp -a first", f"cp -a {small} {mirror('c-small')}")
-    subprocess.run(["sync"], check=True)
+    if "noop" in cases:
+        bench.interleave(f"re-run of {items} items, nothing changed", [
+            ("quillstow no-op", lambda r: f"{tool} {small} {q_mirror}"),
+            ("rsync -a no-op", lambda r: f"rsync -a {small}/ {r_mirror}/"),
+            ("stat walk of both trees", lambda r: f"{walker} {small} {q_mirror}"),
+        ])
 
-    print("small tree, nothing changed")
-    # Like a pass, rsync --delete also walks the mirror for what left the source.
-    measure_alternating([("quillstow no-op", f"{tool} {small} {mirror('q-small')}"),
-                         ("rsync -a no-op", f"rsync -a {small}/ {mirror('r-small')}/"),
-                         ("rsync -a --delete no-op", f"rsync -a --delete {small}/ {mirror('r-small')}/")])
+    if "changed" in cases:
+        changed = []
+        bench.interleave("re-run after 1% of the files changed", [
+            ("quillstow 1% changed", lambda r: f"{tool} {small} {q_mirror}"),
+            ("rsync -a && sync 1% changed", lambda r: f"rsync -a {small}/ {r_mirror}/ && sync"),
+        ], lambda r: changed.append(change_one_percent(small, seed=100 + r)))
 
-    changed = change_one_percent(small)
-    print(f"small tree, {changed} files changed")
-    measure("quillstow 1% changed", f"{tool} {small} {mirror('q-small')}")
-    measure("rsync -a; sync 1% changed", f"rsync -a {small}/ {mirror('rs-small')}/; sync")
-    measure("rsync -a 1% changed", f"rsync -a {small}/ {mirror('r-small')}/")
+    if "quiet" in cases:
+        quiet_changed = []
+        bench.interleave("re-run after 1% changed, quiet mode against full", [
+            ("quillstow quiet 1% changed", lambda r: f"{tool} --bandwidth quiet {small} {q_mirror}"),
+            ("quillstow full 1% changed", lambda r: f"{tool} --bandwidth full {small} {r_mirror}"),
+        ], lambda r: quiet_changed.append(change_one_percent(small, seed=200 + r)))
 
-    changed_quiet = change_one_percent(small, seed=13)
-    print(f"small tree, {changed_quiet} files changed, quiet mode against full")
-    # Two mirrors that lack the same files: ours, and the one rsync -a; sync keeps.
-    measure("quillstow quiet 1% changed", f"{tool} --bandwidth quiet {small} {mirror('q-small')}")
-    measure("quillstow full 1% changed", f"{tool} --bandwidth full {small} {mirror('rs-small')}")
+    if "big" in cases:
+        print(f"generating one file of {args.big_mib} MiB", flush=True)
+        make_big_file(big, args.big_mib)
+        qb, cb = fresh("q-big"), fresh("c-big")
+        bench.interleave(f"one file of {args.big_mib} MiB into a fresh folder", [
+            ("quillstow big", lambda r: f"{tool} --bandwidth full {big} {qb(r)}"),
+            ("cp -a && sync big", lambda r: f"cp -a {big} {cb(r)} && sync"),
+        ], clear("q-big", "c-big"))
 
-    print(f"one file of {args.big_mib} MiB, first copy (streamed, full mode)")
-    measure("quillstow big", f"{tool} --bandwidth full {big} {mirror('q-big')}")
-    measure("cp -a big", f"cp -a {big} {mirror('c-big')}")
-    measure("cp -a; sync big", f"cp -a {big} {mirror('cs-big')}; sync")
-    measure("rsync -a big", f"rsync -a {big}/ {mirror('r-big')}/")
-
-    def ratio(ours, theirs):
-        return results[ours][0] / results[theirs][0]
-
-    print("\nratios (our time / theirs; below 1.0 is faster)")
-    print(f"  first copy vs rsync -a; sync      {ratio('quillstow first', 'rsync -a; sync first'):.2f}   (target <= 1.5)")
-    print(f"  first copy vs rsync -a            {ratio('quillstow first', 'rsync -a first'):.2f}")
-    print(f"  first copy vs cp -a               {ratio('quillstow first', 'cp -a first'):.2f}")
-    print(f"  no-op re-run vs rsync -a          {ratio('quillstow no-op', 'rsync -a no-op'):.2f}   (target <= 1.0)")
-    print(f"  no-op re-run vs rsync -a --delete {ratio('quillstow no-op', 'rsync -a --delete no-op'):.2f}")
-    print(f"  1% changed vs rsync -a; sync      {ratio('quillstow 1% changed', 'rsync -a; sync 1% changed'):.2f}")
-    print(f"  1% changed vs rsync -a            {ratio('quillstow 1% changed', 'rsync -a 1% changed'):.2f}")
-    big_speed = results["cp -a big"][0] / results["quillstow big"][0]
-    print(f"  1 GiB file, speed vs cp -a        {big_speed:.2f}   (target >= 0.9)")
-    print(f"  1 GiB file, speed vs cp -a; sync  {results['cp -a; sync big'][0] / results['quillstow big'][0]:.2f}")
-    quiet_cost = results["quillstow quiet 1% changed"][0] - results["quillstow full 1% changed"][0]
-    print(f"  quiet mode, added per copied file {quiet_cost / max(1, changed_quiet) * 1000:.1f} ms")
-    print(f"  peak memory of quillstow-pass     {max(v[1] for k, v in results.items() if k.startswith('quillstow')) / 1024:.1f} MiB")
-    print(f"  peak memory, 1 GiB streamed       {results['quillstow big'][1] / 1024:.1f} MiB")
+    print("\nratios of the medians (below 1.0 is faster)")
+    bench.ratio("quillstow first", "cp -a && sync first")
+    bench.ratio("quillstow first", "rsync -a && sync first", 1.0)
+    bench.ratio("quillstow no-op", "rsync -a no-op", 0.6)
+    bench.ratio("quillstow no-op", "stat walk of both trees", 1.3)
+    bench.ratio("quillstow 1% changed", "rsync -a && sync 1% changed")
+    bench.ratio("quillstow big", "cp -a && sync big", 1.0)
+    if "quillstow no-op" in bench.results:
+        peak = bench.results["quillstow no-op"][1] * 1024
+        print(f"  peak memory of a no-op pass: {peak / (1 << 20):.1f} MiB, "
+              f"{peak / max(1, items):.0f} bytes per listed item (target <= 150)")
+    if "quiet" in cases:
+        cost = bench.results["quillstow quiet 1% changed"][0] - bench.results["quillstow full 1% changed"][0]
+        print(f"  quiet mode, added per copied file: {cost / max(1, statistics.median(quiet_changed)) * 1000:.1f} ms")
     print(f"\n{work} holds the trees; remove it when done.")
 
 

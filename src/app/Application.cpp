@@ -1,5 +1,6 @@
 #include "app/Application.hpp"
 
+#include "environment/NestingMigration.hpp"
 #include "platform/InotifyWatcher.hpp"
 
 namespace quillstow {
@@ -20,11 +21,15 @@ Application::Application(MainQueue& mainQueue, const std::filesystem::path& sett
         .power = power_,
         .defaults = defaults_,
         .notificationCenter = notificationCenter_,
-        .reachability = reachability_,
+        .volumes = volumes_,
         .makeFileWatcher = [this] { return std::make_unique<InotifyWatcher>(mainQueue_); },
         .integrity = &integrityVerifier_,
         .offsite = &offsiteSyncer_,
+        .reconnectTriggers = {wakeTrigger_.get(), screensWakeTrigger_.get(),
+                              networkUpTrigger_.get()},
     });
+    // Before any engine exists, so that nothing else touches the folders it moves.
+    NestingMigration::run(configStore_->pairs());
     notificationManager_ =
         std::make_shared<NotificationManager>(configStore_, notificationDelivery_, wallClock_);
     statusManager_ =

@@ -17,6 +17,7 @@
 #include "platform/LinuxPowerReadings.hpp"
 #include "platform/LinuxUserActivity.hpp"
 #include "platform/ProcRunningEditors.hpp"
+#include "platform/ReconnectTriggers.hpp"
 #include "support/ContinuousTimer.hpp"
 #include "verify/IntegrityVerifier.hpp"
 #include "verify/OffsiteSyncer.hpp"
@@ -42,6 +43,7 @@ class Application {
     ConfigStore& configStore() { return *configStore_; }
     StatusManager& statusManager() { return *statusManager_; }
     NotificationCenter& notificationCenter() { return notificationCenter_; }
+    DesktopNotifications& desktopNotifications() { return notificationDelivery_; }
 
   private:
     MainQueue& mainQueue_;
@@ -57,12 +59,10 @@ class Application {
     ActivityGate activityGate_{userActivity_, sleeper_};
     LinuxPowerReadings power_;
     NotificationCenter notificationCenter_;
-    // Judges a destination by its mount, not by the folder's existence.
-    struct MountReachability final : Reachability {
-        bool isDestinationReachable(const std::filesystem::path& url) const override {
-            return quillstow::isDestinationReachable(url);
-        }
-    } reachability_;
+    Volumes volumes_;
+    std::unique_ptr<ReconnectTrigger> wakeTrigger_ = makeWakeTrigger();
+    std::unique_ptr<ReconnectTrigger> screensWakeTrigger_ = makeScreensWakeTrigger();
+    std::unique_ptr<ReconnectTrigger> networkUpTrigger_ = makeNetworkTrigger();
     // The queue's limit on a job and the time of the daily summary, through suspend.
     ContinuousTimer timers_;
     DesktopNotifications notificationDelivery_{mainQueue_, timers_, wallClock_};

@@ -3,7 +3,6 @@
 #include "copy/DeletionArchive.hpp"
 #include "copy/PathRules.hpp"
 #include "copy/SourceListing.hpp"
-#include "environment/VolumeSpace.hpp"
 #include "model/BookmarkManager.hpp"
 #include "model/Tips.hpp"
 #include "support/FileInfo.hpp"
@@ -154,7 +153,7 @@ void BackupEngine::start(const BackupPair& pair) {
         setStatus(BackupStatus::paused());
         return;
     }
-    if (!services_.reachability.isDestinationReachable(pathsFor(pair).chosen)) {
+    if (!services_.volumes.isDestinationReachable(pathsFor(pair).chosen)) {
         setStatus(BackupStatus::destinationUnreachable());
         return;
     }
@@ -248,7 +247,7 @@ void BackupEngine::triggerBackup(const BackupPair& pair) {
 
 void BackupEngine::runTrigger(const BackupPair& pair, std::uint64_t generation,
                               std::stop_token stop) {
-    if (!services_.reachability.isDestinationReachable(pathsFor(pair).chosen)) {
+    if (!services_.volumes.isDestinationReachable(pathsFor(pair).chosen)) {
         postStatus(BackupStatus::destinationUnreachable(), generation);
         return;
     }
@@ -290,11 +289,11 @@ void BackupEngine::handleOutcome(BackupQueue::JobOutcome outcome, const BackupPa
 
 bool BackupEngine::hasEnoughSpace(const BackupPair& pair, const RunPaths& paths,
                                   const ExclusionFilter& filter, std::uint64_t generation) {
-    const auto available = volumes::availableCapacity(paths.chosen);
+    const auto available = services_.volumes.availableCapacity(paths.chosen);
     if (!available) return true;
     std::optional<BackupError> shortage;
-    const auto sourceVolume = volumes::volumeIdentifier(paths.source);
-    const auto destinationVolume = volumes::volumeIdentifier(paths.chosen);
+    const auto sourceVolume = services_.volumes.volumeIdentifier(paths.source);
+    const auto destinationVolume = services_.volumes.volumeIdentifier(paths.chosen);
     if (!sourceVolume || !destinationVolume || *sourceVolume != *destinationVolume) {
         const std::int64_t estimate =
             fileCopier_.estimateBytesToCopy(paths.source, paths.pairFolder, filter);
@@ -322,7 +321,7 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
     }
     // Again: the drive may have gone while the job waited its turn, and a pass now would write
     // to the disk below its mount point.
-    if (!services_.reachability.isDestinationReachable(pathsFor(pair).chosen)) {
+    if (!services_.volumes.isDestinationReachable(pathsFor(pair).chosen)) {
         postStatus(BackupStatus::destinationUnreachable(), generation);
         return;
     }
@@ -400,7 +399,7 @@ AfterPass BackupEngine::readAfterPass(const BackupPair& pair, const RunPaths& pa
 }
 
 bool BackupEngine::hasLeft(const RunPaths& paths) const {
-    return !services_.reachability.isDestinationReachable(paths.chosen) ||
+    return !services_.volumes.isDestinationReachable(paths.chosen) ||
            !files::isFolder(paths.pairFolder);
 }
 
@@ -417,7 +416,7 @@ void BackupEngine::countDifferingSizes(const RunPaths& paths, AfterPass& pass) c
 }
 
 void BackupEngine::postFreeSpace(const RunPaths& paths) {
-    const auto space = volumes::availableCapacity(paths.chosen);
+    const auto space = services_.volumes.availableCapacity(paths.chosen);
     if (!space) return;
     std::weak_ptr<BackupEngine> weak = weak_from_this();
     services_.mainQueue.post([weak, space] {

@@ -9,7 +9,8 @@
 #include "copy/FileWatcher.hpp"
 #include "copy/RunningEditors.hpp"
 #include "environment/Gates.hpp"
-#include "environment/MountTable.hpp"
+#include "environment/VolumeReconnector.hpp"
+#include "environment/Volumes.hpp"
 #include "support/Clock.hpp"
 #include "support/MainQueue.hpp"
 #include "support/NotificationCenter.hpp"
@@ -34,13 +35,14 @@ struct BackupServices {
     const PowerReadings& power;
     UserDefaults& defaults;
     NotificationCenter& notificationCenter;
-    const Reachability& reachability;
+    // The mount table, free space and whether a destination is really there.
+    const Volumes& volumes;
     FileWatcherFactory makeFileWatcher;
     // Absent stages are left out of a run.
     IntegrityStage* integrity = nullptr;
     OffsiteStage* offsite = nullptr;
-    // Where drives appear; tests put their own below a temporary folder.
-    std::vector<std::string> removableMediaRoots = quillstow::removableMediaRoots();
+    // The moments at which a lost destination may be back; by default none comes.
+    ReconnectTriggers reconnectTriggers = ReconnectTriggers::none();
 };
 
 }  // namespace quillstow

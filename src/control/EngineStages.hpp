@@ -1,10 +1,9 @@
 #pragma once
 
-// What the engine asks of services that have a life of their own: whether a destination is
-// really there, what the user is told, and the upkeep of the hash database and the offsite
-// copy. The defaults of the first two mean that the stage isn't there: every destination is
-// reachable, nobody is told anything. An engine without the other two keeps no hashes and makes
-// no offsite copy. The engine runs on without any of them.
+// What the engine asks of services that have a life of their own: what the user is told, and
+// the upkeep of the hash database and the offsite copy. The default of the first means that
+// the stage isn't there: nobody is told anything. An engine without the other two keeps no hashes
+// and makes no offsite copy. The engine runs on without any of them.
 
 #include <cstdint>
 #include <filesystem>
@@ -19,13 +18,6 @@
 #include "support/Dates.hpp"
 
 namespace quillstow {
-
-// Any thread may ask.
-class Reachability {
-  public:
-    virtual ~Reachability() = default;
-    virtual bool isDestinationReachable(const std::filesystem::path&) const { return true; }
-};
 
 // Called on the main thread.
 class Notifier {

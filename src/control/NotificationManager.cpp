@@ -112,7 +112,7 @@ void NotificationManager::notifyTrashReminder(std::int64_t size) {
     lastTrashReminderDate_ = now;
     deliver("Backup Trash Using " + formatByteCount(size),
             "Old versions of deleted files are still on your backup drive. You can review them in "
-            "Finder.",
+            "your file manager.",
             "trash-reminder-");
 }
 

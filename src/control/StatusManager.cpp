@@ -50,7 +50,7 @@ StatusManager::StatusManager(std::shared_ptr<ConfigStore> configStore,
       services_(services),
       backupQueue_(std::make_shared<BackupQueue>(watchdogs, services.tasks)),
       notifier_(notifier ? std::move(notifier) : std::make_shared<Notifier>()),
-      volumeMonitor_(services.mainQueue, services.removableMediaRoots) {
+      volumeMonitor_(services.mainQueue, services.volumes.removableMediaRoots()) {
     services_.activityGate.setBandwidthMode(configStore_->appConfig().bandwidthMode);
     volumeMonitor_.onVolumeDidMount = [this](const fs::path& volume) { onVolumeDidMount(volume); };
     volumeMonitor_.onVolumeDidUnmount = [this](const fs::path& volume) {
@@ -66,12 +66,30 @@ StatusManager::StatusManager(std::shared_ptr<ConfigStore> configStore,
     rescheduleTimer();
     powerPollTimer_ = std::make_unique<RepeatingTimer>(services_.mainQueue, powerPollInterval,
                                                        [this] { powerPollTick(); });
+    const auto unreachablePairs = [this] {
+        std::vector<BackupPair> found;
+        for (const auto& [id, engine] : engines_) {
+            const auto pair = findPair(id);
+            const bool isUnreachable =
+                engine->status().kind() == BackupStatus::Case::destinationUnreachable;
+            if (pair && isUnreachable) found.push_back(*pair);
+        }
+        return found;
+    };
+    volumeReconnector_ = std::make_unique<VolumeReconnector>(
+        services_.mainQueue, services_.tasks, services_.clock, services_.volumes,
+        services_.reconnectTriggers,
+        VolumeReconnector::Owner{unreachablePairs, [this](const BackupPair& pair) {
+                                     handleDestinationReconnected(pair.id, pair);
+                                 }});
+    volumeReconnector_->start();
     if (configStore_->appConfig().notificationLevel != NotificationLevel::nothing) {
         notifier_->requestPermission();
     }
 }
 
 StatusManager::~StatusManager() {
+    volumeReconnector_.reset();
     if (scheduledTimer_) scheduledTimer_->invalidate();
     if (powerPollTimer_) powerPollTimer_->invalidate();
     stopAll();
@@ -83,8 +101,8 @@ Subscription StatusManager::observeCopyRedundancy(Observers<Redundancies>::Obser
 }
 
 void StatusManager::refreshCopyRedundancy() {
-    Redundancies computed = computeCopyRedundancy(configStore_->pairs(), MountTable::snapshot(),
-                                                  services_.removableMediaRoots);
+    Redundancies computed = computeCopyRedundancy(configStore_->pairs(), services_.volumes.mounts(),
+                                                  services_.volumes.removableMediaRoots());
     if (computed == copyRedundancy_) return;
     copyRedundancy_ = std::move(computed);
     copyRedundancyObservers_.notify(copyRedundancy_);

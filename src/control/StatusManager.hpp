@@ -1,8 +1,9 @@
 #pragma once
 
 // The top of the control layer: one engine per pair, the one queue, the scheduled backups and
-// the poll that resumes what the power gate paused. The user interface starts, stops, adds,
-// removes and relinks pairs through it alone, and reads from it the one status and the one
+// the poll that resumes what the power gate paused, and the reconnector that brings back
+// destinations that went with a sleep or a change of network. The user interface starts, stops,
+// adds, removes and relinks pairs through it alone, and reads from it the one status and the one
 // line that stand for all pairs.
 //
 // Main thread only. Copying is deleted.
@@ -92,6 +93,7 @@ class StatusManager {
     Observers<Redundancies> copyRedundancyObservers_;
     std::unique_ptr<RepeatingTimer> scheduledTimer_;
     std::unique_ptr<RepeatingTimer> powerPollTimer_;
+    std::unique_ptr<VolumeReconnector> volumeReconnector_;
     const Logger bookmarkLog_{"Bookmark"};
 };
 

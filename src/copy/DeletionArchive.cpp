@@ -1,5 +1,8 @@
 #include "copy/DeletionArchive.hpp"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <ctime>
 #include <unordered_set>
 
@@ -44,6 +47,48 @@ std::string datedFolderName(Date date) {
     char name[16];
     std::strftime(name, sizeof name, "%Y-%m-%d", &local);
     return name;
+}
+
+bool isDatedFolderName(std::string_view name) {
+    const auto digit = [&](std::size_t at) { return name[at] >= '0' && name[at] <= '9'; };
+    if (name.size() != 10 || name[4] != '-' || name[7] != '-') return false;
+    for (std::size_t at : {0, 1, 2, 3, 5, 6, 8, 9}) {
+        if (!digit(at)) return false;
+    }
+    const int month = (name[5] - '0') * 10 + (name[6] - '0');
+    const int day = (name[8] - '0') * 10 + (name[9] - '0');
+    return month >= 1 && month <= 12 && day >= 1 && day <= 31;
+}
+
+namespace {
+
+constexpr std::size_t collisionMarkLength = 9;  // "-" and 8 characters of a UUID
+
+// Whether the text ends in "-" and eight characters of Uuid::text(), after at least one more.
+bool endsInCollisionMark(std::string_view text) {
+    if (text.size() <= collisionMarkLength) return false;
+    const std::string_view mark = text.substr(text.size() - collisionMarkLength);
+    if (mark[0] != '-') return false;
+    for (const char c : mark.substr(1)) {
+        if (!((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'))) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+std::optional<std::string> nameBeforeCollision(std::string_view name) {
+    const std::string_view extension = pathExtension(name);
+    const std::string_view stem = deletingPathExtension(name);
+    if (!extension.empty() && endsInCollisionMark(stem)) {
+        return std::string(stem.substr(0, stem.size() - collisionMarkLength)) + "." +
+               std::string(extension);
+    }
+    // A name whose last dot was its last character had no extension to keep apart.
+    if (endsInCollisionMark(name)) {
+        return std::string(name.substr(0, name.size() - collisionMarkLength));
+    }
+    return std::nullopt;
 }
 
 std::optional<std::int64_t> trashSize(const fs::path& trashRoot) {
@@ -101,13 +146,17 @@ std::vector<std::string> orphansOf(const std::vector<std::string>& mirrorItems,
 namespace {
 
 // "{stem}-{8 characters}.{extension}", or without the extension where the name has none.
-fs::path collisionFreeName(const fs::path& target) {
-    const std::string name = target.filename().native();
+std::string collisionFreeName(std::string_view name) {
     const std::string_view extension = pathExtension(name);
     std::string renamed =
         std::string(deletingPathExtension(name)) + "-" + Uuid::random().text().substr(0, 8);
     if (!extension.empty()) renamed += "." + std::string(extension);
-    return target.parent_path() / renamed;
+    return renamed;
+}
+
+bool existsAt(int folder, const std::string& name) {
+    struct stat status {};
+    return ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 }  // namespace
@@ -116,31 +165,56 @@ ArchiveMover::ArchiveMover(FileSystem& fileSystem, transfer::MirrorRoot root, fs
                            Date start)
     : fileSystem_(fileSystem),
       root_(std::move(root)),
-      dayFolder_(std::move(trashRoot) / datedFolderName(start)) {}
+      dayFolder_(std::move(trashRoot) / datedFolderName(start)) {
+    if (root_.folder) mirrorFolders_.emplace(root_.folder);
+}
+
+const SharedFolder& ArchiveMover::archiveFolderOf(const std::string& relativePath) {
+    // The day folder comes into being with the first item's folders, so a pass without
+    // orphans leaves no trace.
+    if (!archiveFolders_) {
+        archiveFolders_.emplace(
+            std::make_shared<const FileHandle>(transfer::openFoldersOnVolume(dayFolder_, root_)),
+            root_.device);
+    }
+    return archiveFolders_->folderOf(relativePath);
+}
 
 ArchiveMover::Outcome ArchiveMover::move(const std::string& relativePath, BackupResult& result) {
     const fs::path item = paths::appending(root_.path, relativePath);
-    if (!files::exists(item)) {
-        if (root_.isPresent()) return Outcome::gone;
+    const std::string name(lastComponent(relativePath));
+    const auto volumeLost = [&] {
         result.errors.push_back(destinationVolumeLost(root_.path));
         result.abortedDueToVolumeLoss = true;
         return Outcome::volumeLost;
-    }
-    fs::path target = paths::appending(dayFolder_, relativePath);
-    const fs::path folder = target.parent_path();
+    };
+    if (!mirrorFolders_) return volumeLost();
+    int from = -1;
     try {
-        // The day folder comes into being with the first item's folders, so a pass without
-        // orphans leaves no trace.
-        transfer::createFoldersOnVolume(fileSystem_, folder, root_);
+        from = mirrorFolders_->folderOf(relativePath)->get();
+    } catch (const Failure& failure) {
+        // A link that took the place of a folder is not followed: the item is reported.
+        if (!errors::isPosix(failure.error(), ENOENT)) {
+            result.errors.push_back({item, "archive", failure.error()});
+            return Outcome::failed;
+        }
+    }
+    if (from < 0 || !existsAt(from, name)) {
+        return root_.isPresent() ? Outcome::gone : volumeLost();
+    }
+    const fs::path target = paths::appending(dayFolder_, relativePath);
+    int to = -1;
+    try {
+        to = archiveFolderOf(relativePath)->get();
     } catch (const Failure& failure) {
         result.errors.push_back(
-            {item, "archive", asError({folder, "createDirectory", failure.error()})});
+            {item, "archive", asError({target.parent_path(), "createDirectory", failure.error()})});
         return Outcome::failed;
     }
-    if (files::exists(target)) target = collisionFreeName(target);
+    const std::string targetName = existsAt(to, name) ? collisionFreeName(name) : name;
     try {
         // A rename that refuses to replace: a second collision fails here, never overwrites.
-        fileSystem_.moveItem(item, target);
+        fileSystem_.moveItem({from, name}, {to, targetName});
         return Outcome::moved;
     } catch (const Failure& failure) {
         result.errors.push_back({item, "archive", failure.error()});

@@ -11,6 +11,7 @@
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -42,6 +43,14 @@ MirrorListing listMirror(const std::filesystem::path& destination, const Exclusi
 // "yyyy-MM-dd" of the date in the local time zone.
 std::string datedFolderName(Date date);
 
+// Whether a name has the shape datedFolderName gives, with a month and a day that can be.
+bool isDatedFolderName(std::string_view name);
+
+// The name that an item archived into a taken place had before: "{stem}-{8 characters}" with
+// the extension, if any, back to "{stem}" with it. Nothing when the name has not that shape. A
+// user's own file may have it too; only one whose original stands beside it was renamed here.
+std::optional<std::string> nameBeforeCollision(std::string_view name);
+
 // The bytes below the archive, hidden entries left out; nothing if it isn't there.
 std::optional<std::int64_t> trashSize(const std::filesystem::path& trashRoot);
 
@@ -62,7 +71,8 @@ std::vector<std::string> orphansOf(const std::vector<std::string>& mirrorItems,
 // Moves items of one mirror into its archive's day folder, {trashRoot}/{yyyy-MM-dd}/{relative
 // path}, keeping their paths; a name taken already gets "-{8 characters}" after its stem. It
 // re-reads each item before it moves it, and makes the day folder's folders only on the
-// mirror's volume: a drive pulled since the listing leaves nothing behind on another disk.
+// mirror's volume: a drive pulled since the listing leaves nothing behind on another disk. Both
+// sides are reached through open folders, no link followed on the way, at any depth.
 class ArchiveMover {
   public:
     ArchiveMover(FileSystem& fileSystem, transfer::MirrorRoot root, std::filesystem::path trashRoot,
@@ -75,9 +85,14 @@ class ArchiveMover {
     Outcome move(const std::string& relativePath, BackupResult& result);
 
   private:
+    // The folder of the archive that takes the item at `relativePath`, made where missing.
+    const SharedFolder& archiveFolderOf(const std::string& relativePath);
+
     FileSystem& fileSystem_;
     const transfer::MirrorRoot root_;
     const std::filesystem::path dayFolder_;
+    std::optional<FolderCursor> mirrorFolders_;
+    std::optional<FolderCursor> archiveFolders_;
 };
 
 // The archive phase: the source must still be there (1006, a volume loss), and so must the

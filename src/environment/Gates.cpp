@@ -66,10 +66,10 @@ bool isOnACPower(const PowerReadings& power) {
 std::optional<std::string> powerPauseReason(const PowerReadings& power) {
     const ThermalState heat = power.thermalState();
     if (heat == ThermalState::serious || heat == ThermalState::critical) {
-        return "Your Mac is running hot — will resume when it cools down.";
+        return "Your computer is running hot — will resume when it cools down.";
     }
     if (power.isLowPowerModeEnabled()) {
-        return "Low Power Mode is on — will resume when disabled or plugged in.";
+        return "Power saver mode is on — will resume when disabled or plugged in.";
     }
     if (const auto percent = batteryPercent(power);
         percent && !isOnACPower(power) && *percent < lowBatteryPercent) {

@@ -106,21 +106,19 @@ bool isMissingDrive(std::string_view path, const MountTable::Mount& mount,
 DestinationState destinationState(const std::filesystem::path& url,
                                   const std::vector<MountTable::Mount>& mounts,
                                   const std::vector<std::string>& roots) {
+    // The mount by the path as written, so that a link can't lead the judgement off the drive
+    // it names; the folder by what the path leads to.
     const std::string path = paths::standardized(url).native();
     const auto holding = MountTable::mount(path, mounts);
     if (!holding || isMissingDrive(path, *holding, roots)) return DestinationState::notMounted;
     struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 ? DestinationState::present
-                                              : DestinationState::folderMissing;
+    const bool isFolder = ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    return isFolder ? DestinationState::present : DestinationState::folderMissing;
 }
 
 bool isDestinationReachable(const std::filesystem::path& url,
                             const std::vector<std::string>& roots) {
-    const std::string path = paths::standardized(url).native();
-    const auto holding = MountTable::mount(path, MountTable::snapshot());
-    if (!holding || isMissingDrive(path, *holding, roots)) return false;
-    struct stat status {};
-    return ::stat(paths::resolved(url).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    return destinationState(url, MountTable::snapshot(), roots) == DestinationState::present;
 }
 
 void logDuplicateMounts(const std::filesystem::path& url) {

@@ -54,17 +54,19 @@ const std::vector<std::string>& removableMediaRoots();
 bool isMissingDrive(std::string_view path, const MountTable::Mount& mount,
                     const std::vector<std::string>& roots = removableMediaRoots());
 
+// A destination as the mount table and the disk show it: present when a mount that is not a
+// missing drive holds its path and the path leads (links followed) to a folder; folder missing
+// when such a mount holds it but no folder is there (a file counts as none); else not mounted.
+// The mount is judged by the path as written, the folder by what it leads to.
 enum class DestinationState { present, folderMissing, notMounted };
 
-// Whether a destination may be used: it has a mount that isn't a missing drive, and it is (after
-// its links) a folder. Judged by the link itself for the mount and by its target for the folder.
-bool isDestinationReachable(const std::filesystem::path& url,
-                            const std::vector<std::string>& roots = removableMediaRoots());
-
-// The same judgement over a snapshot handed in, on the plain path.
 DestinationState destinationState(const std::filesystem::path& url,
                                   const std::vector<MountTable::Mount>& mounts,
                                   const std::vector<std::string>& roots = removableMediaRoots());
+
+// Whether a destination may be used: present, over a fresh snapshot.
+bool isDestinationReachable(const std::filesystem::path& url,
+                            const std::vector<std::string>& roots = removableMediaRoots());
 
 // Logs when the network share that holds `url` is mounted more than once.
 void logDuplicateMounts(const std::filesystem::path& url);

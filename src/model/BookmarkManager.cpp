@@ -1,12 +1,14 @@
 #include "model/BookmarkManager.hpp"
 
+#include <blkid/blkid.h>
 #include <fcntl.h>
+#include <libmount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
+#include <cstdlib>
+#include <memory>
 
 #include "model/Coding.hpp"
 #include "support/Error.hpp"
@@ -35,58 +37,35 @@ struct Record {
     bool readOnly = true;
 };
 
-// The text of /proc/self/mountinfo escapes blanks and a few others as octal.
-std::string unescapeMountField(const std::string& field) {
-    std::string text;
-    for (std::size_t i = 0; i < field.size(); ++i) {
-        if (field[i] == '\\' && i + 3 < field.size()) {
-            const std::string digits = field.substr(i + 1, 3);
-            if (digits.find_first_not_of("01234567") == std::string::npos) {
-                text += char(std::stoi(digits, nullptr, 8));
-                i += 3;
-                continue;
-            }
-        }
-        text += field[i];
-    }
-    return text;
-}
+struct TableCloser {
+    void operator()(libmnt_table* table) const { mnt_unref_table(table); }
+};
 
 struct MountOf {
     std::string mountPoint;
     std::string source;
 };
 
-// The mount that holds a device, from this process's mount table.
+// The mount that holds a device, from this process's mount table; of several, the one on top.
 std::optional<MountOf> mountHolding(dev_t device) {
-    std::ifstream table("/proc/self/mountinfo");
-    const std::string wanted = std::to_string(major(device)) + ":" + std::to_string(minor(device));
-    std::optional<MountOf> found;
-    for (std::string line; std::getline(table, line);) {
-        std::istringstream fields(line);
-        std::string id, parent, numbers, root, mountPoint;
-        fields >> id >> parent >> numbers >> root >> mountPoint;
-        if (numbers != wanted) continue;
-        std::string field;
-        while (fields >> field && field != "-") {
-        }
-        std::string type, source;
-        fields >> type >> source;
-        // The last mount of the device in the table is the one on top.
-        found = MountOf{unescapeMountField(mountPoint), unescapeMountField(source)};
-    }
-    return found;
+    const std::unique_ptr<libmnt_table, TableCloser> table(mnt_new_table());
+    if (!table || mnt_table_parse_mtab(table.get(), nullptr) != 0) return std::nullopt;
+    libmnt_fs* found = mnt_table_find_devno(table.get(), device, MNT_ITER_BACKWARD);
+    if (!found || !mnt_fs_get_target(found)) return std::nullopt;
+    const char* source = mnt_fs_get_source(found);
+    return MountOf{mnt_fs_get_target(found), source ? source : ""};
 }
 
-// The UUID of the file system on a block device, from the links udev keeps.
+// The UUID of the file system on a block device, from blkid's cache or the device itself.
 std::string fileSystemUuid(const std::string& source) {
-    std::error_code error;
-    const fs::path device = fs::weakly_canonical(source, error);
-    if (error || !source.starts_with("/dev/")) return {};
-    for (const auto& entry : fs::directory_iterator("/dev/disk/by-uuid", error)) {
-        if (fs::weakly_canonical(entry.path(), error) == device) return entry.path().filename();
-    }
-    return {};
+    if (!source.starts_with("/dev/")) return {};
+    blkid_cache cache = nullptr;
+    if (blkid_get_cache(&cache, nullptr) != 0) cache = nullptr;
+    char* uuid = blkid_get_tag_value(cache, "UUID", source.c_str());
+    std::string text = uuid ? uuid : "";
+    std::free(uuid);
+    if (cache) blkid_put_cache(cache);
+    return text;
 }
 
 Record recordOf(const fs::path& folder, bool readOnly) {

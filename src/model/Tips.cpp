@@ -43,7 +43,8 @@ std::optional<std::string> tipAt(std::int64_t counter, int filesCopied, bool mov
             "A sample of your existing backups was re-checked — everything looks healthy.");
     }
     if (wasThrottled) {
-        tips.push_back("Quillstow slowed down while you were working so your Mac stayed fast.");
+        tips.push_back(
+            "Quillstow slowed down while you were working so your computer stayed fast.");
     }
     if (tips.empty()) {
         tips = {

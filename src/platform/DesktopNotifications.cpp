@@ -12,6 +12,8 @@ constexpr DBusConnection::Target notifications{"org.freedesktop.Notifications",
                                                "/org/freedesktop/Notifications",
                                                "org.freedesktop.Notifications"};
 constexpr const char* applicationName = "Quillstow";
+// The application id: the name of our .desktop file and of our icon in the hicolor theme.
+constexpr const char* applicationId = "io.quillstow.Quillstow";
 // The freedesktop sound theme's name for the default sound of a message.
 constexpr const char* defaultSound = "message-new-instant";
 constexpr std::int32_t serverDecidesTimeout = -1;
@@ -49,13 +51,22 @@ void DesktopNotifications::deliver(const UserNotification& notification) {
     const auto failure = bus_->call(
         notifications, "Notify",
         [&](sd_bus_message* message) {
-            return sd_bus_message_append(message, "susssasa{sv}i", applicationName, replaces, "",
-                                         notification.title.c_str(), notification.body.c_str(), 0,
-                                         1, "sound-name", "s", defaultSound, serverDecidesTimeout);
+            // A server without actions ignores the default one; a click elsewhere opens us.
+            return sd_bus_message_append(message, "susssasa{sv}i", applicationName, replaces,
+                                         applicationId, notification.title.c_str(),
+                                         notification.body.c_str(), 2, "default", "Open Quillstow",
+                                         2, "sound-name", "s", defaultSound, "desktop-entry", "s",
+                                         applicationId, serverDecidesTimeout);
         },
         [&](sd_bus_message* reply) { return sd_bus_message_read(reply, "u", &serverId); });
     if (failure) fail(*failure);
     serverIds_[notification.identifier] = serverId;
+}
+
+bool DesktopNotifications::hasShown(std::uint32_t serverId) const {
+    for (const auto& [identifier, shown] : serverIds_)
+        if (shown == serverId) return true;
+    return false;
 }
 
 void DesktopNotifications::schedule(const UserNotification& notification, Date at) {

@@ -31,6 +31,10 @@ class DesktopNotifications final : public NotificationDelivery {
     void schedule(const UserNotification& notification, Date at) override;
     void removePending(const std::string& identifier) override;
 
+    // Whether the server's id is of a notification of ours, for whoever hears the server's
+    // ActionInvoked signal.
+    bool hasShown(std::uint32_t serverId) const;
+
   private:
     MainQueue& mainQueue_;
     Scheduler& timer_;

@@ -43,22 +43,26 @@ int hexValue(char c) {
 
 }  // namespace
 
-std::string fromPath(const std::filesystem::path& path) {
+std::string percentEncoded(std::string_view path) {
     static constexpr char hex[] = "0123456789ABCDEF";
-    const std::string native =
-        path.is_absolute() ? path.native() : std::filesystem::absolute(path).native();
-    std::string url(scheme);
-    url.reserve(scheme.size() + native.size());
-    for (unsigned char c : native) {
+    std::string encoded;
+    encoded.reserve(path.size());
+    for (unsigned char c : path) {
         if (staysLiteral(c)) {
-            url.push_back(char(c));
+            encoded.push_back(char(c));
         } else {
-            url.push_back('%');
-            url.push_back(hex[c >> 4]);
-            url.push_back(hex[c & 0xF]);
+            encoded.push_back('%');
+            encoded.push_back(hex[c >> 4]);
+            encoded.push_back(hex[c & 0xF]);
         }
     }
-    return url;
+    return encoded;
+}
+
+std::string fromPath(const std::filesystem::path& path) {
+    const std::string native =
+        path.is_absolute() ? path.native() : std::filesystem::absolute(path).native();
+    return std::string(scheme) + percentEncoded(native);
 }
 
 std::optional<std::filesystem::path> toPath(std::string_view url) {

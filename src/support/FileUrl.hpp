@@ -13,6 +13,10 @@ namespace quillstow::fileurls {
 // from the working folder.
 std::string fromPath(const std::filesystem::path& path);
 
+// The path's bytes with everything but the unreserved characters, the sub-delimiters, ":", "@"
+// and "/" escaped as "%XX": "My Drive/ä" gives "My%20Drive/%C3%A4".
+std::string percentEncoded(std::string_view path);
+
 // The absolute path of a file URL ("file:///..." or "file://localhost/..."); nothing for a
 // relative path, another scheme, a remote host, a character that should have been escaped, a
 // bad escape or an encoded NUL.

@@ -63,7 +63,8 @@ double secondsBetween(Date earlier, Date later) {
 
 }  // namespace
 
-std::optional<std::string> sha256OfFile(const fs::path& file, std::stop_token stop) {
+std::optional<std::string> sha256OfFile(const fs::path& file, std::stop_token stop,
+                                        const std::function<void(std::int64_t)>& onChunk) {
     const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return std::nullopt;
     (void)::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -71,6 +72,7 @@ std::optional<std::string> sha256OfFile(const fs::path& file, std::stop_token st
     bool isWhole = context && EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) == 1;
     // One buffer per thread, reused for every file: memory doesn't grow with the files.
     thread_local const std::unique_ptr<unsigned char[]> buffer(new unsigned char[digestBufferSize]);
+    std::int64_t bytesRead = 0;
     while (isWhole) {
         // Between chunks: a stop ends the digest of a large file within one buffer's read.
         if (stop.stop_requested()) {
@@ -85,6 +87,8 @@ std::optional<std::string> sha256OfFile(const fs::path& file, std::stop_token st
             break;
         }
         isWhole = EVP_DigestUpdate(context.get(), buffer.get(), std::size_t(count)) == 1;
+        bytesRead += count;
+        if (onChunk) onChunk(bytesRead);
     }
     ::close(fd);
     unsigned char digest[EVP_MAX_MD_SIZE];

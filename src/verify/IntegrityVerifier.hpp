@@ -41,9 +41,11 @@ struct HashEntry {
 using HashDatabase = std::map<std::string, HashEntry>;
 
 // The digest of a file's content, read through one buffer of 4 MiB; nothing when the file can't
-// be opened or read to its end, or when a stop is asked for before the end.
-std::optional<std::string> sha256OfFile(const std::filesystem::path& file,
-                                        std::stop_token stop = {});
+// be opened or read to its end, or when a stop is asked for before the end. `onChunk`, when
+// given, hears the bytes read so far after every buffer, so a long digest can show progress.
+std::optional<std::string> sha256OfFile(
+    const std::filesystem::path& file, std::stop_token stop = {},
+    const std::function<void(std::int64_t bytesRead)>& onChunk = nullptr);
 
 // The files a check re-reads: never verified first, then those verified longest ago, ties by
 // path; at most 50, and no more once their recorded sizes pass 8 GiB (the file that crosses the

@@ -88,7 +88,7 @@ TEST_F(BackupEngineTest, AnUnreachableDestinationAtTheStartStopsThere) {
     const BackupPair pair = h.makePair();
     writeFile(pair.sourceURL / "f", "x");
     auto engine = h.makeEngine(pair);
-    h.reachability.reachable = false;
+    h.volumes.reachable = false;
     engine->start(pair);
     EXPECT_EQ(engine->status(), BackupStatus::destinationUnreachable());
     h.settle();
@@ -105,7 +105,7 @@ TEST_F(BackupEngineTest, ADestinationGoneAtATriggerIsReportedWithoutEventOrNotif
     const auto eventsBefore = h.events().size();
     const auto sentBefore = h.notifier->sent.size();
 
-    h.reachability.reachable = false;
+    h.volumes.reachable = false;
     engine->triggerBackup(pair);
     ASSERT_TRUE(runUntilStatus(*engine, Case::destinationUnreachable));
     h.settle();
@@ -177,7 +177,7 @@ TEST_F(BackupEngineTest, APowerReasonPausesBeforeScanningAndLogsIt) {
     EXPECT_THAT(history.cases(), ElementsAre(Case::queued, Case::paused));
     EXPECT_THAT(h.eventTypes(), ElementsAre(Type::error));
     EXPECT_THAT(h.eventMessages(),
-                ElementsAre("Your Mac is running hot — will resume when it cools down."));
+                ElementsAre("Your computer is running hot — will resume when it cools down."));
     EXPECT_EQ(h.events()[0].filesAffected, 0);
     EXPECT_TRUE(h.notifier->sent.empty());
     EXPECT_FALSE(fs::exists(EngineHarness::mirrorOf(pair)));

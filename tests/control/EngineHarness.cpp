@@ -38,7 +38,7 @@ EngineHarness::EngineHarness() {
         .power = power,
         .defaults = defaults,
         .notificationCenter = notificationCenter,
-        .reachability = reachability,
+        .volumes = volumes,
         .makeFileWatcher = [this]() -> std::unique_ptr<FileWatcher> {
             watchers.push_back(std::make_unique<FakeFileWatcher>());
             if (failWatchers) watchers.back()->failWith = "no more watches";

@@ -2,7 +2,7 @@
 
 // Engines in virtual time over real folders: a virtual main queue (which also times the queue's
 // limit and the wait after a pass), the real disk behind a fault-injecting wrapper, and fakes
-// for the services of the machine: power, reachability, the file watcher, the notifier and the
+// for the services of the machine: power, volumes, the file watcher, the notifier and the
 // integrity and offsite stages.
 
 #include <condition_variable>
@@ -44,15 +44,21 @@ class FakePower final : public PowerReadings {
     std::optional<BatteryDescription> battery_;
 };
 
-// Reachable as the test says, or as the mount table says below the roots it is given.
-class FakeReachability final : public Reachability {
+// Destinations reachable as the test says, or, once the test hands in removable-media roots of
+// its own, as the real mount table says. Set up before any engine runs.
+class FakeVolumes final : public Volumes {
   public:
     bool isDestinationReachable(const std::filesystem::path& url) const override {
-        if (byMounts) return quillstow::isDestinationReachable(url, *byMounts);
-        return reachable;
+        return byMounts ? Volumes::isDestinationReachable(url) : reachable.load();
+    }
+    void judgeByMounts(std::vector<std::string> roots) {
+        roots_ = std::move(roots);
+        byMounts = true;
     }
     std::atomic<bool> reachable{true};
-    std::optional<std::vector<std::string>> byMounts;
+
+  private:
+    bool byMounts = false;
 };
 
 // A watcher the test fires by hand.
@@ -250,7 +256,7 @@ class EngineHarness {
     FakePower power;
     InMemoryUserDefaults defaults;
     NotificationCenter notificationCenter;
-    FakeReachability reachability;
+    FakeVolumes volumes;
     // Every watcher an engine made, in order; kept after the engine lets it go.
     std::vector<std::unique_ptr<FakeFileWatcher>> watchers;
     bool failWatchers = false;

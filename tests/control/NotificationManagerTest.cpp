@@ -99,7 +99,7 @@ TEST_F(NotificationManagerTest, ErrorsOnlySendsEverythingButCompletedPasses) {
     EXPECT_EQ(sent[1].body, "Work — only 12.3 MB left on the backup drive.");
     EXPECT_EQ(sent[2].body,
               "Old versions of deleted files are still on your backup drive. You can review them "
-              "in Finder.");
+              "in your file manager.");
     EXPECT_EQ(sent[3].body, "Work can't back up until the drive is reconnected.");
     EXPECT_THAT(sent[0].identifier, ::testing::MatchesRegex("error-[0-9A-F-]{36}"));
     EXPECT_THAT(sent[1].identifier, ::testing::StartsWith("disk-low-"));

@@ -112,12 +112,14 @@ TEST(PowerGate, HeatComesBeforePowerSavingWhichComesBeforeTheBattery) {
     power.setBattery(10, 100, "Battery Power");
     power.lowPower = true;
     power.heat = ThermalState::serious;
-    EXPECT_EQ(powerPauseReason(power), "Your Mac is running hot — will resume when it cools down.");
+    EXPECT_EQ(powerPauseReason(power),
+              "Your computer is running hot — will resume when it cools down.");
     power.heat = ThermalState::critical;
-    EXPECT_EQ(powerPauseReason(power), "Your Mac is running hot — will resume when it cools down.");
+    EXPECT_EQ(powerPauseReason(power),
+              "Your computer is running hot — will resume when it cools down.");
     power.heat = ThermalState::fair;
     EXPECT_EQ(powerPauseReason(power),
-              "Low Power Mode is on — will resume when disabled or plugged in.");
+              "Power saver mode is on — will resume when disabled or plugged in.");
     power.lowPower = false;
     EXPECT_EQ(powerPauseReason(power), "Battery at 10% — will resume when plugged in.");
 }

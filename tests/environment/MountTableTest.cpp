@@ -9,6 +9,7 @@
 #include "TestTree.hpp"
 #include "environment/MountTable.hpp"
 #include "environment/VolumeMonitor.hpp"
+#include "environment/Volumes.hpp"
 #include "support/TextCompare.hpp"
 
 namespace quillstow {
@@ -100,36 +101,45 @@ TEST(MissingDrive, IsAPathBelowARemovableRootHeldByAMountAboveIt) {
     EXPECT_FALSE(isMissingDrive("/mediafiles/x", local("/", "/dev/vda")));
 }
 
-TEST(DestinationState, JudgesByTheMountFirstAndThenByTheFolder) {
+// One rule for both questions: reachable exactly when the state is present. The mount by the
+// path as written, the folder by what it leads to.
+TEST(DestinationRule, JudgesByTheMountFirstAndThenByTheFolderAfterLinks) {
     TemporaryFolder root;
     makeFolder(root / "home/Backups");
-    const std::vector<std::string> roots{(root / "media").native() + "/"};
+    makeLink(root / "home/Link", root / "home/Backups");
+    makeLink(root / "home/IntoDrive", root / "media/Drive/Backups");
+    writeFile(root / "home/File", "not a folder");
     makeFolder(root / "media/Drive/Backups");  // a stale folder where a drive was
+    const Volumes volumes({(root / "media").native() + "/"});
     const std::vector<Mount> onlyRoot{local("/", "/dev/vda")};
-
-    EXPECT_EQ(destinationState(root / "home/Backups", onlyRoot, roots), DestinationState::present);
-    EXPECT_EQ(destinationState(root / "home/Gone", onlyRoot, roots),
-              DestinationState::folderMissing);
-    EXPECT_EQ(destinationState(root / "media/Drive/Backups", onlyRoot, roots),
-              DestinationState::notMounted);
-    EXPECT_EQ(destinationState(root / "home/Backups", {}, roots), DestinationState::notMounted);
     const std::vector<Mount> withDrive{local("/", "/dev/vda"),
                                        local((root / "media/Drive").native())};
-    EXPECT_EQ(destinationState(root / "media/Drive/Backups", withDrive, roots),
-              DestinationState::present);
-}
-
-TEST(Reachability, NeedsAFolderAfterLinksAndAMountBeforeThem) {
-    TemporaryFolder root;
-    makeFolder(root / "real");
-    makeLink(root / "link", root / "real");
-    writeFile(root / "file", "not a folder");
-    EXPECT_TRUE(isDestinationReachable(root / "real"));
-    EXPECT_TRUE(isDestinationReachable(root / "link"));
-    EXPECT_FALSE(isDestinationReachable(root / "file"));
-    EXPECT_FALSE(isDestinationReachable(root / "missing"));
-    const std::vector<std::string> roots{root.path().native() + "/"};
-    EXPECT_FALSE(isDestinationReachable(root / "real", roots)) << "a drive that is not there";
+    using State = DestinationState;
+    const struct {
+        const char* name;
+        fs::path path;
+        std::vector<Mount> mounts;
+        State expected;
+    } cases[] = {
+        {"a folder", root / "home/Backups", onlyRoot, State::present},
+        {"a link to a folder", root / "home/Link", onlyRoot, State::present},
+        {"a link into a missing drive, judged by the link", root / "home/IntoDrive", onlyRoot,
+         State::present},
+        {"a file", root / "home/File", onlyRoot, State::folderMissing},
+        {"nothing", root / "home/Gone", onlyRoot, State::folderMissing},
+        {"a stale folder of a drive not there", root / "media/Drive/Backups", onlyRoot,
+         State::notMounted},
+        {"an empty table", root / "home/Backups", {}, State::notMounted},
+        {"the drive mounted", root / "media/Drive/Backups", withDrive, State::present},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(volumes.destinationState(c.path, c.mounts), c.expected) << c.name;
+        // The real table holds these paths by the root or /tmp, as `onlyRoot` does.
+        if (c.mounts == onlyRoot) {
+            EXPECT_EQ(volumes.isDestinationReachable(c.path), c.expected == State::present)
+                << c.name;
+        }
+    }
 }
 
 TEST(DuplicateMounts, AShareMountedTwiceIsLoggedOnceAndLocalDisksNever) {

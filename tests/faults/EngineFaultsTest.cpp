@@ -130,7 +130,7 @@ TEST_F(EngineFaultsTest, ADrivePulledMidPassIsAnAbortThatKeepsTheBackupsSafe) {
 
 TEST_F(EngineFaultsTest, ADrivePulledOnceThePassHasCopiedIsReportedAsTheDriveGone) {
     const std::vector<std::string> roots{(h.root / "media").native() + "/"};
-    h.reachability.byMounts = roots;
+    h.volumes.judgeByMounts(roots);
     auto drive = std::make_unique<TmpfsMount>(h.root / "media/Drive", 600ull << 20);
     BackupPair pair = pairOnDrive(*drive);
     for (int i = 0; i < 20; ++i)

@@ -1,19 +1,26 @@
 // Drives that come and go for real: tmpfs mounts below a removable-media root of the test's own,
-// judged by the mount table, heard by the volume monitor, and followed by the status manager.
+// judged by the mount table, heard by the volume monitor, and followed by the status manager;
+// and a drive that can't be moved inside a destination nested twice.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "../control/EngineHarness.hpp"
+#include "LogCapture.hpp"
 #include "PrivateMounts.hpp"
+#include "environment/NestingMigration.hpp"
 #include "environment/VolumeMonitor.hpp"
+#include "model/BookmarkManager.hpp"
 #include "platform/InotifyWatcher.hpp"
+#include "support/Json.hpp"
 
 namespace quillstow {
 namespace {
 
 using namespace testing;
 using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
 using Case = BackupStatus::Case;
 using Type = BackupEvent::EventType;
 namespace fs = std::filesystem;
@@ -52,7 +59,7 @@ TEST_F(VolumeMountsTest, ADriveIsReachableUntilItGoesAndItsLeftoverFolderNever) 
 
 TEST_F(VolumeMountsTest, ADrivePulledAfterTheTriggerLookedAtItGetsNothingWritten) {
     EngineHarness h;
-    h.reachability.byMounts = roots;
+    h.volumes.judgeByMounts(roots);
     auto drive = std::make_unique<TmpfsMount>(mountPoint, 600ull << 20);
     BackupPair onDrive = h.makePair("OnDrive");
     onDrive.destinationURL = mountPoint;
@@ -175,8 +182,7 @@ TEST_F(VolumeMountsTest, TheWatcherFollowsASourceWhoseDriveComesAndGoes) {
 
 TEST_F(VolumeMountsTest, APairFollowsItsDriveOutAndBackIn) {
     EngineHarness h;
-    h.services->removableMediaRoots = roots;
-    h.reachability.byMounts = roots;
+    h.volumes.judgeByMounts(roots);
     // Large enough for the 500 MiB a pass wants free; a tmpfs takes memory only for its files.
     auto drive = std::make_unique<TmpfsMount>(mountPoint, 600ull << 20);
     makeFolder(mountPoint / "Backups");
@@ -213,6 +219,48 @@ TEST_F(VolumeMountsTest, APairFollowsItsDriveOutAndBackIn) {
     EXPECT_EQ(readFile(mountPoint / "Backups/Quillstow/Work/notes.txt"), "notes");
     manager.stopAll();
     h.settle();
+}
+
+TEST_F(VolumeMountsTest, ANestingMoveThatFailsHalfwayLeavesEveryItemWholeInOnePlace) {
+    const fs::path nested = root / "Quillstow/Quillstow/Work";
+    writeFile(nested / "a", "a");
+    writeFile(nested / "b", "b");
+    makeFolder(nested / "m");
+    // A read-only drive mounted inside: it can't be moved, and it comes after "a" and "b".
+    TmpfsMount readOnly(nested / "m", 1 << 20);
+    writeFile(nested / "m/inside", "inside");
+    readOnly.remountReadOnly();
+    BackupPair pair;
+    pair.name = "Work";
+    pair.destinationURL = root / "Quillstow";
+
+    LogCapture log;
+    NestingMigration::run({pair});
+    EXPECT_EQ(readFile(root / "Quillstow/Work/a"), "a") << "what moved stays moved";
+    EXPECT_EQ(readFile(root / "Quillstow/Work/b"), "b");
+    EXPECT_EQ(readFile(nested / "m/inside"), "inside") << "what could not move stays whole";
+    EXPECT_FALSE(fs::exists(root / "Quillstow/Work/m"));
+    EXPECT_THAT(
+        log.messages("NestingMigration"),
+        ElementsAre(
+            StartsWith("Detected double-nested path"), "Moved: <private>", "Moved: <private>",
+            "Migration failed for \"" + formatLogMessage("%{private,mask.hash}s", {"Work"}) +
+                "\": Device or resource busy"));
+}
+
+TEST_F(VolumeMountsTest, ABookmarkRecordsItsDriveAndThePathBelowItsMount) {
+    // A blank in the mount point is escaped in the kernel's table.
+    const fs::path drivePoint = root / "media/My Drive";
+    auto drive = std::make_unique<TmpfsMount>(drivePoint, 1 << 20);
+    makeFolder(drivePoint / "Backups/Work");
+    const auto data = BookmarkManager::bookmarkData(drivePoint / "Backups/Work", false);
+    const json::Value record = json::read(std::string(data.begin(), data.end()));
+    EXPECT_EQ(record.at("volume"), "tmpfs") << "no UUID on a tmpfs: its mount source";
+    EXPECT_EQ(record.at("belowMount"), "Backups/Work");
+
+    drive->unmount();
+    EXPECT_THROW(BookmarkManager::resolveBookmark(data, drivePoint / "Backups/Work", false),
+                 BackupFailure);
 }
 
 }  // namespace

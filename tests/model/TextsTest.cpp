@@ -115,7 +115,7 @@ TEST_F(NextTipTest, PicksFromWhatThePassDidInTheListsOrder) {
               "progress.");
     defaults.setInteger(tipCounterKey, 15);  // index 5
     EXPECT_EQ(nextTip(defaults, 5, true, true, true),
-              "Quillstow slowed down while you were working so your Mac stayed fast.");
+              "Quillstow slowed down while you were working so your computer stayed fast.");
     defaults.setInteger(tipCounterKey, 3);  // index 1 of a list of one
     EXPECT_EQ(nextTip(defaults, 0, false, true, false),
               "A sample of your existing backups was re-checked — everything looks healthy.");

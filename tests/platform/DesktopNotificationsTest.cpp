@@ -5,7 +5,10 @@
 #include <gtest/gtest.h>
 #include <systemd/sd-bus.h>
 
+#include <cstdlib>
 #include <mutex>
+#include <string>
+#include <vector>
 
 #include "PrivateBus.hpp"
 #include "platform/DesktopNotifications.hpp"
@@ -23,6 +26,9 @@ struct Shown {
     std::string summary;
     std::string body;
     std::string sound;
+    std::string icon;
+    std::string desktopEntry;
+    std::vector<std::string> actions;
 };
 
 class DesktopNotificationsTest : public ::testing::Test {
@@ -50,16 +56,22 @@ class DesktopNotificationsTest : public ::testing::Test {
         const char *application, *icon, *summary, *body;
         std::uint32_t replaces = 0;
         sd_bus_message_read(call, "susss", &application, &replaces, &icon, &summary, &body);
-        Shown record{application, replaces, summary, body, ""};
-        sd_bus_message_skip(call, "as");
+        Shown record{application, replaces, summary, body, "", icon, "", {}};
+        char** actions = nullptr;
+        sd_bus_message_read_strv(call, &actions);
+        for (char** action = actions; action && *action; ++action) {
+            record.actions.emplace_back(*action);
+            std::free(*action);
+        }
+        std::free(actions);
         sd_bus_message_enter_container(call, 'a', "{sv}");
         while (sd_bus_message_enter_container(call, 'e', "sv") > 0) {
             const char* key = nullptr;
             sd_bus_message_read(call, "s", &key);
-            if (std::string(key) == "sound-name") {
-                const char* sound = nullptr;
-                sd_bus_message_read(call, "v", "s", &sound);
-                record.sound = sound;
+            if (std::string(key) == "sound-name" || std::string(key) == "desktop-entry") {
+                const char* text = nullptr;
+                sd_bus_message_read(call, "v", "s", &text);
+                (std::string(key) == "sound-name" ? record.sound : record.desktopEntry) = text;
             } else {
                 sd_bus_message_skip(call, "v");
             }
@@ -86,7 +98,7 @@ class DesktopNotificationsTest : public ::testing::Test {
     std::vector<Shown> shown_;
 };
 
-TEST_F(DesktopNotificationsTest, ShowsTitleAndBodyWithTheDefaultSound) {
+TEST_F(DesktopNotificationsTest, ShowsTitleAndBodyWithTheDefaultSoundAndOurIdentity) {
     notifications->deliver(
         {"error-1", "Backup Problem", "Work — 1 of 2 files couldn't be backed up."});
     const auto seen = shown();
@@ -96,6 +108,11 @@ TEST_F(DesktopNotificationsTest, ShowsTitleAndBodyWithTheDefaultSound) {
     EXPECT_EQ(seen[0].summary, "Backup Problem");
     EXPECT_EQ(seen[0].body, "Work — 1 of 2 files couldn't be backed up.");
     EXPECT_EQ(seen[0].sound, "message-new-instant");
+    EXPECT_EQ(seen[0].icon, "io.quillstow.Quillstow");
+    EXPECT_EQ(seen[0].desktopEntry, "io.quillstow.Quillstow");
+    EXPECT_EQ(seen[0].actions, (std::vector<std::string>{"default", "Open Quillstow"}));
+    EXPECT_TRUE(notifications->hasShown(1));
+    EXPECT_FALSE(notifications->hasShown(2));
 }
 
 TEST_F(DesktopNotificationsTest, TheSummaryWaitsForItsTimeAndReplacesTheOneShownBefore) {

@@ -108,7 +108,7 @@ TEST_F(SysfsTest, AZonePastItsCriticalTripIsCritical) {
     EXPECT_EQ(sysfs::thermalState(thermal), ThermalState::critical);
     LinuxPowerReadings readings(nullptr, root / "class");
     EXPECT_EQ(powerPauseReason(readings),
-              "Your Mac is running hot — will resume when it cools down.");
+              "Your computer is running hot — will resume when it cools down.");
 }
 
 TEST(NoReadings, MeanGo) {
@@ -279,13 +279,14 @@ TEST_F(FakePowerServices, PowerSaverAndHeatComeFromTheProfilesService) {
         state.onBattery = 0;
     }
     EXPECT_EQ(powerPauseReason(power),
-              "Low Power Mode is on — will resume when disabled or plugged in.");
+              "Power saver mode is on — will resume when disabled or plugged in.");
     {
         std::lock_guard lock(state.mutex);
         state.degraded = "high-operating-temperature";
     }
     EXPECT_EQ(power.thermalState(), ThermalState::serious);
-    EXPECT_EQ(powerPauseReason(power), "Your Mac is running hot — will resume when it cools down.");
+    EXPECT_EQ(powerPauseReason(power),
+              "Your computer is running hot — will resume when it cools down.");
     {
         std::lock_guard lock(state.mutex);
         state.degraded = "lap-detected";

@@ -1,12 +1,9 @@
-// quillstow: the program without its tray. Loads the user's settings, runs every pair on a plain
-// run loop, and stops cleanly on SIGINT or SIGTERM: every pair is stopped and the settings and
-// the log are written.
+#include "app/Headless.hpp"
 
 #include <pthread.h>
 #include <signal.h>
 
 #include <cstdio>
-#include <cstring>
 #include <thread>
 
 #include "app/Application.hpp"
@@ -46,16 +43,9 @@ class TerminationWatcher {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    if (argc > 1) {
-        const bool help = std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0;
-        std::fprintf(help ? stdout : stderr,
-                     "usage: quillstow\n\n"
-                     "Backs up every pair of the settings in %s, as long as it runs.\n"
-                     "Stops on Ctrl-C or SIGTERM.\n",
-                     defaultSettingsFolder().c_str());
-        return help ? 0 : 64;
-    }
+namespace quillstow {
+
+int runHeadless() {
     RunLoop loop;
     // Blocked before any other thread exists, so that every thread inherits the mask.
     TerminationWatcher termination(loop);
@@ -70,3 +60,15 @@ int main(int argc, char** argv) {
     application.save();
     return 0;
 }
+
+int printUsage(bool asked) {
+    std::fprintf(asked ? stdout : stderr,
+                 "usage: quillstow [--autostart]\n\n"
+                 "Backs up every pair of the settings in %s, as long as it runs,\n"
+                 "from the system tray; without a display, headless.\n"
+                 "Stops from the tray's menu, on Ctrl-C or on SIGTERM.\n",
+                 defaultSettingsFolder().c_str());
+    return asked ? 0 : 64;
+}
+
+}  // namespace quillstow

@@ -1,0 +1,86 @@
+#include "app/DesktopServices.hpp"
+
+#include <QDBusConnection>
+#include <QDBusReply>
+#include <QDBusVariant>
+#include <QDesktopServices>
+#include <QUrl>
+
+#include "support/AtomicFile.hpp"
+#include "support/Error.hpp"
+#include "viewmodels/Texts.hpp"
+
+namespace quillstow::shell {
+
+namespace {
+
+// A service that doesn't answer (or is still being started) never holds the interface long.
+constexpr int callTimeoutMs = 1000;
+
+QDBusMessage callSessionBus(const char* service, const char* path, const char* interface,
+                            const char* method, const QVariantList& arguments) {
+    QDBusMessage call = QDBusMessage::createMethodCall(service, path, interface, method);
+    call.setArguments(arguments);
+    return QDBusConnection::sessionBus().call(call, QDBus::Block, callTimeoutMs);
+}
+
+}  // namespace
+
+void showFolderInFileManager(const std::filesystem::path& folder) {
+    const QString url = QUrl::fromLocalFile(QString::fromStdString(folder.string())).toString();
+    const QDBusMessage reply = callSessionBus(
+        "org.freedesktop.FileManager1", "/org/freedesktop/FileManager1",
+        "org.freedesktop.FileManager1", "ShowFolders", {QStringList{url}, QString()});
+    if (reply.type() == QDBusMessage::ReplyMessage) return;
+    QDesktopServices::openUrl(QUrl(url));
+}
+
+std::filesystem::path autostartEntryPath() {
+    const char* config = std::getenv("XDG_CONFIG_HOME");
+    const char* home = std::getenv("HOME");
+    const std::filesystem::path base = config && *config
+                                           ? std::filesystem::path(config)
+                                           : std::filesystem::path(home ? home : "") / ".config";
+    return base / "autostart" / (std::string(texts::applicationId) + ".desktop");
+}
+
+std::string autostartEntry(const std::string& program) {
+    return "[Desktop Entry]\n"
+           "Type=Application\n"
+           "Name=Quillstow\n"
+           "Comment=Back up your folders, automatically\n"
+           "Exec=\"" +
+           program +
+           "\" --autostart\n"
+           "Icon=io.quillstow.Quillstow\n"
+           "StartupWMClass=Quillstow\n"
+           "X-GNOME-Autostart-enabled=true\n"
+           "NoDisplay=true\n";
+}
+
+void setLaunchAtLogin(bool enabled, const std::string& program) {
+    const auto path = autostartEntryPath();
+    std::error_code error;
+    if (!enabled) {
+        std::filesystem::remove(path, error);
+        if (error) throw Failure(errors::posix(error.value()));
+        return;
+    }
+    std::filesystem::create_directories(path.parent_path(), error);
+    atomicfile::write(path, autostartEntry(program));
+}
+
+bool desktopPrefersReducedMotion() {
+    const QDBusMessage reply =
+        callSessionBus("org.freedesktop.portal.Desktop", "/org/freedesktop/portal/desktop",
+                       "org.freedesktop.portal.Settings", "Read",
+                       {QString("org.gnome.desktop.interface"), QString("enable-animations")});
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return false;
+    // The portal wraps the value in a variant, some versions twice.
+    QVariant value = reply.arguments().first();
+    while (value.canConvert<QDBusVariant>())
+        value = value.value<QDBusVariant>().variant();
+    return value.isValid() && !value.toBool();
+}
+
+}  // namespace quillstow::shell

@@ -1,0 +1,376 @@
+#include "app/TrayApplication.hpp"
+
+#include <QApplication>
+#include <QCursor>
+#include <QDBusConnection>
+#include <QFileDialog>
+#include <QMessageBox>
+#include <QScreen>
+#include <QTimer>
+
+#include "app/DesktopServices.hpp"
+#include "environment/CloudSyncDetector.hpp"
+#include "shell/views/AddBackupWindow.hpp"
+#include "tray/PopoverPlacement.hpp"
+#include "tray/StatusMenuBuilder.hpp"
+#include "viewmodels/Texts.hpp"
+#include "views/Icons.hpp"
+#include "views/InfoWindows.hpp"
+#include "views/PopoverView.hpp"
+
+namespace quillstow::shell {
+
+namespace {
+
+QString qt(const std::string& text) {
+    return QString::fromStdString(text);
+}
+
+// Where removable drives appear; the row's folder dialog starts there when it exists.
+QString drivesFolder() {
+    for (const char* folder : {"/media", "/run/media", "/mnt"})
+        if (std::filesystem::is_directory(folder)) return folder;
+    return QDir::homePath();
+}
+
+}  // namespace
+
+TrayApplication::TrayApplication(Application& application, int trayPatienceMs, QObject* parent)
+    : QObject(parent),
+      application_(application),
+      model_(std::make_unique<ShellModel>(application.statusManager(), wallClock_,
+                                          desktopPrefersReducedMotion())),
+      popoverView_(new PopoverView(*model_)),
+      popover_(std::make_unique<PopoverController>(popoverView_, PopoverController::Style::window)),
+      menu_(std::make_unique<QMenu>()),
+      hostWatch_(trayPatienceMs) {
+    connect(popoverView_, &PopoverView::addBackupRequested, this, &TrayApplication::openAddBackup);
+    connect(popoverView_, &PopoverView::gearTapped, this, [this] {
+        popover_->hide();
+        QTimer::singleShot(0, this, &TrayApplication::showMenu);
+    });
+    connect(popoverView_, &PopoverView::relinkRequested, this, &TrayApplication::relinkFromRow);
+    connect(popoverView_, &PopoverView::removeRequested, this, &TrayApplication::removeFromRow);
+    connect(popoverView_, &PopoverView::revealRequested, this,
+            &TrayApplication::revealInFileManager);
+    connect(popoverView_, &PopoverView::restoreRequested, this, [this](const Uuid& id) {
+        application_.notificationCenter().post("quillstowShowRestore", {{"object", id}});
+    });
+    connect(model_.get(), &ShellModel::changed, this, [this] {
+        // Coalesced: a pass changes many things at once.
+        if (std::exchange(menuRebuildPending_, true)) return;
+        QTimer::singleShot(0, this, [this] {
+            menuRebuildPending_ = false;
+            rebuildMenu();
+            if (trayIcon_) trayIcon_->setToolTip(qt(model_->tooltip()));
+        });
+    });
+    connect(model_.get(), &ShellModel::overallStatusChanged, this, &TrayApplication::updateIcon);
+    connect(menu_.get(), &QMenu::aboutToShow, this, &TrayApplication::rebuildMenu);
+    connect(&hostWatch_, &TrayHostWatch::decided, this, [this](bool hasTray) {
+        if (hasTray)
+            createTrayIcon();
+        else
+            showWithoutTray();
+    });
+    rebuildMenu();
+    listenForNotificationClicks();
+    listenForScreenLock();
+}
+
+TrayApplication::~TrayApplication() {
+    stop();
+}
+
+void TrayApplication::start() {
+    hostWatch_.start();
+    // The setting wins over an entry removed by hand, as at every start.
+    if (application_.configStore().appConfig().launchAtLogin &&
+        !std::filesystem::exists(autostartEntryPath())) {
+        try {
+            setLaunchAtLogin(true, QCoreApplication::applicationFilePath().toStdString());
+        } catch (const Failure& failure) {
+            log_.error("Could not register launch-at-login: %{public}s",
+                       failure.error().description);
+        }
+    }
+}
+
+void TrayApplication::stop() {
+    if (!model_) return;
+    if (trayIcon_) trayIcon_->hide();
+    delete about_.data();
+    delete addBackup_.data();
+    delete learn_.data();
+    popover_.reset();
+    model_.reset();
+}
+
+void TrayApplication::createTrayIcon() {
+    popover_->setStyle(PopoverController::styleForPlatform(true));
+    trayIcon_ = new QSystemTrayIcon(this);
+    trayIcon_->setContextMenu(menu_.get());
+    updateIcon();
+    trayIcon_->setToolTip(qt(model_->tooltip()));
+    connect(trayIcon_, &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason reason) {
+                if (reason != QSystemTrayIcon::Trigger) return;
+                if (QGuiApplication::keyboardModifiers() & Qt::ControlModifier)
+                    showMenu();
+                else
+                    statusItemClicked();
+            });
+    trayIcon_->show();
+    log_.info("Tray icon shown");
+}
+
+void TrayApplication::showWithoutTray() {
+    popover_->setStyle(PopoverController::Style::window);
+    popover_->show(std::nullopt);
+    try {
+        application_.desktopNotifications().deliver(
+            {"no-system-tray", texts::noTrayTitle, texts::noTrayBody});
+    } catch (const Failure& failure) {
+        log_.error("Failed to deliver notification: %{public}s", failure.error().description);
+    }
+}
+
+void TrayApplication::updateIcon() {
+    if (!trayIcon_ || !model_) return;
+    trayIcon_->setIcon(themedSymbolIcon(model_->iconName()));
+}
+
+void TrayApplication::rebuildMenu() {
+    if (!model_) return;
+    buildMenu(*menu_, model_->menu(), menuActions());
+}
+
+void TrayApplication::listenForScreenLock() {
+    // The screen saver starting or the screens going to sleep close the popover.
+    for (const char* service : {"org.freedesktop.ScreenSaver", "org.gnome.ScreenSaver"}) {
+        const QString path = QString("/") + QString(service).replace('.', '/');
+        QDBusConnection::sessionBus().connect("", path, service, "ActiveChanged", this,
+                                              SLOT(onScreenSaverActiveChanged(bool)));
+    }
+}
+
+void TrayApplication::onScreenSaverActiveChanged(bool active) {
+    if (active && popover_ && popover_->style() == PopoverController::Style::anchored)
+        popover_->hide();
+}
+
+void TrayApplication::listenForNotificationClicks() {
+    // Servers broadcast ActionInvoked; only the ids of our own notifications count.
+    QDBusConnection::sessionBus().connect("", "/org/freedesktop/Notifications",
+                                          "org.freedesktop.Notifications", "ActionInvoked", this,
+                                          SLOT(onNotificationAction(uint, QString)));
+}
+
+void TrayApplication::onNotificationAction(uint serverId, const QString& action) {
+    if (action == "default" && application_.desktopNotifications().hasShown(serverId))
+        openPopover();
+}
+
+std::optional<QRect> TrayApplication::iconGeometry() const {
+    if (!trayIcon_) return std::nullopt;
+    const QRect geometry = trayIcon_->geometry();
+    if (geometry.isEmpty()) return std::nullopt;
+    return geometry;
+}
+
+void TrayApplication::openPopover() {
+    if (popover_) popover_->show(iconGeometry());
+}
+
+void TrayApplication::statusItemClicked() {
+    if (!popover_) return;
+    if (about_ && about_->isVisible()) {
+        about_->hide();
+        return;
+    }
+    if (popover_->isShown())
+        popover_->hide();
+    else
+        openPopover();
+}
+
+void TrayApplication::showMenu() {
+    rebuildMenu();
+    menu_->popup(QCursor::pos());
+}
+
+void TrayApplication::openAddBackup() {
+    if (popover_ && popover_->style() == PopoverController::Style::anchored) popover_->hide();
+    if (!addBackup_) {
+        StatusManager& manager = application_.statusManager();
+        addBackup_ = new AddBackupWindow(manager, manager.volumeMonitor());
+        // A window serves one run of the flow.
+        addBackup_->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    showSingleton(addBackup_, nullptr);
+}
+
+void TrayApplication::showSingleton(QPointer<QWidget>& slot, QWidget* (*make)()) {
+    if (popover_ && popover_->style() == PopoverController::Style::anchored) popover_->hide();
+    if (slot && slot->isVisible()) {
+        slot->raise();
+        slot->activateWindow();
+        return;
+    }
+    if (!slot && make) slot = make();
+    if (!slot) return;
+    if (const auto icon = iconGeometry()) {
+        if (QScreen* screen = QGuiApplication::screenAt(icon->center()))
+            slot->move(
+                placePopover(icon, QCursor::pos(), slot->size(), screen->availableGeometry()));
+    }
+    slot->show();
+    slot->raise();
+    slot->activateWindow();
+}
+
+void TrayApplication::openAbout() {
+    showSingleton(about_, [] { return makeAboutWindow(QCoreApplication::applicationVersion()); });
+}
+
+void TrayApplication::openLearn() {
+    showSingleton(learn_, [] { return makeLearnWindow(); });
+}
+
+std::optional<BackupPair> TrayApplication::findPair(const Uuid& id) const {
+    for (const BackupPair& pair : application_.configStore().pairs())
+        if (pair.id == id) return pair;
+    return std::nullopt;
+}
+
+void TrayApplication::relinkTo(const Uuid& id, const QString& folder) {
+    if (folder.isEmpty() || !model_) return;
+    if (const auto refused = model_->relinkPair(id, folder.toStdString())) {
+        QMessageBox::warning(popoverView_, texts::couldNotChangeDestination, qt(*refused));
+    }
+}
+
+void TrayApplication::relinkFromMenu(const Uuid& id) {
+    const auto pair = findPair(id);
+    if (!pair) return;
+    QFileDialog dialog(nullptr, qt(texts::chooseWhereMessage(pair->name)));
+    dialog.setFileMode(QFileDialog::Directory);
+    dialog.setOption(QFileDialog::ShowDirsOnly);
+    dialog.setLabelText(QFileDialog::Accept, texts::chooseNewDestination);
+    if (dialog.exec() == QDialog::Accepted && !dialog.selectedFiles().isEmpty())
+        relinkTo(id, dialog.selectedFiles().first());
+}
+
+void TrayApplication::relinkFromRow(const Uuid& id) {
+    const auto pair = findPair(id);
+    if (!pair) return;
+    QFileDialog dialog(popoverView_, qt(texts::chooseWhereMessage(pair->name)), drivesFolder());
+    dialog.setFileMode(QFileDialog::Directory);
+    dialog.setOption(QFileDialog::ShowDirsOnly);
+    dialog.setLabelText(QFileDialog::Accept, texts::chooseDestination);
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return;
+    const QString folder = dialog.selectedFiles().first();
+    if (const auto provider = CloudSyncDetector::provider(folder.toStdString())) {
+        QMessageBox alert(
+            QMessageBox::Information,
+            qt(texts::syncedWithMessage(std::string(CloudSyncDetector::nameOf(*provider)))),
+            qt(CloudSyncDetector::warning(*provider)), QMessageBox::NoButton, popoverView_);
+        alert.addButton(texts::chooseAnotherFolder, QMessageBox::RejectRole);
+        QAbstractButton* useAnyway = alert.addButton(texts::useAnyway, QMessageBox::AcceptRole);
+        alert.exec();
+        if (alert.clickedButton() != useAnyway) return;
+    }
+    relinkTo(id, folder);
+}
+
+void TrayApplication::removeFromMenu(const Uuid& id) {
+    const auto pair = findPair(id);
+    if (!pair || !model_) return;
+    QMessageBox alert(QMessageBox::Information, qt(texts::stopBackingUpMessage(pair->name)),
+                      texts::existingFilesStay);
+    QAbstractButton* stop = alert.addButton(texts::stopBackup, QMessageBox::AcceptRole);
+    alert.addButton(texts::cancel, QMessageBox::RejectRole);
+    alert.exec();
+    if (alert.clickedButton() == stop) model_->removePair(id);
+}
+
+void TrayApplication::removeFromRow(const Uuid& id) {
+    const auto pair = findPair(id);
+    if (!pair || !model_) return;
+    QMessageBox alert(QMessageBox::Information, qt(texts::removeMessage(pair->name)),
+                      texts::removeInformative, QMessageBox::NoButton, popoverView_);
+    QAbstractButton* remove = alert.addButton(texts::remove, QMessageBox::DestructiveRole);
+    alert.addButton(texts::cancel, QMessageBox::RejectRole);
+    alert.exec();
+    if (alert.clickedButton() == remove) model_->removePair(id);
+}
+
+void TrayApplication::revealInFileManager(const Uuid& id) {
+    if (const auto pair = findPair(id)) showFolderInFileManager(pair->destinationURL);
+}
+
+void TrayApplication::toggleLaunchAtLogin() {
+    ConfigStore& store = application_.configStore();
+    AppConfig config = store.appConfig();
+    config.launchAtLogin = !config.launchAtLogin;
+    store.setAppConfig(config);
+    store.save();
+    try {
+        setLaunchAtLogin(config.launchAtLogin,
+                         QCoreApplication::applicationFilePath().toStdString());
+    } catch (const Failure& failure) {
+        log_.error("Launch-at-login toggle error: %{public}s", failure.error().description);
+    }
+}
+
+void TrayApplication::setNotificationLevel(NotificationLevel level) {
+    ConfigStore& store = application_.configStore();
+    AppConfig config = store.appConfig();
+    config.notificationLevel = level;
+    store.setAppConfig(config);
+    store.save();
+}
+
+MenuActions TrayApplication::menuActions() {
+    StatusManager& manager = application_.statusManager();
+    ConfigStore& store = application_.configStore();
+    return MenuActions{
+        .openPopover = [this] { openPopover(); },
+        .backupAllNow = [&manager] { manager.backupAllNow(); },
+        .backupPairNow = [&manager](const Uuid& id) { manager.backupPairNow(id); },
+        .togglePausePair = [&manager](const Uuid& id) { manager.togglePausePair(id); },
+        .relinkPair = [this](const Uuid& id) { relinkFromMenu(id); },
+        .revealInFileManager = [this](const Uuid& id) { revealInFileManager(id); },
+        .removePair = [this](const Uuid& id) { removeFromMenu(id); },
+        .addFolder = [this] { openAddBackup(); },
+        .openPromote = nullptr,
+        .setBackupInterval =
+            [&store, &manager](BackupInterval interval) {
+                AppConfig config = store.appConfig();
+                config.backupInterval = interval;
+                store.setAppConfig(config);
+                manager.rescheduleTimer();
+            },
+        .setNotificationLevel = [this](NotificationLevel level) { setNotificationLevel(level); },
+        .toggleLaunchAtLogin = [this] { toggleLaunchAtLogin(); },
+        .toggleTrashReminders =
+            [&store] {
+                AppConfig config = store.appConfig();
+                config.trashReminderEnabled = !config.trashReminderEnabled;
+                store.setAppConfig(config);
+                store.save();
+            },
+        .toggleAutoUpdate = nullptr,
+        .checkForUpdates = nullptr,
+        .clearHistory =
+            [&store] {
+                store.setEvents({});
+                store.save();
+            },
+        .openLearn = [this] { openLearn(); },
+        .openAbout = [this] { openAbout(); },
+        .quit = [] { QCoreApplication::quit(); },
+    };
+}
+
+}  // namespace quillstow::shell

@@ -1,0 +1,99 @@
+#pragma once
+
+// The tray application put together around the program: the tray icon and its menu, the
+// popover, the small windows, and the flows that need a dialog. It starts after the program's
+// settings and pairs, in this order: the view model (which observes the status of every pair),
+// the popover, then the tray icon once a tray host is known; it stops the other way round
+// before the program stops its pairs and saves.
+//
+// Main thread only.
+
+#include <QMenu>
+#include <QPointer>
+#include <QSystemTrayIcon>
+#include <memory>
+#include <optional>
+
+#include "app/Application.hpp"
+#include "tray/MenuActions.hpp"
+#include "tray/PopoverController.hpp"
+#include "tray/TrayHostWatch.hpp"
+#include "viewmodels/ShellModel.hpp"
+
+namespace quillstow::shell {
+
+class PopoverView;
+
+class TrayApplication final : public QObject {
+    Q_OBJECT
+
+  public:
+    // `trayPatienceMs`: how long to wait for a StatusNotifierItem host before taking XEmbed.
+    TrayApplication(Application& application, int trayPatienceMs = TrayHostWatch::defaultPatienceMs,
+                    QObject* parent = nullptr);
+    ~TrayApplication() override;
+
+    // Waits for the tray, then shows the icon, or the popover as a window when there is none.
+    void start();
+    // Ends the observation and closes every window, before the program stops.
+    void stop();
+
+    void openPopover();
+    // A left click on the icon: clears the About window away first, else toggles the popover.
+    void statusItemClicked();
+    void showMenu();
+    void openAbout();
+    void openLearn();
+
+    // The one place the add-backup window is opened from, by the popover's "+" and the menu's
+    // "Add Backup…": one window at a time, brought forward when it is already open.
+    void openAddBackup();
+
+    MenuActions menuActions();
+    ShellModel& model() { return *model_; }
+    PopoverController& popover() { return *popover_; }
+    QMenu& menu() { return *menu_; }
+    QSystemTrayIcon* trayIcon() const { return trayIcon_; }
+    QWidget* aboutWindow() const { return about_; }
+    QWidget* addBackupWindow() const { return addBackup_; }
+
+  private slots:
+    // The server's ActionInvoked: a click on one of our notifications opens the popover.
+    void onNotificationAction(uint serverId, const QString& action);
+    void onScreenSaverActiveChanged(bool active);
+
+  private:
+    void createTrayIcon();
+    void showWithoutTray();
+    void rebuildMenu();
+    void updateIcon();
+    void listenForNotificationClicks();
+    void listenForScreenLock();
+    std::optional<QRect> iconGeometry() const;
+    void showSingleton(QPointer<QWidget>& slot, QWidget* (*make)());
+    std::optional<BackupPair> findPair(const Uuid& id) const;
+    void relinkFromMenu(const Uuid& id);
+    void relinkFromRow(const Uuid& id);
+    void relinkTo(const Uuid& id, const QString& folder);
+    void removeFromMenu(const Uuid& id);
+    void removeFromRow(const Uuid& id);
+    void revealInFileManager(const Uuid& id);
+    void toggleLaunchAtLogin();
+    void setNotificationLevel(NotificationLevel level);
+
+    Application& application_;
+    SystemWallClock wallClock_;
+    std::unique_ptr<ShellModel> model_;
+    PopoverView* popoverView_;
+    std::unique_ptr<PopoverController> popover_;
+    std::unique_ptr<QMenu> menu_;
+    TrayHostWatch hostWatch_;
+    QSystemTrayIcon* trayIcon_ = nullptr;
+    QPointer<QWidget> about_;
+    QPointer<QWidget> learn_;
+    QPointer<QWidget> addBackup_;
+    bool menuRebuildPending_ = false;
+    const Logger log_{"app"};
+};
+
+}  // namespace quillstow::shell

@@ -1,0 +1,282 @@
+// Filing a project into its year: the proven copy under its final name; the proof that catches
+// one changed byte; cancellation in each phase; and the endings of the filer's own rules, each
+// leaving the original as it was and no half-filed project behind.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "../copy/FaultyFileSystem.hpp"
+#include "PrivateMounts.hpp"
+#include "ProjectFolders.hpp"
+#include "TestTree.hpp"
+#include "archive/ProjectFiler.hpp"
+#include "support/FileInfo.hpp"
+
+namespace quillstow {
+namespace {
+
+using namespace testing;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+namespace fs = std::filesystem;
+
+// Moves a second on every reading, so no report is held back as too soon.
+class TickingClock final : public Clock {
+  public:
+    double now() const override { return seconds_ += 1; }
+
+  private:
+    mutable std::atomic<double> seconds_{0};
+};
+
+// Everything below a folder, files with their content and folders by name: what "as it was"
+// means for an original.
+std::map<std::string, std::string> snapshotOf(const fs::path& root) {
+    std::map<std::string, std::string> items;
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+        const auto relative = fs::relative(entry.path(), root).native();
+        items[relative] = entry.is_regular_file() ? readFile(entry.path()) : std::string("/");
+    }
+    return items;
+}
+
+struct Filing {
+    TemporaryFolder root;
+    FaultyFileSystem fileSystem;
+    ManualWallClock wallClock{referenceDate()};
+    TickingClock clock;
+    ProjectFiler filer{fileSystem, ProjectManifestWriter(), wallClock, clock};
+
+    fs::path archive() const { return root / "Archive"; }
+    ProjectFilingPlan planFor(const fs::path& project, int year, const std::string& name) const {
+        return {project, archive() / std::to_string(year) / name, year, name};
+    }
+};
+
+TEST(ProjectFiler, FilesAFilmUnderItsYearAndProvesIt) {
+    Filing f;
+    const auto project = makeFilmProject(f.root.path());
+    const auto before = snapshotOf(project);
+    std::vector<double> fractions;
+    const auto plan = f.planFor(project, 2023, "Spring Campaign");
+    const auto outcome = f.filer.file(
+        plan, [&](double fraction, const std::string&) { fractions.push_back(fraction); });
+
+    EXPECT_TRUE(outcome.isSuccess()) << ProjectFiler::summary(outcome);
+    EXPECT_EQ(outcome.filesCopied, 8u);
+    EXPECT_GT(outcome.bytesCopied, 4000);
+    EXPECT_EQ(ProjectFiler::summary(outcome),
+              "Filed \"Spring Campaign\" into 2023. All 8 files copied and checked — the original "
+              "is safe to clear whenever you like.");
+    auto copied = filesBelow(plan.destination);
+    EXPECT_EQ(copied.erase(".quillstow-manifest.json"), 1u);
+    EXPECT_EQ(copied, filesBelow(project));
+    EXPECT_EQ(snapshotOf(project), before);
+    // The year holds the project and nothing else: no hidden copy left beside it.
+    EXPECT_THAT(snapshotOf(f.archive() / "2023").count("Spring Campaign"), 1u);
+    EXPECT_EQ(std::distance(fs::directory_iterator(f.archive() / "2023"), fs::directory_iterator()),
+              1);
+    ASSERT_FALSE(fractions.empty());
+    EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
+    EXPECT_GE(fractions.front(), 0.0);
+    EXPECT_LE(fractions.back(), 1.0);
+    EXPECT_GT(fractions.back(), 2.0 / 3.0) << "the proof reports too";
+}
+
+TEST(ProjectFiler, HoldsBackReportsThatComeWithinATenthOfASecond) {
+    TemporaryFolder root;
+    const auto project = makeFilmProject(root.path());
+    LocalFileSystem fileSystem;
+    const ManualWallClock wallClock(referenceDate());
+    ManualClock frozen;
+    const ProjectFiler filer(fileSystem, ProjectManifestWriter(), wallClock, frozen);
+    std::vector<std::string> texts;
+    const auto outcome =
+        filer.file({project, root / "A/2023/P", 2023, "P"},
+                   [&](double, const std::string& text) { texts.push_back(text); });
+    EXPECT_TRUE(outcome.isSuccess());
+    EXPECT_EQ(texts.size(), 1u) << "time stood still after the first";
+}
+
+TEST(ProjectFiler, CatchesOneChangedByteAndNamesTheFile) {
+    Filing f;
+    const auto project = makeFilmProject(f.root.path());
+    const auto before = snapshotOf(project);
+    f.filer.setBeforeProof([](const fs::path& copy) {
+        auto bytes = readFile(copy / "3 Media/A001.mov");
+        bytes[1500] = 'g';
+        writeFile(copy / "3 Media/A001.mov", bytes);
+    });
+    const auto plan = f.planFor(project, 2023, "Spring Campaign");
+    const auto outcome = f.filer.file(plan, nullptr);
+
+    EXPECT_FALSE(outcome.isSuccess());
+    ASSERT_TRUE(outcome.check);
+    EXPECT_THAT(outcome.check->differentContent, ElementsAre("3 Media/A001.mov"));
+    EXPECT_THAT(outcome.check->missing, IsEmpty());
+    EXPECT_THAT(outcome.check->wrongSize, IsEmpty());
+    EXPECT_EQ(ProjectFiler::summary(outcome),
+              "Copied \"Spring Campaign\" into 2023, but the copy doesn't match: 1 file has "
+              "different contents than when this was archived. The original has been left alone.");
+    EXPECT_FALSE(files::exists(plan.destination));
+    EXPECT_FALSE(files::exists(f.archive() / "2023")) << "the year made for it goes again";
+    EXPECT_EQ(snapshotOf(project), before);
+}
+
+TEST(ProjectFiler, LeavesNoHalfFiledProjectWhenCancelledInAnyPhase) {
+    for (const int phase : {0, 1, 2}) {
+        Filing f;
+        const auto project = makeFilmProject(f.root.path());
+        for (int i = 0; i < 40; ++i)
+            writeFile(project / "3 Media/more" / std::to_string(i), std::string(100, 'x'));
+        makeFolder(f.archive() / "2023");
+        const auto before = snapshotOf(project);
+        std::stop_source stop;
+        int reportsAfterStop = 0;
+        const auto plan = f.planFor(project, 2023, "Spring Campaign");
+        std::optional<std::string> told;
+        const auto outcome = f.filer.file(
+            plan,
+            [&](double fraction, const std::string&) {
+                if (stop.stop_requested()) ++reportsAfterStop;
+                if (fraction >= (phase + 0.2) / 3.0) stop.request_stop();
+            },
+            stop.get_token(),
+            [&](const ProjectFilingOutcome& ended) {
+                told = ProjectFiler::summary(ended);
+                // Told first; the hidden copy goes afterwards.
+                EXPECT_FALSE(fs::is_empty(f.archive() / "2023")) << "phase " << phase;
+            });
+
+        ASSERT_TRUE(stop.stop_requested()) << "phase " << phase;
+        EXPECT_EQ(ProjectFiler::summary(outcome),
+                  "Couldn't copy \"Spring Campaign\": The operation was cancelled. The original "
+                  "has been left alone.")
+            << "phase " << phase;
+        EXPECT_FALSE(outcome.check);
+        EXPECT_EQ(told, ProjectFiler::summary(outcome)) << "phase " << phase;
+        EXPECT_LE(reportsAfterStop, 1) << "phase " << phase;
+        EXPECT_FALSE(files::exists(plan.destination)) << "phase " << phase;
+        EXPECT_TRUE(fs::is_empty(f.archive() / "2023")) << "phase " << phase;
+        EXPECT_EQ(snapshotOf(project), before) << "phase " << phase;
+    }
+}
+
+struct EndingCase {
+    const char* label;
+    std::function<void(const fs::path& project, const fs::path& destination)> arrange;
+    const char* summary;
+    bool filled;
+};
+
+TEST(ProjectFiler, EndsEachWayInItsOwnWords) {
+    const EndingCase cases[] = {
+        {"the source went", [](const auto& project, const auto&) { fs::remove_all(project); },
+         "Couldn't find \"Cut\" to file. It may have been moved or renamed.", false},
+        {"an empty folder waits",
+         [](const auto&, const auto& destination) { makeFolder(destination); },
+         "Filed \"Cut\" into 2024. All 1 file copied and checked — the original is safe to clear "
+         "whenever you like.",
+         true},
+        {"only hidden entries wait",
+         [](const auto&, const auto& destination) { writeFile(destination / ".DS_Store", "d"); },
+         "Filed \"Cut\" into 2024. All 1 file copied and checked — the original is safe to clear "
+         "whenever you like.",
+         true},
+        {"a visible file waits",
+         [](const auto&, const auto& destination) { writeFile(destination / "notes", "n"); },
+         "There's already something filed as \"Cut\" in 2024. Nothing was changed — rename one of "
+         "them first.",
+         false},
+        {"a plain file stands there",
+         [](const auto&, const auto& destination) { writeFile(destination, "n"); },
+         "There's already something filed as \"Cut\" in 2024. Nothing was changed — rename one of "
+         "them first.",
+         false},
+        {"the year is a file",
+         [](const auto&, const auto& destination) { writeFile(destination.parent_path(), "n"); },
+         "Couldn't create the folder for 2024: Not a directory", false},
+    };
+    for (const auto& each : cases) {
+        Filing f;
+        writeFile(f.root / "Cut/6 Finals/cut.mp4", "final");
+        const auto plan = f.planFor(f.root / "Cut", 2024, "Cut");
+        each.arrange(plan.source, plan.destination);
+        const auto waiting = files::exists(plan.destination) && fs::is_directory(plan.destination)
+                                 ? snapshotOf(plan.destination)
+                                 : std::map<std::string, std::string>();
+        const auto outcome = f.filer.file(plan, nullptr);
+        EXPECT_EQ(ProjectFiler::summary(outcome), each.summary) << each.label;
+        EXPECT_EQ(outcome.isSuccess(), each.filled) << each.label;
+        if (each.filled) {
+            EXPECT_EQ(readFile(plan.destination / "6 Finals/cut.mp4"), "final") << each.label;
+            for (const auto& [path, content] : waiting)
+                EXPECT_EQ(readFile(plan.destination / path), content) << each.label;
+        } else if (fs::is_directory(plan.destination)) {
+            EXPECT_EQ(snapshotOf(plan.destination), waiting) << each.label << ": left untouched";
+        }
+    }
+}
+
+TEST(ProjectFiler, FilesOntoADriveOnlyWhileItIsThere) {
+    QUILLSTOW_REQUIRE_PRIVATE_MOUNTS();
+    if (!fs::is_directory("/mnt")) GTEST_SKIP() << "no /mnt, where drives are mounted";
+    Filing f;
+    writeFile(f.root / "Cut/6 Finals/cut.mp4", "final");
+    const TemporaryFolder mountPoint("/mnt");
+    const ProjectFilingPlan plan{f.root / "Cut", mountPoint / "Archive/2024/Cut", 2024, "Cut"};
+
+    const auto absent = f.filer.file(plan, nullptr);
+    EXPECT_EQ(ProjectFiler::summary(absent), "Couldn't create the folder for 2024: No such device");
+    EXPECT_TRUE(fs::is_empty(mountPoint.path())) << "nothing written onto the system's disk";
+
+    const testing::TmpfsMount drive(mountPoint.path(), 1 << 20);
+    EXPECT_TRUE(f.filer.file(plan, nullptr).isSuccess());
+    EXPECT_EQ(readFile(plan.destination / "6 Finals/cut.mp4"), "final");
+}
+
+TEST(ProjectFiler, NeverMakesAFolderInsideTheOriginal) {
+    Filing f;
+    const auto project = makeCodeBase(f.root.path());
+    const auto before = snapshotOf(project);
+    const ProjectFilingPlan plan{project, project / "Archive/2024/toolkit", 2024, "toolkit"};
+    const auto outcome = f.filer.file(plan, nullptr);
+    EXPECT_FALSE(outcome.isSuccess());
+    EXPECT_THAT(ProjectFiler::summary(outcome), StartsWith("Couldn't copy \"toolkit\": "));
+    EXPECT_THAT(ProjectFiler::summary(outcome), EndsWith(" The original has been left alone."));
+    EXPECT_EQ(snapshotOf(project), before);
+}
+
+TEST(ProjectFiler, ReportsWhatTheCopyLeftOutAheadOfTheMismatch) {
+    // The copy prunes node_modules while the manifest lists its files.
+    Filing f;
+    const auto project = makeCodeBase(f.root.path());
+    const auto pruned = f.filer.file(f.planFor(project, 2024, "toolkit"), nullptr);
+    ASSERT_TRUE(pruned.check);
+    EXPECT_THAT(
+        pruned.check->missing,
+        ElementsAre("2 Project Files/.git/HEAD", "2 Project Files/node_modules/left-pad/index.js",
+                    "2 Project Files/node_modules/left-pad/package.json"));
+    EXPECT_EQ(ProjectFiler::summary(pruned),
+              "Copied \"toolkit\" into 2024, but the copy doesn't match: 3 files are missing. The "
+              "original has been left alone.");
+    EXPECT_FALSE(files::exists(f.archive() / "2024"));
+
+    // A file that can't be copied: its own sentence comes first, whatever the proof says.
+    Filing g;
+    const auto film = makeFilmProject(g.root.path());
+    g.fileSystem.failNext(FaultyFileSystem::Operation::copyItem, EPERM);
+    const auto failed = g.filer.file(g.planFor(film, 2023, "Film"), nullptr);
+    ASSERT_TRUE(failed.check);
+    EXPECT_FALSE(failed.check->passes());
+    EXPECT_EQ(ProjectFiler::summary(failed),
+              "1 file couldn't be copied. The original has been left alone.");
+    EXPECT_FALSE(files::exists(g.archive() / "2023/Film"));
+}
+
+}  // namespace
+}  // namespace quillstow

@@ -1,0 +1,462 @@
+// The tray application on the offscreen platform: the icon and tooltip of every status, the
+// click rule with the About window open, the popover's rows following a real engine in virtual
+// time, Pause All and Resume All, the menu's items and marks, and where the popover goes.
+
+#include <QApplication>
+#include <QMenu>
+#include <QPushButton>
+#include <QToolButton>
+#include <QtTest>
+#include <filesystem>
+#include <fstream>
+
+#include "../control/EngineHarness.hpp"
+#include "TestTree.hpp"
+#include "app/DesktopServices.hpp"
+#include "app/QtMainQueue.hpp"
+#include "app/TrayApplication.hpp"
+#include "tray/PopoverPlacement.hpp"
+#include "tray/StatusMenuBuilder.hpp"
+#include "viewmodels/ShellModel.hpp"
+#include "viewmodels/Texts.hpp"
+#include "views/Icons.hpp"
+#include "views/PairRowView.hpp"
+#include "views/PopoverView.hpp"
+
+using namespace quillstow;
+using namespace quillstow::shell;
+using Case = BackupStatus::Case;
+
+namespace {
+
+QString qt(const std::string& text) {
+    return QString::fromStdString(text);
+}
+
+// Every action of a menu and its submenus by title, for clicking through it.
+QAction* findAction(QMenu& menu, const QString& title) {
+    for (QAction* action : menu.actions()) {
+        if (action->text() == title) return action;
+        if (action->menu())
+            if (QAction* inner = findAction(*action->menu(), title)) return inner;
+    }
+    return nullptr;
+}
+
+// Where QUILLSTOW_SCREENSHOTS says, a picture of the widget, to be looked at by a person.
+void saveShot(QWidget& widget, const QString& name) {
+    const QString folder = qEnvironmentVariable("QUILLSTOW_SCREENSHOTS");
+    if (folder.isEmpty()) return;
+    QDir().mkpath(folder);
+    QCoreApplication::processEvents();
+    widget.grab().save(folder + "/" + name);
+}
+
+// A status manager over real folders in virtual time, and the shell's model over it.
+struct ShellHarness {
+    testing::EngineHarness h;
+    std::unique_ptr<StatusManager> manager;
+    std::unique_ptr<ShellModel> model;
+
+    void start() {
+        manager = std::make_unique<StatusManager>(h.store, *h.services, h.queue, h.notifier);
+        model = std::make_unique<ShellModel>(*manager, h.wallClock, false);
+    }
+    ~ShellHarness() {
+        model.reset();
+        if (manager) manager->stopAll();
+        h.settle();
+        manager.reset();
+    }
+    BackupEngine& engine(const Uuid& id) { return *manager->engines().at(id); }
+};
+
+}  // namespace
+
+class ShellTest : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void placesThePopover_data();
+    void placesThePopover();
+    void everyStatusHasItsIconAndTooltip_data();
+    void everyStatusHasItsIconAndTooltip();
+    void aClickWithTheAboutWindowOpenOnlyClosesIt();
+    void thePopoverHidesWhenTheFocusLeavesItButNotForItsOwnDialogs();
+    void launchAtLoginWritesAndRemovesTheAutostartEntry();
+    void popoverRowsFollowAnEngineThroughAPassAndAnError();
+    void pauseAllFlipsToResumeAllAndBack();
+    void theEmptyStateAsksForAFirstFolder();
+    void everyMenuItemCallsItsActionAndTheMarksFollowTheState();
+    void theMenuListsTheFiveNewestEventsAndSaysWhenAPairIsGone();
+};
+
+void ShellTest::placesThePopover_data() {
+    QTest::addColumn<bool>("iconKnown");
+    QTest::addColumn<QRect>("icon");
+    QTest::addColumn<QPoint>("cursor");
+    QTest::addColumn<QRect>("available");
+    QTest::addColumn<QPoint>("expected");
+    const QRect screen(0, 28, 1280, 772);  // a panel of 28 at the top
+    const QSize size(300, 360);
+    Q_UNUSED(size);
+    QTest::newRow("centred under a known icon")
+        << true << QRect(600, 2, 24, 24) << QPoint(10, 10) << screen << QPoint(462, 30);
+    QTest::newRow("icon unknown: under the pointer")
+        << false << QRect() << QPoint(700, 14) << screen << QPoint(550, 28);
+    QTest::newRow("off the right edge moves left")
+        << true << QRect(1250, 2, 24, 24) << QPoint() << screen << QPoint(980, 30);
+    QTest::newRow("off the left edge moves right")
+        << true << QRect(0, 2, 24, 24) << QPoint() << screen << QPoint(0, 30);
+    QTest::newRow("panel at the bottom: above the icon")
+        << true << QRect(600, 776, 24, 24) << QPoint() << QRect(0, 0, 1280, 772)
+        << QPoint(462, 412);
+    QTest::newRow("below a short screen: moved up onto it")
+        << true << QRect(600, 200, 24, 24) << QPoint() << QRect(0, 0, 1280, 500) << QPoint(462, 0);
+}
+
+void ShellTest::placesThePopover() {
+    QFETCH(bool, iconKnown);
+    QFETCH(QRect, icon);
+    QFETCH(QPoint, cursor);
+    QFETCH(QRect, available);
+    QFETCH(QPoint, expected);
+    const auto anchor = iconKnown ? std::optional<QRect>(icon) : std::nullopt;
+    QCOMPARE(placePopover(anchor, cursor, QSize(300, 360), available), expected);
+}
+
+void ShellTest::everyStatusHasItsIconAndTooltip_data() {
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("icon");
+    QTest::newRow("idle") << int(Case::idle) << "externaldrive.badge.checkmark-symbolic";
+    QTest::newRow("paused") << int(Case::paused) << "externaldrive.badge.minus-symbolic";
+    QTest::newRow("unreachable") << int(Case::destinationUnreachable)
+                                 << "externaldrive.trianglebadge.exclamationmark-symbolic";
+    QTest::newRow("error") << int(Case::error) << "externaldrive.badge.exclamationmark-symbolic";
+    QTest::newRow("queued") << int(Case::queued) << "arrow.triangle.2.circlepath-symbolic";
+    QTest::newRow("syncing") << int(Case::syncing) << "arrow.triangle.2.circlepath-symbolic";
+}
+
+void ShellTest::everyStatusHasItsIconAndTooltip() {
+    QFETCH(int, status);
+    QFETCH(QString, icon);
+    ShellHarness s;
+    BackupPair pair = s.h.makePair("Work");
+    pair.isEnabled = false;  // stays paused: the test sets the status
+    s.h.store->updatePair(pair);
+    s.start();
+    QSignalSpy iconChanges(s.model.get(), &ShellModel::overallStatusChanged);
+    const std::map<Case, BackupStatus> statuses{
+        {Case::idle, BackupStatus::idle()},
+        {Case::paused, BackupStatus::paused()},
+        {Case::destinationUnreachable, BackupStatus::destinationUnreachable()},
+        {Case::error, BackupStatus::error(BackupError::timedOut())},
+        {Case::queued, BackupStatus::queued()},
+        {Case::syncing, BackupStatus::syncing(0.5, "a.txt")},
+    };
+    s.engine(pair.id).setStatus(statuses.at(Case(status)));
+    QCOMPARE(qt(s.model->iconName()), icon);
+    QCOMPARE(s.model->tooltip(), s.manager->statusText());
+    QVERIFY(!s.model->tooltip().empty());
+    QVERIFY(!themedSymbolIcon(s.model->iconName()).pixmap(22, 22).isNull());
+    // The icon is set again only when the one status really changes.
+    QCOMPARE(iconChanges.count(), Case(status) == Case::paused ? 0 : 1);
+    s.engine(pair.id).setStatus(statuses.at(Case(status)));
+    QCOMPARE(iconChanges.count(), Case(status) == Case::paused ? 0 : 1);
+}
+
+void ShellTest::aClickWithTheAboutWindowOpenOnlyClosesIt() {
+    testing::TemporaryFolder settings;
+    QtMainQueue mainQueue;
+    Application application(mainQueue, settings.path());
+    TrayApplication tray(application, 0);
+    tray.openAbout();
+    QVERIFY(tray.aboutWindow() && tray.aboutWindow()->isVisible());
+    QCOMPARE(tray.aboutWindow()->windowTitle(), QString("About Quillstow"));
+    QCOMPARE(tray.aboutWindow()->size(), QSize(300, 240));
+
+    tray.statusItemClicked();
+    QVERIFY(!tray.aboutWindow()->isVisible());
+    QVERIFY(!tray.popover().isShown());
+    tray.statusItemClicked();
+    QVERIFY(tray.popover().isShown());
+    tray.statusItemClicked();
+    QVERIFY(!tray.popover().isShown());
+
+    // The popover's "+" and the menu's "Add Backup…" open one add-backup window.
+    QVERIFY(!tray.addBackupWindow());
+    tray.popover().window()->findChild<QToolButton*>("Add backup")->click();
+    QWidget* addBackup = tray.addBackupWindow();
+    QVERIFY(addBackup && addBackup->isVisible());
+    tray.menuActions().addFolder();
+    QCOMPARE(tray.addBackupWindow(), addBackup);
+    addBackup->close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(!tray.addBackupWindow());
+    tray.stop();
+    application.stopEverything();
+}
+
+void ShellTest::thePopoverHidesWhenTheFocusLeavesItButNotForItsOwnDialogs() {
+    auto* content = new QWidget;
+    content->resize(300, 360);
+    PopoverController popover(content, PopoverController::Style::anchored);
+    QWidget other;
+    other.show();
+    QWidget dialog(content, Qt::Dialog);
+    popover.show(QRect(600, 2, 24, 24));
+    dialog.show();
+    QVERIFY(popover.isShown());
+    // Focus elsewhere before it ever reached the popover: it stays.
+    popover.onFocusWindowChanged(other.windowHandle());
+    QVERIFY(popover.isShown());
+    popover.onFocusWindowChanged(content->windowHandle());
+    popover.onFocusWindowChanged(dialog.windowHandle());
+    QVERIFY(popover.isShown());
+    popover.onFocusWindowChanged(other.windowHandle());
+    QVERIFY(!popover.isShown());
+    // As a window (no tray, Wayland) it is the user's to close.
+    popover.setStyle(PopoverController::Style::window);
+    popover.show(std::nullopt);
+    popover.onFocusWindowChanged(content->windowHandle());
+    popover.onFocusWindowChanged(other.windowHandle());
+    QVERIFY(popover.isShown());
+}
+
+void ShellTest::launchAtLoginWritesAndRemovesTheAutostartEntry() {
+    testing::TemporaryFolder config;
+    const QByteArray before = qgetenv("XDG_CONFIG_HOME");
+    qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(config.path().string()));
+    const auto entry = config.path() / "autostart" / "io.quillstow.Quillstow.desktop";
+    QCOMPARE(autostartEntryPath(), entry);
+    setLaunchAtLogin(true, "/opt/quill stow/quillstow");
+    const std::string text = testing::readFile(entry);
+    QVERIFY2(text.find("Exec=\"/opt/quill stow/quillstow\" --autostart\n") != std::string::npos,
+             text.c_str());
+    QVERIFY(text.find("Icon=io.quillstow.Quillstow\n") != std::string::npos);
+    setLaunchAtLogin(false, "/opt/quill stow/quillstow");
+    QVERIFY(!std::filesystem::exists(entry));
+    setLaunchAtLogin(false, "/opt/quill stow/quillstow");  // already gone: nothing to do
+    qputenv("XDG_CONFIG_HOME", before);
+}
+
+void ShellTest::popoverRowsFollowAnEngineThroughAPassAndAnError() {
+    ShellHarness s;
+    const BackupPair pair = s.h.makePair("Work");
+    testing::writeFile(pair.sourceURL / "notes.txt", std::string(100, 'x'));
+    s.start();
+    PopoverView view(*s.model);
+    view.show();
+    QStringList seen;
+    auto record = [&] {
+        if (view.rows().empty()) return;
+        const QString text = view.rows()[0]->findChild<QToolButton*>("status")->text();
+        if (seen.isEmpty() || seen.last() != text) seen << text;
+    };
+    record();
+    QObject::connect(s.model.get(), &ShellModel::changed, &view, record);
+    QVERIFY(s.h.runUntilSettling());
+    QVERIFY(s.h.finishRun());
+    QVERIFY2(seen.contains("Queued"), qPrintable(seen.join(" | ")));
+    QVERIFY2(seen.filter(QRegularExpression("^↑ \\d+%$")).size() >= 1,
+             qPrintable(seen.join(" | ")));
+    QVERIFY2(seen.last().startsWith("✓ "), qPrintable(seen.join(" | ")));
+    QCOMPARE(view.rows()[0]->findChildren<QLabel*>().size() > 0, true);
+
+    std::filesystem::remove_all(pair.sourceURL);
+    s.manager->backupPairNow(pair.id);
+    QVERIFY(s.h.runUntil([&] { return s.engine(pair.id).status().kind() == Case::error; }));
+    QCOMPARE(seen.last(), QString("⚠ Error"));
+    auto* row = view.rows()[0];
+    auto* status = row->findChild<QToolButton*>("status");
+    QCOMPARE(status->toolTip(), QString("Tap for details"));
+    QVERIFY(!row->isShowingErrorDetail());
+    status->click();
+    QVERIFY(row->isShowingErrorDetail());
+    saveShot(view, "popover-error.png");
+}
+
+void ShellTest::pauseAllFlipsToResumeAllAndBack() {
+    ShellHarness s;
+    s.h.makePair("Work");
+    s.h.makePair("Photos");
+    s.start();
+    PopoverView view(*s.model);
+    QCOMPARE(view.pauseAllButton()->text(), QString("Pause All"));
+    QCOMPARE(view.pauseAllButton()->toolTip(), QString("Pause all backups"));
+    view.pauseAllButton()->click();
+    QCOMPARE(view.pauseAllButton()->text(), QString("Resume All"));
+    QCOMPARE(view.pauseAllButton()->toolTip(), QString("Resume all backups"));
+    for (const auto& [id, engine] : s.manager->engines())
+        QCOMPARE(engine->status().kind(), Case::paused);
+    view.pauseAllButton()->click();
+    QVERIFY(s.h.runUntil([&] { return view.pauseAllButton()->text() == "Pause All"; }));
+}
+
+void ShellTest::theEmptyStateAsksForAFirstFolder() {
+    ShellHarness s;
+    s.start();
+    PopoverView view(*s.model);
+    view.show();
+    QCoreApplication::processEvents();
+    QStringList shown;
+    for (QLabel* label : view.findChildren<QLabel*>())
+        if (label->isVisible()) shown << label->text();
+    QVERIFY2(shown.contains("Nothing's being backed up yet."), qPrintable(shown.join(" | ")));
+    QVERIFY(shown.contains("Click + to add your first folder."));
+    QCOMPARE(view.pauseAllButton()->text(), QString("Resume All"));
+    saveShot(view, "popover-empty.png");
+}
+
+void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
+    ShellHarness s;
+    const BackupPair work = s.h.makePair("Work");
+    BackupPair photos = s.h.makePair("Photos");
+    photos.isEnabled = false;
+    s.h.store->updatePair(photos);
+    AppConfig config = s.h.store->appConfig();
+    config.backupInterval = BackupInterval::fourHours;
+    config.notificationLevel = NotificationLevel::everyBackup;
+    config.launchAtLogin = false;
+    config.trashReminderEnabled = true;
+    s.h.store->setAppConfig(config);
+    s.start();
+    s.engine(work.id).setStatus(BackupStatus::error(BackupError::timedOut()));
+
+    QStringList called;
+    auto note = [&](const QString& what) { return [&called, what] { called << what; }; };
+    auto notePair = [&](const QString& what) {
+        return [&called, what](const Uuid& id) { called << what + " " + qt(id.text()); };
+    };
+    MenuActions actions{
+        .openPopover = note("popover"),
+        .backupAllNow = note("all"),
+        .backupPairNow = notePair("backup"),
+        .togglePausePair = notePair("pause"),
+        .relinkPair = notePair("relink"),
+        .revealInFileManager = notePair("reveal"),
+        .removePair = notePair("remove"),
+        .addFolder = note("add"),
+        .openPromote = note("promote"),
+        .setBackupInterval = [&](BackupInterval i) { called << qt(texts::intervalTitle(i)); },
+        .setNotificationLevel =
+            [&](NotificationLevel l) { called << qt(texts::notificationLevelTitle(l)); },
+        .toggleLaunchAtLogin = note("login"),
+        .toggleTrashReminders = note("trash"),
+        .toggleAutoUpdate = note("auto-update"),
+        .checkForUpdates = note("check"),
+        .clearHistory = note("clear"),
+        .openLearn = note("learn"),
+        .openAbout = note("about"),
+        .quit = note("quit"),
+    };
+    QMenu menu;
+    buildMenu(menu, s.model->menu(), actions);
+    QStringList top;
+    for (QAction* action : menu.actions())
+        if (!action->isSeparator()) top << action->text();
+    QCOMPARE(top, (QStringList{"Open Quillstow", "Back Up All Now", "⚠  Work", "○  Photos",
+                               "Add Backup…", "Recent Activity", "Settings", "How Quillstow Works",
+                               "About Quillstow", "Quit Quillstow"}));
+
+    const QString workId = qt(work.id.text());
+    const QString photosId = qt(photos.id.text());
+    const std::vector<std::pair<QString, QString>> clicks{
+        {"Open Quillstow", "popover"},
+        {"Back Up All Now", "all"},
+        {"Add Backup…", "add"},
+        {"How Quillstow Works", "learn"},
+        {"About Quillstow", "about"},
+        {"Quit Quillstow", "quit"},
+        {"Every 30 Minutes", "Every 30 Minutes"},
+        {"Manual Only", "Manual Only"},
+        {"Never", "Never"},
+        {"Daily Summary + Errors", "Daily Summary + Errors"},
+        {"Launch at Login", "login"},
+        {"Trash Cleanup Reminders", "trash"},
+    };
+    for (const auto& [title, expected] : clicks) {
+        called.clear();
+        QAction* action = findAction(menu, title);
+        QVERIFY2(action, qPrintable(title));
+        action->trigger();
+        QCOMPARE(called, QStringList{expected});
+    }
+    QMenu* workMenu = findAction(menu, "⚠  Work")->menu();
+    QStringList workItems;
+    for (QAction* action : workMenu->actions())
+        if (!action->isSeparator()) workItems << action->text();
+    QCOMPARE(workItems, (QStringList{"Back Up Now", "Pause", "Change Destination…",
+                                     "Show in File Manager", "Remove This Backup…"}));
+    const QStringList expectedWork{"backup", "pause", "relink", "reveal", "remove"};
+    for (int i = 0; i < workItems.size(); ++i) {
+        called.clear();
+        findAction(*workMenu, workItems[i])->trigger();
+        QCOMPARE(called, QStringList{expectedWork[i] + " " + workId});
+    }
+    QMenu* photosMenu = findAction(menu, "○  Photos")->menu();
+    QVERIFY(!findAction(*photosMenu, "Back Up Now")->isEnabled());
+    called.clear();
+    findAction(*photosMenu, "Resume")->trigger();
+    QCOMPARE(called, QStringList{"pause " + photosId});
+
+    // The checks follow the settings; the update items exist only with the update check.
+    buildMenu(menu, s.model->menu(), actions);
+    QVERIFY(findAction(menu, "Every 4 Hours")->isChecked());
+    QVERIFY(!findAction(menu, "Every Hour")->isChecked());
+    QVERIFY(findAction(menu, "Every Backup")->isChecked());
+    QVERIFY(!findAction(menu, "Errors Only")->isChecked());
+    QVERIFY(!findAction(menu, "Launch at Login")->isChecked());
+    QVERIFY(findAction(menu, "Trash Cleanup Reminders")->isChecked());
+    QVERIFY(!findAction(menu, "Check for Updates Now"));
+    QVERIFY(!findAction(menu, "No activity yet")->isEnabled());
+    QVERIFY(!findAction(menu, "Clear History"));
+    buildMenu(menu, s.model->menu(), actions,
+              {.withUpdateCheck = true, .autoChecksForUpdates = true});
+    QVERIFY(findAction(menu, "Auto-check for Updates")->isChecked());
+    called.clear();
+    findAction(menu, "Check for Updates Now")->trigger();
+    QCOMPARE(called, QStringList{"check"});
+}
+
+void ShellTest::theMenuListsTheFiveNewestEventsAndSaysWhenAPairIsGone() {
+    ShellHarness s;
+    const BackupPair work = s.h.makePair("Work");
+    const Date now = s.h.wallClock.now();
+    auto event = [&](BackupEvent::EventType type, int minutesAgo, std::int64_t files,
+                     std::optional<std::string> message, Uuid pairId) {
+        BackupEvent e;
+        e.id = Uuid::random();
+        e.pairId = pairId;
+        e.timestamp = now - std::chrono::minutes(minutesAgo);
+        e.type = type;
+        e.filesAffected = files;
+        e.message = std::move(message);
+        s.h.store->addEvent(e);
+    };
+    using Type = BackupEvent::EventType;
+    event(Type::backup, 60 * 24 * 3, 9, std::nullopt, work.id);  // the sixth: not shown
+    event(Type::backup, 120, 1, std::nullopt, work.id);
+    event(Type::error, 60, 0, "The drive is full", work.id);
+    event(Type::volumeLost, 30, 0, std::nullopt, work.id);
+    event(Type::integrityChecked, 5, 0, std::nullopt, Uuid::random());
+    event(Type::verificationFailed, 0, 2, std::nullopt, work.id);
+    s.start();
+    const MenuState state = s.model->menu();
+    std::vector<std::string> lines;
+    for (const MenuEventLine& line : state.recentEvents)
+        lines.push_back(line.title);
+    QCOMPARE(lines, (std::vector<std::string>{
+                        "⚠ Work — 2 files (0 sec. ago)",
+                        "🛡 (Deleted) — Health Check (5 min. ago)",
+                        "⏏ Work — Drive Disconnected (30 min. ago)",
+                        "✗ Work — The drive is full (1 hr. ago)",
+                        "✓ Work — 1 file (2 hr. ago)",
+                    }));
+    QVERIFY(state.recentEvents[0].isAlarm);
+    QVERIFY(!state.recentEvents[1].isAlarm);
+    QVERIFY(state.recentEvents[3].isAlarm);
+}
+
+QTEST_MAIN(ShellTest)
+#include "ShellTest.moc"

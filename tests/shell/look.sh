@@ -1,0 +1,197 @@
+#!/usr/bin/env bash
+# Looks at the tray application as a person would: Xvfb, a private session bus, xfce4-panel with
+# only its system tray (a StatusNotifierItem host and an XEmbed tray), and Quillstow with two
+# pairs. Clicks the icon (button 1: the popover, button 3: the menu), checks what shows through
+# the program's widget dump, and saves screenshots of the tray on a light and a dark panel, the
+# popover and the menu.
+#
+# usage: look.sh QUILLSTOW SCREENSHOT-TOOL OUTPUT-FOLDER
+# Exit 0 when everything showed, 1 when something didn't, 77 (skipped) where it can't run.
+set -uo pipefail
+
+program=$1
+screenshot=$2
+out=$3
+
+skip() {
+    echo "SKIPPED: $*"
+    exit 77
+}
+
+for tool in Xvfb dbus-run-session xfce4-panel xfconf-query xwininfo xdotool; do
+    command -v "$tool" >/dev/null || skip "$tool is not installed (scripts/setup installs it)"
+done
+
+if [[ "${1:-}" != "--inside" ]]; then
+    work=$(mktemp -d)
+    trap 'kill $xvfb 2>/dev/null; wait 2>/dev/null; rm -rf "$work"' EXIT
+    mkdir -p "$out"
+    rm -f "$out"/{tray-light,tray-dark,popover,menu,no-tray}.png
+    # Xvfb picks a free display and writes its number once it takes connections.
+    Xvfb -displayfd 3 -screen 0 1024x600x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
+    xvfb=$!
+    for _ in $(seq 150); do
+        [[ -s "$work/display" ]] && break
+        sleep 0.1
+    done
+    [[ -s "$work/display" ]] || skip "Xvfb did not start: $(tail -1 "$work/xvfb.log")"
+    display=:$(cat "$work/display")
+    export DISPLAY=$display HOME=$work XDG_CONFIG_HOME=$work/config XDG_CACHE_HOME=$work/cache \
+        XDG_DATA_HOME=$work/data XDG_RUNTIME_DIR=$work/runtime LOOK_WORK=$work
+    mkdir -p "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
+    timeout 75 dbus-run-session -- "$0" --inside "$program" "$screenshot" "$out"
+    exit $?
+fi
+
+shift
+program=$1
+screenshot=$2
+out=$3
+work=$LOOK_WORK
+dump=$work/widgets.txt
+failures=0
+
+fail() {
+    echo "FAIL: $*"
+    failures=$((failures + 1))
+}
+
+# The panel: one panel at the top holding only the system tray.
+panelConfig=$XDG_CONFIG_HOME/xfce4/xfconf/xfce-perchannel-xml
+mkdir -p "$panelConfig"
+cat >"$panelConfig/xfce4-panel.xml" <<'XML'
+<?xml version="1.0" encoding="UTF-8"?>
+<channel name="xfce4-panel" version="1.0">
+  <property name="configver" type="int" value="2"/>
+  <property name="panels" type="array">
+    <value type="int" value="1"/>
+    <property name="panel-1" type="empty">
+      <property name="position" type="string" value="p=6;x=0;y=0"/>
+      <property name="length" type="uint" value="100"/>
+      <property name="position-locked" type="bool" value="true"/>
+      <property name="size" type="uint" value="30"/>
+      <property name="background-style" type="uint" value="1"/>
+      <property name="background-rgba" type="array">
+        <value type="double" value="0.93"/><value type="double" value="0.93"/>
+        <value type="double" value="0.93"/><value type="double" value="1"/>
+      </property>
+      <property name="plugin-ids" type="array">
+        <value type="int" value="1"/>
+      </property>
+    </property>
+  </property>
+  <property name="plugins" type="empty">
+    <property name="plugin-1" type="string" value="systray"/>
+  </property>
+</channel>
+XML
+
+# Two pairs with folders of their own.
+mkdir -p "$work/Projects" "$work/Photos" "$work/Drive" "$XDG_CONFIG_HOME/Quillstow"
+echo "draft" >"$work/Projects/plan.txt"
+cat >"$XDG_CONFIG_HOME/Quillstow/config.json" <<JSON
+{"appConfig": {"backupInterval": "1hr", "hasCompletedOnboarding": true, "launchAtLogin": false,
+               "notificationLevel": "errorsOnly"},
+ "pairs": [
+  {"id": "E621E1F8-C36C-495A-93FC-0C247A3E6E5F", "name": "Projects",
+   "sourceURL": "file://$work/Projects", "destinationURL": "file://$work/Drive",
+   "isEnabled": true, "createdAt": "2026-11-23T09:00:00Z"},
+  {"id": "1B4D4F3A-8E1C-4C1B-9E0B-2F3C4D5E6F70", "name": "Photos",
+   "sourceURL": "file://$work/Photos", "destinationURL": "file:///media/nobody/Missing%20Drive",
+   "isEnabled": true, "createdAt": "2026-11-23T09:00:00Z"}]}
+JSON
+
+xfce4-panel --disable-wm-check >"$work/panel.log" 2>&1 &
+panel=$!
+for _ in $(seq 100); do
+    xwininfo -root -tree 2>/dev/null | grep -q '"xfce4-panel"' && break
+    sleep 0.1
+done
+xwininfo -root -tree 2>/dev/null | grep -q '"xfce4-panel"' || skip "xfce4-panel did not start: $(tail -2 "$work/panel.log")"
+
+QUILLSTOW_WIDGET_DUMP=$dump QUILLSTOW_TRAY_PATIENCE_MS=5000 QT_QPA_PLATFORM=xcb \
+    "$program" >"$work/app.log" 2>&1 &
+app=$!
+cleanup() {
+    kill "$app" 2>/dev/null
+    wait "$app" 2>/dev/null
+    kill "$panel" 2>/dev/null
+    wait "$panel" 2>/dev/null
+}
+trap cleanup EXIT
+
+# Waits up to five seconds for a line of the widget dump.
+waitFor() {
+    for _ in $(seq 50); do
+        grep -qF -- "$1" "$dump" 2>/dev/null && return 0
+        sleep 0.1
+    done
+    return 1
+}
+
+waitFor "tray: shown" || { cat "$work/app.log"; fail "the tray icon was not shown"; exit 1; }
+sleep 1
+
+# The icon: the first item of the only plugin, at the left of the panel.
+read -r px py pw ph < <(xwininfo -root -tree | grep '"xfce4-panel"' |
+    grep -oE '[0-9]+x[0-9]+\+[0-9]+\+[0-9]+' | awk -Fx '{split($2, a, "+"); if ($1 > 200) print a[2], a[3], $1, a[1]}' | head -1)
+if [[ -z "${px:-}" ]]; then
+    fail "the panel's window was not found"
+    exit 1
+fi
+iconX=$((px + ph / 2 + 4))
+iconY=$((py + ph / 2))
+echo "panel at ${px},${py} ${pw}x${ph}; clicking the icon at ${iconX},${iconY}"
+
+"$screenshot" "$out/tray-light.png" 0 0 320 60 || fail "no screenshot of the light panel"
+xfconf-query -c xfce4-panel -p /panels/panel-1/background-rgba \
+    -t double -s 0.16 -t double -s 0.16 -t double -s 0.18 -t double -s 1
+sleep 0.7
+"$screenshot" "$out/tray-dark.png" 0 0 320 60 || fail "no screenshot of the dark panel"
+
+xdotool mousemove "$iconX" "$iconY" click 1
+if waitFor "window: popover"; then
+    sleep 0.5
+    for name in Projects Photos; do
+        grep -qF "label: $name" "$dump" || fail "the popover does not show the pair $name"
+    done
+    "$screenshot" "$out/popover.png" 0 0 480 440
+else
+    fail "a left click did not open the popover"
+fi
+xdotool mousemove "$iconX" "$iconY" click 1
+sleep 0.5
+
+xdotool mousemove "$iconX" "$iconY" click 3
+# Over XEmbed the program shows its own menu; a StatusNotifierItem host draws the menu it was
+# given and asks for it to be brought up to date first.
+if waitFor "  item: Open Quillstow" || waitFor "tray menu opened: 1"; then
+    for item in "Open Quillstow" "Back Up All Now" "●  Projects" "⚠  Photos" "Add Backup…" "Recent Activity" \
+        "Settings" "How Quillstow Works" "About Quillstow" "Quit Quillstow"; do
+        grep -qF "item: $item" "$dump" || fail "the menu has no \"$item\""
+    done
+    sleep 0.5
+    "$screenshot" "$out/menu.png" 0 0 480 440
+else
+    fail "a right click did not open the menu"
+fi
+xdotool key Escape
+cp "$dump" "$out/widgets.txt"
+
+# Without any tray: the popover opens as a window of its own.
+cleanup
+rm -f "$dump"
+QUILLSTOW_WIDGET_DUMP=$dump QUILLSTOW_TRAY_PATIENCE_MS=1000 QT_QPA_PLATFORM=xcb \
+    "$program" >"$work/app-no-tray.log" 2>&1 &
+app=$!
+if waitFor "window: popover" && waitFor "tray: none"; then
+    grep -qF "label: Projects" "$dump" || fail "the popover window does not show the pair Projects"
+    sleep 0.5
+    "$screenshot" "$out/no-tray.png" 0 0 480 440
+else
+    fail "without a tray the popover did not open as a window"
+fi
+
+echo "screenshots in $out: $(cd "$out" && ls *.png | tr '\n' ' ')"
+((failures == 0)) || { echo "--- app log"; tail -20 "$work/app.log"; exit 1; }
+exit 0

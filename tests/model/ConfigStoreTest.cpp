@@ -290,6 +290,31 @@ TEST_F(ConfigStoreTest, PairsSurviveARestart) {
     EXPECT_TRUE(existsOnDisk(folder / "config.json.backup"));
 }
 
+TEST_F(ConfigStoreTest, TheBackupIsRenamedIntoPlaceNeverRewrittenWhereItStands) {
+    auto store = open();
+    // One write each: saves that wait for the writer become one.
+    store->addPair(pairNamed("Film"));
+    flushAll();
+    store->addPair(pairNamed("Photos"));
+    const std::string firstBackup = onDisk(folder / "config.json.backup");
+    // A second name for the backup as it stands: a write in place would change it too.
+    fs::create_hard_link(folder / "config.json.backup", root / "earlier-backup");
+    const std::string previous = onDisk(folder / "config.json");
+    WriteCounter writes(folder);
+
+    store->addPair(pairNamed("Music"));
+    flushAll();
+
+    EXPECT_EQ(readFile(folder / "config.json.backup"), previous);
+    EXPECT_EQ(readFile(root / "earlier-backup"), firstBackup);
+    EXPECT_EQ(writes.writesOf("config.json.backup"), 1) << "a temporary renamed over it";
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder))
+        names.push_back(entry.path().filename().native());
+    EXPECT_THAT(names, ::testing::UnorderedElementsAre("config.json", "config.json.backup"))
+        << "no temporary stays behind";
+}
+
 TEST_F(ConfigStoreTest, ADamagedConfigIsRecoveredFromTheBackupAndRewritten) {
     const BackupPair pair = pairNamed("Film");
     writeGoodConfig(folder / "config.json.backup", {pair});

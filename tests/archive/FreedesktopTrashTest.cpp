@@ -15,6 +15,7 @@
 #include "support/Error.hpp"
 #include "support/FileInfo.hpp"
 #include "support/FileUrl.hpp"
+#include "support/ManualClocks.hpp"
 
 namespace quillstow {
 namespace {

@@ -7,12 +7,13 @@
 
 #include <atomic>
 
-#include "../copy/FaultyFileSystem.hpp"
 #include "PrivateMounts.hpp"
 #include "ProjectFolders.hpp"
 #include "TestTree.hpp"
 #include "archive/ProjectFiler.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "support/FileInfo.hpp"
+#include "support/ManualClocks.hpp"
 
 namespace quillstow {
 namespace {

@@ -15,6 +15,7 @@
 #include "support/AtomicFile.hpp"
 #include "support/Error.hpp"
 #include "support/Paths.hpp"
+#include "support/Retry.hpp"
 #include "support/Uuid.hpp"
 
 namespace quillstow {
@@ -190,7 +191,7 @@ std::string copyToTemporary(FileSystem& fileSystem, int source, const struct sta
                             int folder, const std::string& name, ProgressCount& progress,
                             const std::stop_token& stop) {
     const std::string temporary = restoreTemporaryName(name);
-    (void)::unlinkat(folder, temporary.c_str(), 0);
+    removeQuietly(folder, temporary);
     Descriptor copy(::openat(folder, temporary.c_str(),
                              O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (copy.get() < 0) throwPosix(errno);
@@ -200,7 +201,7 @@ std::string copyToTemporary(FileSystem& fileSystem, int source, const struct sta
         if (!haveSameSize(source, copy.get())) throwPosix(EIO);
         copy.closeChecked();
     } catch (const Failure&) {
-        (void)::unlinkat(folder, temporary.c_str(), 0);
+        removeQuietly(folder, temporary);
         throw;
     }
     return temporary;
@@ -238,7 +239,7 @@ class PendingSwaps {
     PendingSwaps& operator=(const PendingSwaps&) = delete;
     ~PendingSwaps() {
         for (const auto& copy : copies_)
-            (void)::unlinkat(copy.folder.get(), copy.temporary.c_str(), 0);
+            removeQuietly(copy.folder.get(), copy.temporary);
     }
 
     void add(PreparedRestore copy, std::int64_t size) {
@@ -260,7 +261,7 @@ class PendingSwaps {
                 ::renameat(folder, copy.temporary.c_str(), folder, copy.name.c_str()) == 0) {
                 ++outcome.restored;
             } else {
-                (void)::unlinkat(folder, copy.temporary.c_str(), 0);
+                removeQuietly(folder, copy.temporary);
                 ++outcome.failed;
             }
         }

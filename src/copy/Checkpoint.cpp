@@ -4,6 +4,7 @@
 
 #include "support/AtomicFile.hpp"
 #include "support/Json.hpp"
+#include "support/Retry.hpp"
 
 namespace quillstow {
 
@@ -21,7 +22,7 @@ CheckpointGuard::CheckpointGuard(std::filesystem::path destination, Date start)
 }
 
 CheckpointGuard::~CheckpointGuard() {
-    ::unlink(file_.c_str());
+    removeQuietly(file_);
 }
 
 }  // namespace quillstow

@@ -13,6 +13,7 @@
 #include "support/Error.hpp"
 #include "support/FileUrl.hpp"
 #include "support/Paths.hpp"
+#include "support/Retry.hpp"
 
 namespace quillstow {
 
@@ -146,14 +147,14 @@ void FreedesktopTrash::moveToTrash(const Path& original) {
         struct stat existing {};
         if (::lstat(trashed.c_str(), &existing) == 0) {
             ::close(fd);
-            ::unlink(info.c_str());
+            removeQuietly(info);
             continue;
         }
         try {
             writeAll(fd, contents);
         } catch (const Failure&) {
             ::close(fd);
-            ::unlink(info.c_str());
+            removeQuietly(info);
             throw;
         }
         ::close(fd);
@@ -161,7 +162,7 @@ void FreedesktopTrash::moveToTrash(const Path& original) {
         try {
             LocalFileSystem().moveItem(item, trashed);
         } catch (const Failure& failure) {
-            ::unlink(info.c_str());
+            removeQuietly(info);
             if (errors::isPosix(failure.error(), EEXIST)) continue;
             throw;
         }

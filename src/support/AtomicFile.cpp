@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "support/Error.hpp"
+#include "support/Retry.hpp"
 #include "support/Uuid.hpp"
 
 namespace quillstow::atomicfile {
@@ -87,17 +88,17 @@ void write(const std::filesystem::path& path, std::string_view bytes) {
         if (::fsync(fd) != 0) throwPosix(errno);
     } catch (...) {
         ::close(fd);
-        ::unlink(temporary.c_str());
+        removeQuietly(temporary);
         throw;
     }
     if (::close(fd) != 0) {
         const int error = errno;
-        ::unlink(temporary.c_str());
+        removeQuietly(temporary);
         throwPosix(error);
     }
     if (::rename(temporary.c_str(), path.c_str()) != 0) {
         const int error = errno;
-        ::unlink(temporary.c_str());
+        removeQuietly(temporary);
         throwPosix(error);
     }
 }

@@ -5,6 +5,7 @@
 #include "environment/VolumeSpace.hpp"
 #include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
+#include "support/Retry.hpp"
 #include "support/TreeWalk.hpp"
 #include "support/Uuid.hpp"
 
@@ -26,13 +27,6 @@ FileOperationError folderLost(const fs::path& offsiteRoot) {
 std::int64_t sizeOf(const fs::path& file) {
     const auto info = files::readInfo(file);
     return info ? info->fileSize.value_or(0) : 0;
-}
-
-void removeQuietly(FileSystem& fileSystem, const fs::path& path) {
-    try {
-        fileSystem.removeItem(path);
-    } catch (const Failure&) {
-    }
 }
 
 }  // namespace
@@ -68,41 +62,35 @@ std::int64_t OffsiteSyncer::copyFile(const fs::path& source, const fs::path& tar
     const fs::path folder = target.parent_path();
     if (!files::isFolder(folder)) fileSystem_.createDirectories(folder);
     const std::int64_t size = sizeOf(source);
+    // Every failure is tried again after a longer pause. A stop cuts the pause short and the
+    // attempt is still made: a file under way is finished.
+    int retries = 0;
+    const RetryPolicy policy{
+        {}, [&] { sleeper_.sleep(retryDelay * ++retries, stop); }, copyAttempts, isAnyFailure};
+    withRetry([&](bool) { copyOnce(source, target, size); }, policy);
+    return size;
+}
 
-    Error lastError;
-    for (int attempt = 0; attempt < copyAttempts; ++attempt) {
-        // A stop cuts the wait short, and the attempt is made at once.
-        if (attempt > 0) sleeper_.sleep(retryDelay * attempt, stop);
-        const fs::path temporary =
-            folder / (std::string(transfer::temporaryPrefix) + Uuid::random().text());
-        removeQuietly(fileSystem_, temporary);
-        try {
-            fileSystem_.copyItem(source, temporary);
-        } catch (const Failure& failure) {
-            removeQuietly(fileSystem_, temporary);
-            lastError = failure.error();
-            continue;
-        }
+void OffsiteSyncer::copyOnce(const fs::path& source, const fs::path& target,
+                             std::int64_t size) const {
+    const fs::path temporary =
+        target.parent_path() / (std::string(transfer::temporaryPrefix) + Uuid::random().text());
+    try {
+        fileSystem_.copyItem(source, temporary);
         const std::int64_t copied = sizeOf(temporary);
         if (copied != size) {
-            removeQuietly(fileSystem_, temporary);
-            lastError =
+            throw Failure(
                 errors::quillstow(ErrorCode::offsiteSizeMismatch,
                                   "Offsite copy size mismatch: source=" + std::to_string(size) +
-                                      ", copied=" + std::to_string(copied) + ".");
-            continue;
+                                      ", copied=" + std::to_string(copied) + "."));
         }
-        try {
-            // What the cloud client picks up at the final name is whole, also after a power cut.
-            fileSystem_.flushFile(temporary);
-            transfer::swapIntoPlace(fileSystem_, {temporary, target, size});
-            return size;
-        } catch (const Failure& failure) {
-            removeQuietly(fileSystem_, temporary);
-            lastError = failure.error();
-        }
+        // What the cloud client picks up at the final name is whole, also after a power cut.
+        fileSystem_.flushFile(temporary);
+        transfer::swapIntoPlace(fileSystem_, {temporary, target, size});
+    } catch (const Failure&) {
+        removeQuietly(temporary);
+        throw;
     }
-    throw Failure(lastError);
 }
 
 OffsiteSyncResult OffsiteSyncer::sync(const fs::path& backupRoot, const fs::path& offsiteRoot,

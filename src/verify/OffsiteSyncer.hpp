@@ -49,6 +49,11 @@ class OffsiteSyncer final : public OffsiteStage {
                           std::stop_token stop = {}) const;
 
   private:
+    // One attempt: copy beside the target, check the size, flush, swap; on a failure the
+    // temporary copy goes.
+    void copyOnce(const std::filesystem::path& source, const std::filesystem::path& target,
+                  std::int64_t size) const;
+
     FileSystem& fileSystem_;
     const ActivityGate& gate_;
     const Sleeper& sleeper_;

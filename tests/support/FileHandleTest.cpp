@@ -79,38 +79,60 @@ TEST(OpenFolderBelow, ReachesFoldersDeeperThanAPathCanName) {
     EXPECT_FALSE(fs::exists(root / "base"));
 }
 
-TEST(WithRetry, TriesOnceMoreAfterATransientErrorOnly) {
+TEST(WithRetry, TriesAgainWhileThePolicyAllows) {
+    const auto cancelled = -1;
     struct Case {
         const char* name;
         std::vector<int> failures;  // errno of each attempt in turn; 0 succeeds
-        bool stopped;
+        int allowed;                // attempts the policy allows
+        bool retriesAnyFailure;
+        enum { never, before, duringThePause } stop;
         int attempts;
+        int pauses;
         int error;  // of the failure that ends it, 0 for success
     };
     const Case cases[] = {
-        {"success", {0}, false, 1, 0},
-        {"transient then success", {EIO, 0}, false, 2, 0},
-        {"transient twice", {EINTR, EBUSY}, false, 2, EBUSY},
-        {"final", {ENOSPC, 0}, false, 1, ENOSPC},
-        {"stopped", {EAGAIN, 0}, true, 1, EAGAIN},
+        {"success", {0}, 2, false, Case::never, 1, 0, 0},
+        {"transient then success", {EIO, 0}, 2, false, Case::never, 2, 1, 0},
+        {"transient twice", {EINTR, EBUSY}, 2, false, Case::never, 2, 1, EBUSY},
+        {"final", {ENOSPC, 0}, 2, false, Case::never, 1, 0, ENOSPC},
+        {"stopped before", {EAGAIN, 0}, 2, false, Case::before, 1, 0, EAGAIN},
+        {"stopped during the pause", {EIO, 0}, 2, false, Case::duringThePause, 1, 1, cancelled},
+        {"any failure, third time lucky", {ENOSPC, EPERM, 0}, 3, true, Case::never, 3, 2, 0},
+        {"any failure, three times", {ENOSPC, EPERM, EROFS}, 3, true, Case::never, 3, 2, EROFS},
+        {"a final failure ends three", {EIO, ENOSPC, 0}, 3, false, Case::never, 2, 1, ENOSPC},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         std::stop_source stop;
-        if (c.stopped) stop.request_stop();
+        if (c.stop == Case::before) stop.request_stop();
         int attempts = 0;
+        int pauses = 0;
         std::vector<bool> retries;
-        const int error = errorOf([&] {
+        RetryPolicy policy{stop.get_token(), [&] {
+                               ++pauses;
+                               if (c.stop == Case::duringThePause) stop.request_stop();
+                           }};
+        policy.attempts = c.allowed;
+        if (c.retriesAnyFailure) policy.isWorthRetrying = isAnyFailure;
+        int error = 0;
+        try {
             withRetry(
                 [&](bool isRetry) {
                     retries.push_back(isRetry);
                     if (const int code = c.failures[std::size_t(attempts++)]) throwPosix(code);
                 },
-                {stop.get_token(), nullptr});
-        });
-        EXPECT_EQ(attempts, c.attempts) << c.name;
-        EXPECT_EQ(error, c.error) << c.name;
-        EXPECT_EQ(retries.front(), false) << c.name;
-        EXPECT_EQ(retries.back(), attempts == 2) << c.name;
+                policy);
+        } catch (const Failure& failure) {
+            error = errors::isCancellation(failure.error()) ? cancelled : failure.error().code;
+        }
+        EXPECT_EQ(attempts, c.attempts);
+        EXPECT_EQ(pauses, c.pauses);
+        EXPECT_EQ(error, c.error);
+        ASSERT_FALSE(retries.empty());
+        EXPECT_FALSE(retries.front());
+        for (std::size_t i = 1; i < retries.size(); ++i)
+            EXPECT_TRUE(retries[i]);
     }
     // Other domains are never transient, whatever their number.
     EXPECT_FALSE(isTransient(errors::quillstow(ErrorCode(EIO), "same number, other domain")));

@@ -155,6 +155,16 @@ TEST_F(OffsiteSyncerTest, AFailedAttemptIsMadeAgainAfterHalfASecond) {
     EXPECT_EQ(readFile(offsite / "a.txt"), "alpha");
     EXPECT_EQ(fileSystem.calls(FaultyFileSystem::Operation::flushFile), 1)
         << "the copy is flushed before it is swapped in";
+
+    // A stop ends the sync between files only: the file under way still gets its retry.
+    writeFile(backup / "b.txt", "beta");
+    fileSystem.failNext(FaultyFileSystem::Operation::copyItem, ENOSPC);
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_EQ(syncer.copyFile(backup / "b.txt", offsite / "b.txt", stop.get_token()), 4);
+    EXPECT_EQ(readFile(offsite / "b.txt"), "beta");
+    EXPECT_THAT(sleeper.slept, ElementsAre(0.5, 0.5));
+    EXPECT_EQ(filesBelow(offsite).size(), 2u) << "no temporary is left";
 }
 
 TEST_F(OffsiteSyncerTest, AnOffsiteFolderThatCannotBeMadeIsAFolderLoss) {

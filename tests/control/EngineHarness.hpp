@@ -9,133 +9,20 @@
 #include <mutex>
 #include <vector>
 
-#include "../copy/FaultyFileSystem.hpp"
 #include "TestTree.hpp"
 #include "control/BackupServices.hpp"
+#include "control/RecordingNotifier.hpp"
 #include "control/StatusManager.hpp"
+#include "copy/FakeEditors.hpp"
+#include "copy/FakeFileWatcher.hpp"
+#include "copy/FaultyFileSystem.hpp"
+#include "environment/FakePower.hpp"
+#include "environment/FakeVolumes.hpp"
 #include "support/VirtualMainQueue.hpp"
 #include "verify/IntegrityVerifier.hpp"
 #include "verify/OffsiteSyncer.hpp"
 
 namespace quillstow::testing {
-
-class FakePower final : public PowerReadings {
-  public:
-    std::optional<BatteryDescription> internalBatteryDescription() const override {
-        std::lock_guard lock(mutex_);
-        return battery_;
-    }
-    ThermalState thermalState() const override {
-        std::lock_guard lock(mutex_);
-        return heat_;
-    }
-    void setHeat(ThermalState heat) {
-        std::lock_guard lock(mutex_);
-        heat_ = heat;
-    }
-    void setBattery(std::optional<BatteryDescription> battery) {
-        std::lock_guard lock(mutex_);
-        battery_ = std::move(battery);
-    }
-
-  private:
-    mutable std::mutex mutex_;
-    ThermalState heat_ = ThermalState::nominal;
-    std::optional<BatteryDescription> battery_;
-};
-
-// Destinations reachable as the test says, or, once the test hands in removable-media roots of
-// its own, as the real mount table says. Set up before any engine runs.
-class FakeVolumes final : public Volumes {
-  public:
-    bool isDestinationReachable(const std::filesystem::path& url) const override {
-        return byMounts ? Volumes::isDestinationReachable(url) : reachable.load();
-    }
-    void judgeByMounts(std::vector<std::string> roots) {
-        roots_ = std::move(roots);
-        byMounts = true;
-    }
-    std::atomic<bool> reachable{true};
-
-  private:
-    bool byMounts = false;
-};
-
-// A watcher the test fires by hand.
-class FakeFileWatcher final : public FileWatcher {
-  public:
-    void startWatching(const std::filesystem::path& path) override {
-        if (failWith) throw BackupFailure(BackupError::watcherFailed(*failWith));
-        if (watching) return;
-        watching = true;
-        watchedPath = path;
-    }
-    void stopWatching() override { watching = false; }
-    bool isWatching() const override { return watching; }
-
-    void fire() {
-        if (watching && onEventsDetected) onEventsDetected();
-    }
-
-    bool watching = false;
-    std::filesystem::path watchedPath;
-    std::optional<std::string> failWith;
-};
-
-// What an engine holds of a FakeFileWatcher that the harness keeps, so that a test can still
-// look at a watcher the engine has let go: it stops as a watcher does when it goes.
-class HeldFileWatcher final : public FileWatcher {
-  public:
-    explicit HeldFileWatcher(FakeFileWatcher& fake) : fake_(fake) {}
-    ~HeldFileWatcher() override { fake_.stopWatching(); }
-    void startWatching(const std::filesystem::path& path) override {
-        fake_.onEventsDetected = onEventsDetected;
-        fake_.startWatching(path);
-    }
-    void stopWatching() override { fake_.stopWatching(); }
-    bool isWatching() const override { return fake_.isWatching(); }
-
-  private:
-    FakeFileWatcher& fake_;
-};
-
-class FakeEditors final : public RunningEditors {
-  public:
-    EditorSnapshot snapshot() const override {
-        std::lock_guard lock(mutex_);
-        return snapshot_;
-    }
-    void set(EditorSnapshot snapshot) {
-        std::lock_guard lock(mutex_);
-        snapshot_ = std::move(snapshot);
-    }
-
-  private:
-    mutable std::mutex mutex_;
-    EditorSnapshot snapshot_;
-};
-
-class RecordingNotifier final : public Notifier {
-  public:
-    void notifyError(const std::string& pairName, const std::string& message) override {
-        sent.push_back("error: " + pairName + " — " + message);
-    }
-    void notifyLowDisk(const std::string& pairName, std::int64_t available) override {
-        sent.push_back("low disk: " + pairName + " " + std::to_string(available));
-    }
-    void notifyTrashReminder(std::int64_t size) override {
-        sent.push_back("trash: " + std::to_string(size));
-    }
-    void notifyVolumeLost(const std::string& pairName) override {
-        sent.push_back("volume lost: " + pairName);
-    }
-    void notifyBackupComplete(const std::string& pairName, int fileCount,
-                              const std::optional<std::string>& message) override {
-        sent.push_back("complete: " + pairName + " " + std::to_string(fileCount) + " " +
-                       message.value_or("(no message)"));
-    }
-    std::vector<std::string> sent;
-};
 
 // Holds the pass at a chosen copy until the test lets it go.
 class CopyGate {

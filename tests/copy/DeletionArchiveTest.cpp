@@ -4,9 +4,9 @@
 
 #include <cstdlib>
 
-#include "FaultyFileSystem.hpp"
 #include "TestTree.hpp"
 #include "copy/DeletionArchive.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "copy/FileCopier.hpp"
 
 namespace quillstow {

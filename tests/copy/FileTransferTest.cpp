@@ -7,8 +7,8 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include "FaultyFileSystem.hpp"
 #include "TestTree.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "copy/FileTransfer.hpp"
 #include "model/Results.hpp"
 

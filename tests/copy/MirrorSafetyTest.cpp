@@ -10,8 +10,8 @@
 #include <fstream>
 
 #include "DeepTree.hpp"
-#include "FaultyFileSystem.hpp"
 #include "TestTree.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "copy/FileCopier.hpp"
 #include "copy/FileTransfer.hpp"
 #include "copy/StreamedCopy.hpp"

@@ -3,12 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include "FaultyFileSystem.hpp"
 #include "TestTree.hpp"
 #include "copy/Checkpoint.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "copy/FileCopier.hpp"
 #include "support/Json.hpp"
 #include "support/ManualClocks.hpp"
+#include "support/RecordingSleeper.hpp"
 
 namespace quillstow {
 namespace {
@@ -219,10 +220,7 @@ TEST_F(PassStagesTest, APartlyPresentSourceMeetsTheMassRail) {
 }
 
 TEST_F(PassStagesTest, OnlyItemsThatAreCopiedPauseForTheUser) {
-    struct CountingSleeper final : Sleeper {
-        void sleep(double seconds, std::stop_token) const override { pauses.push_back(seconds); }
-        mutable std::vector<double> pauses;
-    } sleeper;
+    RecordingSleeper sleeper;
     const UserActivity away;
     ActivityGate gate(away, sleeper);
     gate.setBandwidthMode(BandwidthMode::quiet);
@@ -236,7 +234,7 @@ TEST_F(PassStagesTest, OnlyItemsThatAreCopiedPauseForTheUser) {
         source, mirror, trash, filterForProfile(BackupProfile::standard), nullptr);
 
     EXPECT_EQ(result.copiedFiles, 2);
-    EXPECT_EQ(sleeper.pauses, (std::vector<double>{0.030, 0.030}));
+    EXPECT_EQ(sleeper.slept, (std::vector<double>{0.030, 0.030}));
 }
 
 }  // namespace

@@ -7,8 +7,9 @@
 
 #include <algorithm>
 
-#include "FaultyFileSystem.hpp"
 #include "TestTree.hpp"
+#include "copy/FakeEditors.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "copy/FileCopier.hpp"
 #include "copy/FileTransfer.hpp"
 #include "copy/SourceListing.hpp"
@@ -24,12 +25,6 @@ using namespace std::chrono;
 using Op = FaultyFileSystem::Operation;
 namespace fs = std::filesystem;
 
-class FixedEditors final : public RunningEditors {
-  public:
-    EditorSnapshot snapshot() const override { return editors; }
-    EditorSnapshot editors;
-};
-
 class ScanAndCopyTest : public ::testing::Test {
   protected:
     TemporaryFolder root;
@@ -37,7 +32,7 @@ class ScanAndCopyTest : public ::testing::Test {
     fs::path mirror = root / "drive/Quillstow/Work";
     fs::path trash = root / "drive/.Quillstow-Trash";
     FaultyFileSystem fileSystem;
-    FixedEditors editors;
+    FakeEditors editors;
     ManualWallClock wallClock{referenceDate()};
     ManualClock clock;
     FileCopier copier{fileSystem, editors, wallClock, clock};
@@ -315,9 +310,11 @@ TEST_F(ScanAndCopyTest, AFileOpenInAnEditorWaitsAndCountsForEveryRunningEditor) 
     writeFile(source / "current.blend", "unchanged", referenceDate());
     writeFile(mirror / "current.blend", "unchanged", referenceDate());
     writeFile(source / "free.txt", "free");
-    editors.editors.names = {"Blender", "Krita"};
-    editors.editors.openPaths = {paths::resolved(source / "edit.blend").native(),
-                                 paths::resolved(source / "current.blend").native()};
+    EditorSnapshot running;
+    running.names = {"Blender", "Krita"};
+    running.openPaths = {paths::resolved(source / "edit.blend").native(),
+                         paths::resolved(source / "current.blend").native()};
+    editors.set(running);
 
     const BackupResult result = pass();
 

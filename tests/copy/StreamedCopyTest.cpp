@@ -6,11 +6,12 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include "FaultyFileSystem.hpp"
 #include "TestTree.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "copy/FileCopier.hpp"
 #include "copy/FileTransfer.hpp"
 #include "copy/StreamedCopy.hpp"
+#include "support/RecordingSleeper.hpp"
 
 namespace quillstow {
 namespace {
@@ -149,17 +150,14 @@ TEST_F(StreamedCopyTest, KeepsModeTimesAndEveryExtendedAttribute) {
 }
 
 TEST_F(StreamedCopyTest, ChunksPauseWhileTheGateThrottles) {
-    struct CountingSleeper final : Sleeper {
-        void sleep(double seconds, std::stop_token) const override { slept += seconds; }
-        mutable double slept = 0;
-    } sleeper;
+    RecordingSleeper sleeper;
     const UserActivity away;
     ActivityGate gate(away, sleeper);
     gate.setBandwidthMode(BandwidthMode::quiet);
     StreamContext context;
     context.gate = &gate;
     stream(context);
-    EXPECT_DOUBLE_EQ(sleeper.slept, 6 * 0.002);
+    EXPECT_EQ(sleeper.slept, std::vector<double>(6, 0.002));
 }
 
 TEST(StreamThreshold, SixtyFourMebibytesAreStreamedAndOneByteLessIsNot) {

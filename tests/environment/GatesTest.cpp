@@ -2,10 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include "environment/FakePower.hpp"
 #include "environment/Gates.hpp"
+#include "support/RecordingSleeper.hpp"
 
 namespace quillstow {
 namespace {
+
+using testing::FakePower;
+using testing::RecordingSleeper;
 
 class FakeActivity final : public UserActivity {
   public:
@@ -15,12 +20,6 @@ class FakeActivity final : public UserActivity {
     }
     double idle = 1e9;
     mutable int reads = 0;
-};
-
-class RecordingSleeper final : public Sleeper {
-  public:
-    void sleep(double seconds, std::stop_token) const override { sleeps.push_back(seconds); }
-    mutable std::vector<double> sleeps;
 };
 
 class ActivityGateTest : public ::testing::Test {
@@ -37,7 +36,7 @@ TEST_F(ActivityGateTest, FullNeverReadsTheIdleTimeNorPauses) {
     gate.pauseBetweenFiles({});
     gate.pauseBetweenChunks();
     EXPECT_EQ(activity.reads, 0);
-    EXPECT_TRUE(sleeper.sleeps.empty());
+    EXPECT_TRUE(sleeper.slept.empty());
 }
 
 TEST_F(ActivityGateTest, QuietPausesEvenWhenTheUserIsLongGone) {
@@ -46,7 +45,7 @@ TEST_F(ActivityGateTest, QuietPausesEvenWhenTheUserIsLongGone) {
     EXPECT_TRUE(gate.isThrottling());
     gate.pauseBetweenFiles({});
     gate.pauseBetweenChunks();
-    EXPECT_EQ(sleeper.sleeps, (std::vector<double>{0.030, 0.002}));
+    EXPECT_EQ(sleeper.slept, (std::vector<double>{0.030, 0.002}));
 }
 
 TEST_F(ActivityGateTest, AutoPausesBelowOneHundredTwentySecondsOfIdleOnly) {
@@ -57,7 +56,7 @@ TEST_F(ActivityGateTest, AutoPausesBelowOneHundredTwentySecondsOfIdleOnly) {
     EXPECT_FALSE(gate.isThrottling());
     gate.pauseBetweenFiles({});
     gate.pauseBetweenChunks();
-    EXPECT_EQ(sleeper.sleeps, (std::vector<double>{0.010}));
+    EXPECT_EQ(sleeper.slept, (std::vector<double>{0.010}));
     EXPECT_EQ(activity.reads, 5) << "read afresh at every call";
 }
 
@@ -76,24 +75,6 @@ TEST(Sleeper, AStopRequestCutsThePauseShort) {
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5));
 }
 
-class FakePower final : public PowerReadings {
-  public:
-    std::optional<BatteryDescription> internalBatteryDescription() const override {
-        return battery;
-    }
-    ThermalState thermalState() const override { return heat; }
-    bool isLowPowerModeEnabled() const override { return lowPower; }
-
-    std::optional<BatteryDescription> battery;
-    ThermalState heat = ThermalState::nominal;
-    bool lowPower = false;
-
-    void setBattery(std::int64_t current, std::int64_t max, const char* state) {
-        battery = BatteryDescription{current, max,
-                                     state ? std::optional<std::string>(state) : std::nullopt};
-    }
-};
-
 TEST(PowerGate, ABatteryUnderThirtyPercentPausesOnlyOffAC) {
     FakePower power;
     power.setBattery(29, 100, "Battery Power");
@@ -110,24 +91,24 @@ TEST(PowerGate, ABatteryUnderThirtyPercentPausesOnlyOffAC) {
 TEST(PowerGate, HeatComesBeforePowerSavingWhichComesBeforeTheBattery) {
     FakePower power;
     power.setBattery(10, 100, "Battery Power");
-    power.lowPower = true;
-    power.heat = ThermalState::serious;
+    power.setLowPower(true);
+    power.setHeat(ThermalState::serious);
     EXPECT_EQ(powerPauseReason(power),
               "Your computer is running hot — will resume when it cools down.");
-    power.heat = ThermalState::critical;
+    power.setHeat(ThermalState::critical);
     EXPECT_EQ(powerPauseReason(power),
               "Your computer is running hot — will resume when it cools down.");
-    power.heat = ThermalState::fair;
+    power.setHeat(ThermalState::fair);
     EXPECT_EQ(powerPauseReason(power),
               "Power saver mode is on — will resume when disabled or plugged in.");
-    power.lowPower = false;
+    power.setLowPower(false);
     EXPECT_EQ(powerPauseReason(power), "Battery at 10% — will resume when plugged in.");
 }
 
 TEST(PowerGate, PowerSavingPausesOnACToo) {
     FakePower power;
     power.setBattery(100, 100, "AC Power");
-    power.lowPower = true;
+    power.setLowPower(true);
     EXPECT_TRUE(powerPauseReason(power));
 }
 
@@ -141,7 +122,7 @@ TEST(PowerGate, EveryDoubtResolvesTowardsRunning) {
     EXPECT_FALSE(batteryPercent(power)) << "no division by a zero maximum";
     EXPECT_FALSE(powerPauseReason(power));
 
-    power.battery = BatteryDescription{5, std::nullopt, "Battery Power"};
+    power.setBattery(BatteryDescription{5, std::nullopt, "Battery Power"});
     EXPECT_FALSE(powerPauseReason(power));
 
     power.setBattery(5, 100, nullptr);

@@ -7,9 +7,9 @@
 
 #include <future>
 
-#include "FakeTrigger.hpp"
 #include "LogCapture.hpp"
 #include "TestTree.hpp"
+#include "environment/FakeTrigger.hpp"
 #include "environment/VolumeReconnector.hpp"
 #include "support/VirtualMainQueue.hpp"
 

@@ -5,9 +5,9 @@
 
 #include <fstream>
 
-#include "../copy/FaultyFileSystem.hpp"
 #include "PrivateMounts.hpp"
 #include "TestTree.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "copy/FileCopier.hpp"
 #include "copy/FileTransfer.hpp"
 #include "environment/VolumeSpace.hpp"

@@ -4,10 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "../copy/FaultyFileSystem.hpp"
 #include "LogCapture.hpp"
 #include "PrivateMounts.hpp"
 #include "TestTree.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "environment/VolumeSpace.hpp"
 #include "support/FileInfo.hpp"
 #include "support/ManualClocks.hpp"

@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "../copy/FaultyFileSystem.hpp"
 #include "PrivateMounts.hpp"
 #include "TestTree.hpp"
 #include "copy/Checkpoint.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "copy/FileCopier.hpp"
 
 namespace quillstow {

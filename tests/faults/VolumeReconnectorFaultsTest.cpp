@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "../control/EngineHarness.hpp"
-#include "../environment/FakeTrigger.hpp"
 #include "LogCapture.hpp"
 #include "PrivateMounts.hpp"
+#include "environment/FakeTrigger.hpp"
 
 namespace quillstow {
 namespace {

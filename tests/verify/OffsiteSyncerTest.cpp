@@ -5,11 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "../copy/FaultyFileSystem.hpp"
 #include "TestTree.hpp"
 #include "copy/ExclusionFilter.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "support/FileInfo.hpp"
 #include "support/ManualClocks.hpp"
+#include "support/RecordingSleeper.hpp"
 #include "verify/OffsiteSyncer.hpp"
 
 namespace quillstow {
@@ -19,12 +20,6 @@ using namespace testing;
 using namespace std::chrono;
 using ::testing::ElementsAre;
 namespace fs = std::filesystem;
-
-class RecordingSleeper final : public Sleeper {
-  public:
-    void sleep(double seconds, std::stop_token) const override { slept.push_back(seconds); }
-    mutable std::vector<double> slept;
-};
 
 class OffsiteSyncerTest : public ::testing::Test {
   protected:

@@ -60,12 +60,11 @@ std::string authority(const MountSpec& spec, const std::string& hostKey) {
     if (!domain.empty() && !user.empty()) {
         user = fileurls::percentEncoded(domain, ":@;/") + ";" + user;
     }
-    std::string host = spec.value(hostKey);
+    std::string host = fileurls::percentEncoded(spec.value(hostKey), "/@[]");
     // An IPv6 address is bracketed in a URI.
     if (host.find(':') != std::string::npos) host = "[" + host + "]";
     const std::string port = spec.value("port");
-    return (user.empty() ? "" : user + "@") + fileurls::percentEncoded(host, "/@") +
-           (port.empty() ? "" : ":" + port);
+    return (user.empty() ? "" : user + "@") + host + (port.empty() ? "" : ":" + port);
 }
 
 // The server's folder that the location stands for, with the slash that ends a folder.

@@ -104,8 +104,8 @@ void VolumeReconnector::stop() {
     for (const auto& [id, flight] : inFlight_)
         flight.giveUp.cancel();
     inFlight_.clear();
-    // A probe that answers later finds no one: a new link is what the next start listens on.
     hungProbes_.clear();
+    // A probe that answers later finds no one: a new link is what the next start listens on.
     link_->cut();
     link_ = std::make_shared<Link>(mainQueue_, *this);
 }

@@ -73,6 +73,13 @@ TaskHandle TaskRunner::start(Body body) {
     return TaskHandle(std::move(state));
 }
 
+void startAbandonableTask(std::function<void()> body) {
+    std::thread([body = std::move(body)] {
+        lowerToUtilityPriority();
+        body();
+    }).detach();
+}
+
 void TaskRunner::waitUntilIdle() {
     std::unique_lock lock(mutex_);
     idle_.wait(lock, [&] { return running_ == 0; });

@@ -391,16 +391,7 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
                                      const Path& trashRoot, const ExclusionFilter& filter,
                                      const ProgressCallback& onProgress,
                                      std::stop_token stop) const {
-    const Date startDate = wallClock_.now();
-    const double startTime = clock_.now();
-    transfer::MirrorRoot root = checkBeforeTouching(fileManager_, source, destination);
-    const CheckpointGuard checkpoint(destination, startDate);
-    const PassPlan plan = planPass(source, destination, filter);
-    BackupResult result = Pass({fileManager_, editors_, gate_}, plan, std::move(root), trashRoot,
-                               startDate, onProgress, stop)
-                              .run();
-    result.duration = clock_.now() - startTime;
-    return result;
+    return scanAndCopy(planPass(source, destination, filter), trashRoot, onProgress, stop);
 }
 
 BackupResult FileCopier::scanAndCopy(const PassPlan& plan, const Path& trashRoot,
@@ -413,13 +404,16 @@ BackupResult FileCopier::scanAndCopy(const PassPlan& plan, const Path& trashRoot
     BackupResult result = Pass({fileManager_, editors_, gate_}, plan, std::move(root), trashRoot,
                                startDate, onProgress, stop)
                               .run();
-    result.duration = clock_.now() - startTime;
+    result.duration = plan.walkSeconds + (clock_.now() - startTime);
     return result;
 }
 
 PassPlan FileCopier::planPass(const Path& source, const Path& destination,
                               const ExclusionFilter& filter) const {
-    return quillstow::planPass(fileManager_, source, destination, filter);
+    const double startTime = clock_.now();
+    PassPlan plan = quillstow::planPass(fileManager_, source, destination, filter);
+    plan.walkSeconds = clock_.now() - startTime;
+    return plan;
 }
 
 std::vector<std::string> FileCopier::differingSizes(

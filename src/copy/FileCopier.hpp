@@ -47,7 +47,7 @@ class FileCopier {
     BackupResult scanAndCopy(const PassPlan& plan, const Path& trashRoot,
                              const ProgressCallback& onProgress, std::stop_token stop = {}) const;
 
-    // The same, with the checks first and the plan made after them, for a caller that has none.
+    // The same with a plan of its own, for a caller that has none.
     BackupResult scanAndCopy(const Path& source, const Path& destination, const Path& trashRoot,
                              const ExclusionFilter& filter, const ProgressCallback& onProgress,
                              std::stop_token stop = {}) const;

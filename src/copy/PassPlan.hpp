@@ -58,6 +58,8 @@ struct PassPlan {
     std::vector<std::string> orphans;
     // Relative paths of the entries of the mirror named as temporaries, wherever they lie.
     std::vector<std::string> staleTemporaries;
+    // How long the two walks took: part of the pass's duration.
+    double walkSeconds = 0;
 };
 
 // Walks `source` and `destination` once each, side by side. A tree that can't be opened lists

@@ -204,6 +204,34 @@ TEST(PassPlan, AMissingMirrorPlansEverythingAndAMissingSourceNothing) {
     EXPECT_TRUE(none.orphans.empty());
 }
 
+TEST(PassPlan, TheSweepRemovesTheTemporariesItFoundAndNothingElse) {
+    TemporaryFolder root;
+    const fs::path mirror = root / "mirror";
+    makeFolder(root / "source");
+    writeFile(mirror / ".quillstowtmp-1234ABCD-a.txt", "partial");
+    writeFile(mirror / "x/y/.quillstowresume-100-big.mov", "partial");
+    writeFile(mirror / "x/.quillstowtmp-99999999-Song.band/inner", "partial tree");
+    writeFile(mirror / "Old.app/.quillstowtmp-99999999-in", "partial");
+    writeFile(mirror / "node_modules/.quillstowtmp-99999999-in", "partial");
+    writeFile(mirror / "x/keep.txt", "keep");
+    writeFile(mirror / "quillstowtmp-no-dot", "keep");
+    writeFile(root / "elsewhere/.quillstowtmp-1234ABCD-b.txt", "not ours to sweep");
+    makeLink(mirror / "link", root / "elsewhere");
+
+    LocalFileSystem fileSystem;
+    const FileCopier copier(fileSystem);
+    const auto filter = filterForProfile(BackupProfile::standard);
+    copier.removeStaleTemporaries(copier.planPass(root / "source", mirror, filter));
+    EXPECT_EQ(filesBelow(mirror), (std::map<std::string, std::string>{
+                                      {"quillstowtmp-no-dot", "keep"}, {"x/keep.txt", "keep"}}));
+    EXPECT_TRUE(fs::exists(root / "elsewhere/.quillstowtmp-1234ABCD-b.txt"));
+
+    // Never in a folder the path rules refuse: here the source itself.
+    writeFile(root / "source/.quillstowtmp-1234ABCD-c.txt", "a user's file");
+    copier.removeStaleTemporaries(copier.planPass(root.path(), root / "source", filter));
+    EXPECT_TRUE(fs::exists(root / "source/.quillstowtmp-1234ABCD-c.txt"));
+}
+
 // The sweep, the room, the copy and the archive of a run read one plan: the source and the
 // mirror are walked once each, whatever the run finds to do.
 TEST(PassPlan, ARunWalksEachTreeOnce) {

@@ -1,12 +1,13 @@
 #pragma once
 
-// One pass over a source folder: the checks, the listing, a copy of every item that differs
-// from the mirror, and the result. The pass is one-way and never deletes: the source is only
-// read, and the mirror changes only by swaps of whole items.
+// One pass over a source folder, in the steps of its data: the plan (one walk of the source and
+// one of the mirror, side by side), the checks, a copy of every item the plan names, the archive
+// of what left the source, and the result. The pass is one-way and never deletes: the source is
+// only read, and the mirror changes only by swaps of whole items and moves into the archive.
 //
-// A FileCopier has no state of its own, so one instance may serve many passes. A pass runs on
-// one background task and polls its stop token between items; onProgress is called on that
-// task.
+// A FileCopier has no state of its own, so one instance may serve many passes. A pass and its
+// plan run on one background task (the plan walks the mirror on a thread of its own meanwhile);
+// the pass polls its stop token between items, and onProgress is called on that task.
 
 #include <cstdint>
 #include <filesystem>

@@ -18,8 +18,12 @@ Cases (trees: FILES small files in FOLDERS folders, and one file of BIG_MIB MiB)
 Every timed run touches 3.5 GiB of memory first: memory freed a few seconds ago goes back to the
 host, and the first run after it would pay for getting it again.
 
+With --baseline, the no-op and 1%-changed re-runs also run that build of quillstow-pass on a
+mirror of its own, side by side with the others: a change measured before and after in one run.
+
 usage: bench/compare.py [--work DIR] [--files N] [--folders N] [--big-mib N] [--rounds N]
                         [--cases first,noop,changed,big,quiet] [--tool PATH] [--walker PATH]
+                        [--baseline PATH]
 """
 
 import argparse
@@ -146,11 +150,13 @@ def main():
     parser.add_argument("--cases", default="first,noop,changed,big")
     parser.add_argument("--tool", default=os.path.join(BUILD, "tools", "quillstow-pass"))
     parser.add_argument("--walker", default=os.path.join(BUILD, "bench", "quillstow-stat-walk"))
+    parser.add_argument("--baseline", help="another quillstow-pass to run beside --tool")
     args = parser.parse_args()
     cases = set(args.cases.split(","))
     folders = args.folders or max(1, args.files // 20)
 
-    for program in ("rsync", "cp", "/usr/bin/time", args.tool, args.walker):
+    for program in ("rsync", "cp", "/usr/bin/time", args.tool, args.walker) + (
+            (args.baseline,) if args.baseline else ()):
         if not shutil.which(program):
             sys.exit(f"missing: {program}")
     if args.rounds < 1:
@@ -165,6 +171,7 @@ def main():
     make_small_tree(small, args.files, folders)
     items = count_items(small)
     tool, walker = os.path.abspath(args.tool), os.path.abspath(args.walker)
+    baseline = os.path.abspath(args.baseline) if args.baseline else None
     bench = Bench(args.rounds)
 
     def fresh(name):
@@ -188,24 +195,34 @@ def main():
                 remove(os.path.join(out, f"{name}-{r}"))
 
     q_mirror, r_mirror = os.path.join(out, "q-mirror"), os.path.join(out, "r-mirror")
+    b_mirror = os.path.join(out, "b-mirror")
+
+    def with_baseline(commands, name, anchor_free_command):
+        if baseline:
+            commands.append((name, anchor_free_command))
+        return commands
     if cases & {"noop", "changed", "quiet"}:
         print("making the mirrors of the re-runs (untimed)", flush=True)
         subprocess.run([tool, small, q_mirror], check=True, stdout=subprocess.DEVNULL)
         subprocess.run(["rsync", "-a", f"{small}/", f"{r_mirror}/"], check=True)
+        if baseline:
+            subprocess.run([baseline, small, b_mirror], check=True, stdout=subprocess.DEVNULL)
 
     if "noop" in cases:
-        bench.interleave(f"re-run of {items} items, nothing changed", [
+        bench.interleave(f"re-run of {items} items, nothing changed", with_baseline([
             ("quillstow no-op", lambda r: f"{tool} {small} {q_mirror}"),
             ("rsync -a no-op", lambda r: f"rsync -a {small}/ {r_mirror}/"),
             ("stat walk of both trees", lambda r: f"{walker} {small} {q_mirror}"),
-        ])
+        ], "baseline no-op", lambda r: f"{baseline} {small} {b_mirror}"))
 
     if "changed" in cases:
         changed = []
-        bench.interleave("re-run after 1% of the files changed", [
+        bench.interleave("re-run after 1% of the files changed", with_baseline([
             ("quillstow 1% changed", lambda r: f"{tool} {small} {q_mirror}"),
             ("rsync -a && sync 1% changed", lambda r: f"rsync -a {small}/ {r_mirror}/ && sync"),
-        ], lambda r: changed.append(change_one_percent(small, seed=100 + r)))
+            ("stat walk of both trees, 1%", lambda r: f"{walker} {small} {q_mirror}"),
+        ], "baseline 1% changed", lambda r: f"{baseline} {small} {b_mirror}"),
+            lambda r: changed.append(change_one_percent(small, seed=100 + r)))
 
     if "quiet" in cases:
         quiet_changed = []
@@ -229,6 +246,12 @@ def main():
     bench.ratio("quillstow no-op", "rsync -a no-op", 0.6)
     bench.ratio("quillstow no-op", "stat walk of both trees", 1.3)
     bench.ratio("quillstow 1% changed", "rsync -a && sync 1% changed")
+    bench.ratio("quillstow 1% changed", "stat walk of both trees, 1%")
+    bench.ratio("quillstow no-op", "baseline no-op")
+    bench.ratio("baseline no-op", "rsync -a no-op")
+    bench.ratio("baseline no-op", "stat walk of both trees")
+    bench.ratio("quillstow 1% changed", "baseline 1% changed")
+    bench.ratio("baseline 1% changed", "rsync -a && sync 1% changed")
     bench.ratio("quillstow big", "cp -a && sync big", 1.0)
     if "quillstow no-op" in bench.results:
         peak = bench.results["quillstow no-op"][1] * 1024

@@ -149,13 +149,13 @@ int main(int argc, char** argv) {
     gate.setBandwidthMode(arguments.bandwidth);
     FileCopier copier(fileSystem, editors, wallClock, clock, gate);
 
-    // As before every pass of the engine: what an interrupted pass left is swept first, once
-    // the path rules accept the two folders.
-    copier.removeStaleTemporaries(arguments.source, arguments.destination);
+    // As the engine runs a pass: one plan from one walk of each tree; what an interrupted pass
+    // left is swept first, once the path rules accept the two folders.
+    const PassPlan plan = copier.planPass(arguments.source, arguments.destination,
+                                          filterForProfile(arguments.profile));
+    copier.removeStaleTemporaries(plan);
     try {
-        const BackupResult result =
-            copier.scanAndCopy(arguments.source, arguments.destination, trash,
-                               filterForProfile(arguments.profile), nullptr, interrupts.token());
+        const BackupResult result = copier.scanAndCopy(plan, trash, nullptr, interrupts.token());
         std::cout << json::write(toJson(result)) << "\n";
         return 0;
     } catch (const FileOperationFailure& failure) {

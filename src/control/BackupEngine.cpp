@@ -288,15 +288,14 @@ void BackupEngine::handleOutcome(BackupQueue::JobOutcome outcome, const BackupPa
 }
 
 bool BackupEngine::hasEnoughSpace(const BackupPair& pair, const RunPaths& paths,
-                                  const ExclusionFilter& filter, std::uint64_t generation) {
+                                  const PassPlan& plan, std::uint64_t generation) {
     const auto available = services_.volumes.availableCapacity(paths.chosen);
     if (!available) return true;
     std::optional<BackupError> shortage;
     const auto sourceVolume = services_.volumes.volumeIdentifier(paths.source);
     const auto destinationVolume = services_.volumes.volumeIdentifier(paths.chosen);
     if (!sourceVolume || !destinationVolume || *sourceVolume != *destinationVolume) {
-        const std::int64_t estimate =
-            fileCopier_.estimateBytesToCopy(paths.source, paths.pairFolder, filter);
+        const std::int64_t estimate = plan.bytesToCopy;
         if (estimate >= 1 && *available < estimate + estimateHeadroom) {
             shortage = BackupError::diskSpaceLow(*available, estimate + estimateHeadroom);
         }
@@ -334,16 +333,18 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
 
     const RunPaths paths = pathsFor(pair);
     const ExclusionFilter filter = filterForPair(pair);
+    // One walk of each tree for the whole run: the sweep, the room and the pass read its plan.
+    const PassPlan plan = fileCopier_.planPass(paths.source, paths.pairFolder, filter);
     // Before the room is measured: a partial file of a pass that was cut off would otherwise
     // count against every pass that follows.
-    fileCopier_.removeStaleTemporaries(paths.source, paths.pairFolder);
-    if (!hasEnoughSpace(pair, paths, filter, generation)) return;
+    fileCopier_.removeStaleTemporaries(plan);
+    if (!hasEnoughSpace(pair, paths, plan, generation)) return;
     lastProgressTickTime_ = 0;
     BackupResult result;
     try {
         validateLocation(paths.chosen);
         result = fileCopier_.scanAndCopy(
-            paths.source, paths.pairFolder, paths.archiveRoot, filter,
+            plan, paths.archiveRoot,
             [this, generation](double progress, const std::string& file) {
                 onProgress(progress, file, generation);
             },

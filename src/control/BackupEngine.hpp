@@ -121,8 +121,8 @@ class BackupEngine : public std::enable_shared_from_this<BackupEngine> {
     void runTrigger(const BackupPair& pair, std::uint64_t generation, std::stop_token stop);
     void runBackup(const BackupPair& pair, std::uint64_t generation, std::stop_token stop);
     void handleOutcome(BackupQueue::JobOutcome outcome, const BackupPair& pair);
-    bool hasEnoughSpace(const BackupPair& pair, const RunPaths& paths,
-                        const ExclusionFilter& filter, std::uint64_t generation);
+    bool hasEnoughSpace(const BackupPair& pair, const RunPaths& paths, const PassPlan& plan,
+                        std::uint64_t generation);
     void followUp(const BackupPair& pair, const RunPaths& paths, const BackupResult& result,
                   std::uint64_t generation, std::stop_token stop);
     // Keeps the hashes up and reads what the summary of the pass needs.

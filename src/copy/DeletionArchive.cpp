@@ -4,9 +4,9 @@
 
 #include <cerrno>
 #include <ctime>
-#include <unordered_set>
 
 #include "copy/FileTransfer.hpp"
+#include "copy/PassPlan.hpp"
 #include "copy/PathRules.hpp"
 #include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
@@ -16,28 +16,6 @@
 namespace quillstow {
 
 namespace fs = std::filesystem;
-
-std::vector<std::string> listDestination(const fs::path& destination,
-                                         const ExclusionFilter& filter) {
-    std::vector<std::string> items;
-    walkTree(paths::resolved(destination), WalkDetail::typeOnly, [&](const WalkEntry& entry) {
-        const EntryRole role = roleOf(entry.name, entry.info, filter, true);
-        if (role == EntryRole::item) items.push_back(entry.relativePath);
-        return role == EntryRole::folder;
-    });
-    return items;
-}
-
-MirrorListing listMirror(const fs::path& destination, const ExclusionFilter& filter) {
-    MirrorListing mirror;
-    walkTree(paths::resolved(destination), WalkDetail::metadata, [&](const WalkEntry& entry) {
-        mirror.entries.emplace(entry.relativePath, entry.info);
-        const EntryRole role = roleOf(entry.name, entry.info, filter, true);
-        if (role == EntryRole::item) mirror.items.push_back(entry.relativePath);
-        return role == EntryRole::folder;
-    });
-    return mirror;
-}
 
 std::string datedFolderName(Date date) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(
@@ -128,19 +106,6 @@ std::optional<FileOperationError> archiveRefusal(const fs::path& source, std::si
                                   "measure.")};
     }
     return std::nullopt;
-}
-
-std::vector<std::string> orphansOf(const std::vector<std::string>& mirrorItems,
-                                   const std::vector<ListedItem>& sourceItems) {
-    std::unordered_set<std::string_view> sourcePaths;
-    sourcePaths.reserve(sourceItems.size());
-    for (const auto& item : sourceItems)
-        sourcePaths.insert(item.relativePath);
-    std::vector<std::string> orphans;
-    for (const auto& item : mirrorItems) {
-        if (!sourcePaths.contains(item)) orphans.push_back(item);
-    }
-    return orphans;
 }
 
 namespace {
@@ -252,21 +217,19 @@ int archiveOrphans(ArchiveMover& mover, const fs::path& source, const transfer::
 
 int archiveOrphans(FileSystem& fileSystem, const fs::path& source, const fs::path& destination,
                    const fs::path& trashRoot, const ExclusionFilter& filter, Date start,
-                   const std::vector<ListedItem>& sourceItems, BackupResult& result,
-                   std::stop_token stop) {
+                   BackupResult& result, std::stop_token stop) {
     transfer::MirrorRoot root{destination, 0};
     try {
         root = transfer::MirrorRoot::at(destination);
     } catch (const Failure&) {
         // Judged as gone by the phase itself.
     }
-    const std::vector<std::string> mirrorItems = listDestination(destination, filter);
-    const std::vector<std::string> orphans = orphansOf(mirrorItems, sourceItems);
+    const PassPlan plan = planPass(fileSystem, source, destination, filter);
     ArchiveMover mover(fileSystem, root, trashRoot, start);
-    return archiveOrphans(
-        mover, source, root, orphans,
-        archiveRefusal(source, sourceItems.size(), mirrorItems.size(), orphans.size()), result,
-        stop);
+    return archiveOrphans(mover, source, root, plan.orphans,
+                          archiveRefusal(source, plan.listing.items.size(), plan.mirrorItemCount,
+                                         plan.orphans.size()),
+                          result, stop);
 }
 
 }  // namespace quillstow

@@ -12,7 +12,6 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "copy/ExclusionFilter.hpp"
@@ -26,19 +25,6 @@ namespace quillstow {
 
 inline constexpr double massRailRatio = 0.9;
 inline constexpr int massRailFloor = 10;
-
-// The items of a mirror as relative paths, found as the source's are; temporaries, internal
-// files, links and excluded names are no items, so they are never taken for orphans.
-std::vector<std::string> listDestination(const std::filesystem::path& destination,
-                                         const ExclusionFilter& filter);
-
-// The mirror as a pass finds it before copying: its items as listDestination gives them, and
-// what stands at every path the walk met (links and folders too), for the change test.
-struct MirrorListing {
-    std::vector<std::string> items;
-    std::unordered_map<std::string, FileInfo, StringHash, std::equal_to<>> entries;
-};
-MirrorListing listMirror(const std::filesystem::path& destination, const ExclusionFilter& filter);
 
 // "yyyy-MM-dd" of the date in the local time zone.
 std::string datedFolderName(Date date);
@@ -63,10 +49,6 @@ int massRailThreshold(std::size_t mirrorCount);
 std::optional<FileOperationError> archiveRefusal(const std::filesystem::path& source,
                                                  std::size_t sourceCount, std::size_t mirrorCount,
                                                  std::size_t orphanCount);
-
-// The mirror's items, in listing order, that have no item of the same path in the source.
-std::vector<std::string> orphansOf(const std::vector<std::string>& mirrorItems,
-                                   const std::vector<ListedItem>& sourceItems);
 
 // Moves items of one mirror into its archive's day folder, {trashRoot}/{yyyy-MM-dd}/{relative
 // path}, keeping their paths; a name taken already gets "-{8 characters}" after its stem. It
@@ -104,11 +86,10 @@ int archiveOrphans(ArchiveMover& mover, const std::filesystem::path& source,
                    const std::optional<FileOperationError>& refusal, BackupResult& result,
                    std::stop_token stop);
 
-// The same phase on a mirror as listDestination finds it.
+// The same phase on the orphans of a plan of the two folders.
 int archiveOrphans(FileSystem& fileSystem, const std::filesystem::path& source,
                    const std::filesystem::path& destination, const std::filesystem::path& trashRoot,
-                   const ExclusionFilter& filter, Date start,
-                   const std::vector<ListedItem>& sourceItems, BackupResult& result,
+                   const ExclusionFilter& filter, Date start, BackupResult& result,
                    std::stop_token stop);
 
 }  // namespace quillstow

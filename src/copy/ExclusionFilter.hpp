@@ -17,7 +17,9 @@ namespace quillstow {
 
 struct StringHash {
     using is_transparent = void;
-    std::size_t operator()(std::string_view text) const noexcept {
+    // Not noexcept on purpose: the standard library then keeps each key's hash in its node, so a
+    // lookup in a table of a million paths never hashes a neighbour's key again.
+    std::size_t operator()(std::string_view text) const {
         return std::hash<std::string_view>{}(text);
     }
 };

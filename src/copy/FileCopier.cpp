@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <thread>
 #include <unordered_set>
 
 #include "copy/Checkpoint.hpp"
@@ -12,7 +11,6 @@
 #include "copy/FileTransfer.hpp"
 #include "copy/PathRules.hpp"
 #include "copy/ProfileRecommendation.hpp"
-#include "copy/SourceListing.hpp"
 #include "copy/SwapBatch.hpp"
 #include "environment/MountTable.hpp"
 #include "support/FileInfo.hpp"
@@ -32,37 +30,9 @@ const MonotonicClock monotonicClock;
 // Every how many items the two top folders are checked for presence.
 constexpr std::size_t volumeCheckInterval = 10;
 
-// Whether `path` is `folder` or lies below it; "" holds everything.
-bool isAtOrBelow(std::string_view path, std::string_view folder) {
-    if (folder.empty() || path == folder) return true;
-    return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
-}
-
 bool isAtOrBelowAny(std::string_view path, const std::vector<std::string>& folders) {
     return std::any_of(folders.begin(), folders.end(),
                        [&](const std::string& folder) { return isAtOrBelow(path, folder); });
-}
-
-using MirrorEntries = decltype(MirrorListing::entries);
-
-// The item of the mirror that stands where the copy of `relative` must go: a file or a link
-// where one of its folders belongs, or an item of another kind at its own path (a folder where
-// a file goes, a link). It holds backups of its own, so it goes to the archive, never away.
-std::optional<std::string> obstacleFor(const std::string& relative, const FileInfo& sourceInfo,
-                                       const MirrorEntries& entries) {
-    for (auto slash = relative.find('/'); slash != std::string::npos;
-         slash = relative.find('/', slash + 1)) {
-        const auto folder = entries.find(std::string_view(relative).substr(0, slash));
-        if (folder == entries.end()) return std::nullopt;
-        if (!folder->second.isDirectory()) return relative.substr(0, slash);
-    }
-    const auto found = entries.find(relative);
-    if (found == entries.end()) return std::nullopt;
-    const FileInfo& inMirror = found->second;
-    if (inMirror.isSymbolicLink() || inMirror.isDirectory() != sourceInfo.isDirectory()) {
-        return relative;
-    }
-    return std::nullopt;
 }
 
 [[noreturn]] void raise(const Path& url, const char* operation, Error error) {
@@ -115,8 +85,12 @@ transfer::MirrorRoot checkBeforeTouching(FileSystem& fileSystem, const Path& sou
     }
 }
 
-// One pass, in the steps of its data: the two listings side by side, the copy of each item that
-// differs, the archive of what left the source, and the folders' dates last.
+// How the copy of the items ended: through the list (or stopped), or by a volume that left, after
+// which nothing is archived.
+enum class CopyOutcome { finished, volumeLost };
+
+// One pass over its plan, in the steps of its data: what the listing tells the result, the copy
+// of each item the plan names, the archive of what left the source, and the folders' dates last.
 class Pass {
   public:
     struct Services {
@@ -125,23 +99,21 @@ class Pass {
         const ActivityGate& gate;
     };
 
-    Pass(Services services, const Path& source, transfer::MirrorRoot root, const Path& trashRoot,
-         Date start, const ExclusionFilter& filter, const FileCopier::ProgressCallback& onProgress,
-         std::stop_token stop)
+    Pass(Services services, const PassPlan& plan, transfer::MirrorRoot root, const Path& trashRoot,
+         Date start, const FileCopier::ProgressCallback& onProgress, std::stop_token stop)
         : services_(services),
-          source_(source),
+          plan_(plan),
           root_(std::move(root)),
-          sourceFolders_(openSourceRoot(source)),
+          sourceFolders_(openSourceRoot(plan.source)),
           mirrorFolders_(root_.folder, root_.device),
-          filter_(filter),
           onProgress_(onProgress),
           stop_(stop),
           mover_(services.fileSystem, root_, trashRoot, start),
           batch_(services.fileSystem, root_, StreamContext{onProgress, 0, &services.gate, stop}) {}
 
     BackupResult run() {
-        list();
-        if (copyItems()) {
+        readListing();
+        if (copyItems() == CopyOutcome::finished) {
             batch_.flush(result_);
             archive();
         }
@@ -150,7 +122,7 @@ class Pass {
     }
 
   private:
-    // The source as its listing walks it: resolved, so that relative paths name the same items.
+    // The source as its listing walked it: resolved, so that relative paths name the same items.
     static SharedFolder openSourceRoot(const Path& source) {
         try {
             return std::make_shared<const FileHandle>(
@@ -160,55 +132,50 @@ class Pass {
         }
     }
 
-    // The mirror is walked on a second thread while the source is listed, as the two halves of
-    // rsync do: an unchanged tree then costs little more than the longer of the two walks.
-    void list() {
-        std::jthread mirrorWalk([&] { mirror_ = listMirror(root_.path, filter_); });
-        listing_ = readSource(source_, filter_);
+    void readListing() {
+        const SourceListing& listing = plan_.listing;
         editors_ = services_.editors.snapshot();
-        result_.recommendedProfile = recommendProfile(listing_.items, source_);
-        for (const auto& item : listing_.items)
+        result_.recommendedProfile = recommendProfile(listing.items, plan_.source);
+        for (const auto& item : listing.items)
             result_.approximateSourceBytes += item.info.fileSize.value_or(0);
-        for (const auto& folder : listing_.unreadableFolders) {
-            unreadable_.push_back(folder.relativePath);
-            result_.errors.push_back({paths::appending(source_, folder.relativePath), "copy",
+        for (const auto& folder : listing.unreadableFolders) {
+            result_.errors.push_back({paths::appending(plan_.source, folder.relativePath), "copy",
                                       errors::posix(folder.error)});
         }
-        mirrorWalk.join();
-
-        // What lies below a folder that couldn't be read is unknown, not gone.
-        for (auto& orphan : orphansOf(mirror_.items, listing_.items)) {
-            if (!isAtOrBelowAny(orphan, unreadable_)) orphans_.push_back(std::move(orphan));
-        }
-        refusal_ =
-            archiveRefusal(source_, listing_.items.size(), mirror_.items.size(), orphans_.size());
+        refusal_ = archiveRefusal(plan_.source, listing.items.size(), plan_.mirrorItemCount,
+                                  plan_.orphans.size());
     }
 
-    // False when a volume left: then nothing is archived.
-    bool copyItems() {
-        const std::size_t total = listing_.items.size();
+    // Every item is reported, copied or not; the volumes are checked before a copy once ten
+    // more items have gone by since the last check, so a copy never follows a check by more.
+    CopyOutcome copyItems() {
+        const auto& items = plan_.listing.items;
+        const std::size_t total = items.size();
+        auto next = plan_.copies.begin();
+        std::size_t checkedAt = 0;
         for (std::size_t i = 0; i < total; ++i) {
             if (stop_.stop_requested()) break;
-            if (i > 0 && i % volumeCheckInterval == 0) {
-                if (auto lost = checkVolumes(source_, root_.path)) {
-                    endByVolumeLoss(std::move(*lost));
-                    return false;
+            const bool copies = next != plan_.copies.end() && next->item == i;
+            if (copies && i >= checkedAt + volumeCheckInterval) {
+                checkedAt = i - i % volumeCheckInterval;
+                if (auto lost = checkVolumes(plan_.source, root_.path)) {
+                    return endByVolumeLoss(std::move(*lost));
                 }
             }
             const double fraction = double(i) / double(total);
-            const ListedItem& item = listing_.items[i];
-            if (onProgress_) onProgress_(fraction, std::string(lastComponent(item.relativePath)));
-            if (!copyItem(item, fraction)) {
-                endByVolumeLoss(std::nullopt);
-                return false;
+            if (onProgress_)
+                onProgress_(fraction, std::string(lastComponent(items[i].relativePath)));
+            if (!copies) continue;
+            if (copyItem(items[i], *next++, fraction) == CopyOutcome::volumeLost) {
+                return endByVolumeLoss(std::nullopt);
             }
             if (batch_.isFull()) batch_.flush(result_);
         }
-        return true;
+        return CopyOutcome::finished;
     }
 
     // Copies made before the loss still go in where the mirror is there to take them.
-    void endByVolumeLoss(std::optional<FileOperationError> lost) {
+    CopyOutcome endByVolumeLoss(std::optional<FileOperationError> lost) {
         if (root_.isPresent()) {
             batch_.flush(result_);
         } else {
@@ -216,26 +183,24 @@ class Pass {
         }
         if (lost) result_.errors.push_back(std::move(*lost));
         result_.abortedDueToVolumeLoss = true;
+        return CopyOutcome::volumeLost;
     }
 
-    // False when the mirror's volume left while the way was cleared.
-    bool copyItem(const ListedItem& item, double fraction) {
+    // An item open in an editor waits for the next pass: it counts once against every editor.
+    bool deferredByEditor(const Path& sourceItem, const ListedItem& item) {
+        if (!editors_.hasEditors() || !isOpenInEditor(editors_, sourceItem, &item.info)) {
+            return false;
+        }
+        for (const auto& name : editors_.names)
+            result_.filesDeferredByEditor[name] += 1;
+        return true;
+    }
+
+    CopyOutcome copyItem(const ListedItem& item, const PlannedCopy& copy, double fraction) {
         const std::string& relative = item.relativePath;
-        // What the mirror held before the pass is what it holds at this item: a copy writes
-        // only at its own item's path.
-        const auto inMirror = mirror_.entries.find(relative);
-        if (!needsCopy(item.info, inMirror == mirror_.entries.end()
-                                      ? std::nullopt
-                                      : std::optional<FileInfo>(inMirror->second))) {
-            return true;
-        }
-        const Path sourceItem = paths::appending(source_, relative);
+        const Path sourceItem = paths::appending(plan_.source, relative);
         const Path destinationItem = paths::appending(root_.path, relative);
-        if (editors_.hasEditors() && isOpenInEditor(editors_, sourceItem, &item.info)) {
-            for (const auto& name : editors_.names)
-                result_.filesDeferredByEditor[name] += 1;
-            return true;
-        }
+        if (deferredByEditor(sourceItem, item)) return CopyOutcome::finished;
 
         services_.gate.pauseBetweenFiles(stop_);
         transfer::Item from(sourceItem);
@@ -243,25 +208,27 @@ class Pass {
             from.folder = sourceFolders_.folderOf(relative);
         } catch (const Failure& failure) {
             batch_.addError({sourceItem, "copy", failure.error()});
-            return true;
+            return CopyOutcome::finished;
         }
         if (::faccessat(from.folder->get(), std::string(lastComponent(relative)).c_str(), R_OK,
                         AT_EACCESS) != 0) {
             batch_.addError({sourceItem, "copy",
                              errors::quillstow(ErrorCode::sourceBecameUnreadable,
                                                "Source file became unreadable mid-backup.")});
-            return true;
+            return CopyOutcome::finished;
         }
-        if (const auto obstacle = obstacleFor(relative, item.info, mirror_.entries)) {
+        if (copy.obstacle) {
             if (refusal_) {
                 // The old item stays, so the new one can't go in: the rail says why.
                 batch_.addError({destinationItem, "copy", refusal_->underlying});
-                return true;
+                return CopyOutcome::finished;
             }
-            if (!moveAside(*obstacle)) return root_.isPresent();
+            if (!moveAside(*copy.obstacle)) {
+                return root_.isPresent() ? CopyOutcome::finished : CopyOutcome::volumeLost;
+            }
         }
         attemptCopy(from, destinationItem, relative, fraction);
-        return true;
+        return CopyOutcome::finished;
     }
 
     // Moves an item in the way of a copy into the archive, with everything below it.
@@ -275,11 +242,26 @@ class Pass {
         movedAside_.push_back(obstacle);
         mirrorFolders_.forget();
         if (outcome == ArchiveMover::Outcome::moved) {
-            result_.archivedFiles += int(std::count_if(
-                mirror_.items.begin(), mirror_.items.end(),
-                [&](const std::string& item) { return isAtOrBelow(item, obstacle); }));
+            result_.archivedFiles +=
+                int(std::count_if(plan_.mirror.begin(), plan_.mirror.end(), [&](const auto& entry) {
+                    return entry.second.isItem && isAtOrBelow(entry.first, obstacle);
+                }));
         }
         return true;
+    }
+
+    // The open folder of the mirror that takes the item: reached from the mirror's open root,
+    // folders made on its volume, no link followed, so a link made in place of a folder since
+    // the listing stops here.
+    transfer::Item destinationOf(const Path& destinationItem, const std::string& relative) {
+        transfer::Item to(destinationItem);
+        try {
+            to.folder = mirrorFolders_.folderOf(relative);
+        } catch (const Failure& failure) {
+            throw FileOperationFailure(
+                {destinationItem.parent_path(), "createDirectory", failure.error()});
+        }
+        return to;
     }
 
     // The first attempt, and at once a second one after a transient error; on a full drive,
@@ -291,15 +273,7 @@ class Pass {
         const auto copy = [&](bool isRetry) {
             for (;;) {
                 try {
-                    // Reached from the mirror's open root, folders made on its volume, no link
-                    // followed: a link made in place of a folder since the listing stops here.
-                    transfer::Item to(destinationItem);
-                    try {
-                        to.folder = mirrorFolders_.folderOf(relative);
-                    } catch (const Failure& failure) {
-                        throw FileOperationFailure(
-                            {destinationItem.parent_path(), "createDirectory", failure.error()});
-                    }
+                    const transfer::Item to = destinationOf(destinationItem, relative);
                     const StreamContext context{onProgress_, fraction, &services_.gate, stop_};
                     batch_.addCopy(transfer::prepareVerifiedCopy(services_.fileSystem, from, to,
                                                                  &root_, context),
@@ -328,11 +302,11 @@ class Pass {
 
     void archive() {
         std::vector<std::string> orphans;
-        for (const auto& orphan : orphans_) {
+        for (const auto& orphan : plan_.orphans) {
             if (!isAtOrBelowAny(orphan, movedAside_)) orphans.push_back(orphan);
         }
         result_.archivedFiles +=
-            archiveOrphans(mover_, source_, root_, orphans, refusal_, result_, stop_);
+            archiveOrphans(mover_, plan_.source, root_, orphans, refusal_, result_, stop_);
     }
 
     // Folders keep their source's modification dates, as `cp -a` and `rsync -a` keep them: set
@@ -341,13 +315,13 @@ class Pass {
         if (!root_.isPresent()) return;
         const auto touched = touchedFolders();
         FolderCursor dates(root_.folder);
-        for (const auto& folder : listing_.folders) {
+        for (const auto& folder : plan_.listing.folders) {
             if (!folder.modificationDate) continue;
-            const auto inMirror = mirror_.entries.find(folder.relativePath);
-            const bool unchanged = inMirror != mirror_.entries.end() &&
-                                   inMirror->second.isDirectory() &&
-                                   inMirror->second.modificationDate == folder.modificationDate &&
-                                   !touched.contains(folder.relativePath);
+            const auto inMirror = plan_.mirror.find(folder.relativePath);
+            const bool unchanged =
+                inMirror != plan_.mirror.end() && inMirror->second.info.isDirectory() &&
+                inMirror->second.info.modificationDate == folder.modificationDate &&
+                !touched.contains(folder.relativePath);
             if (unchanged) continue;
             try {
                 const SharedFolder& parent = dates.folderOf(folder.relativePath);
@@ -374,29 +348,24 @@ class Pass {
         for (const auto& path : movedAside_)
             addFoldersOf(path);
         if (result_.archivedFiles > 0) {
-            for (const auto& path : orphans_)
+            for (const auto& path : plan_.orphans)
                 addFoldersOf(path);
         }
         return folders;
     }
 
     const Services services_;
-    const Path& source_;
+    const PassPlan& plan_;
     const transfer::MirrorRoot root_;
     FolderCursor sourceFolders_;
     FolderCursor mirrorFolders_;
-    const ExclusionFilter& filter_;
     const FileCopier::ProgressCallback& onProgress_;
     const std::stop_token stop_;
     ArchiveMover mover_;
     SwapBatch batch_;
 
     BackupResult result_;
-    SourceListing listing_;
-    MirrorListing mirror_;
     EditorSnapshot editors_;
-    std::vector<std::string> unreadable_;
-    std::vector<std::string> orphans_;
     std::optional<FileOperationError> refusal_;
     std::vector<std::string> movedAside_;
 };
@@ -423,27 +392,29 @@ BackupResult FileCopier::scanAndCopy(const Path& source, const Path& destination
                                      const Path& trashRoot, const ExclusionFilter& filter,
                                      const ProgressCallback& onProgress,
                                      std::stop_token stop) const {
+    return scanAndCopy(planPass(source, destination, filter), trashRoot, onProgress, stop);
+}
+
+BackupResult FileCopier::scanAndCopy(const PassPlan& plan, const Path& trashRoot,
+                                     const ProgressCallback& onProgress,
+                                     std::stop_token stop) const {
     const Date startDate = wallClock_.now();
     const double startTime = clock_.now();
-    transfer::MirrorRoot root = checkBeforeTouching(fileManager_, source, destination);
-    const CheckpointGuard checkpoint(destination, startDate);
-
-    Pass pass({fileManager_, editors_, gate_}, source, std::move(root), trashRoot, startDate,
-              filter, onProgress, stop);
-    BackupResult result = pass.run();
-    result.duration = clock_.now() - startTime;
+    transfer::MirrorRoot root = checkBeforeTouching(fileManager_, plan.source, plan.destination);
+    const CheckpointGuard checkpoint(plan.destination, startDate);
+    BackupResult result = Pass({fileManager_, editors_, gate_}, plan, std::move(root), trashRoot,
+                               startDate, onProgress, stop)
+                              .run();
+    result.duration = plan.walkSeconds + (clock_.now() - startTime);
     return result;
 }
 
-std::int64_t FileCopier::estimateBytesToCopy(const Path& source, const Path& destination,
-                                             const ExclusionFilter& filter) const {
-    std::int64_t bytes = 0;
-    files::TreeReader mirror(destination);
-    for (const auto& item : listSource(source, filter)) {
-        if (!item.info.fileSize) continue;
-        if (needsCopy(item.info, mirror.readInfo(item.relativePath))) bytes += *item.info.fileSize;
-    }
-    return bytes;
+PassPlan FileCopier::planPass(const Path& source, const Path& destination,
+                              const ExclusionFilter& filter) const {
+    const double startTime = clock_.now();
+    PassPlan plan = quillstow::planPass(fileManager_, source, destination, filter);
+    plan.walkSeconds = clock_.now() - startTime;
+    return plan;
 }
 
 std::vector<std::string> FileCopier::differingSizes(
@@ -463,16 +434,32 @@ std::vector<std::string> FileCopier::differingSizes(
     return differing;
 }
 
-void FileCopier::removeStaleTemporaries(const Path& source, const Path& destination) const {
+void FileCopier::removeStaleTemporaries(const PassPlan& plan) const {
+    if (plan.staleTemporaries.empty()) return;
     // Only inside a mirror that the path rules accept: never in a source, nor in a system folder.
     try {
-        validatePaths(source, destination);
+        validatePaths(plan.source, plan.destination);
     } catch (const FileOperationFailure&) {
         return;
     }
-    const auto info = files::readInfo(destination);
+    const auto info = files::readInfo(plan.destination);
     if (!info || !info->isDirectory()) return;
-    transfer::removeStaleTemporaries(fileManager_, destination);
+    std::optional<FolderCursor> folders;
+    try {
+        folders.emplace(std::make_shared<const FileHandle>(
+            handles::openFolder(paths::resolved(plan.destination).native())));
+    } catch (const Failure&) {
+        return;
+    }
+    // Each one is reached as the walk found it, no link followed on the way.
+    for (const auto& relative : plan.staleTemporaries) {
+        try {
+            const SharedFolder& folder = folders->folderOf(relative);
+            fileManager_.removeItem({folder->get(), std::string(lastComponent(relative))});
+        } catch (const Failure&) {
+            // Left for the next pass.
+        }
+    }
 }
 
 std::int64_t FileCopier::copyFile(const Path& source, const Path& destination,

@@ -16,6 +16,8 @@
 #include <stop_token>
 #include <string>
 
+#include "support/TreeWalk.hpp"
+
 namespace quillstow {
 
 // The item `name` in the open folder `folder`; a whole path converts to one named from the
@@ -74,6 +76,11 @@ class FileSystem {
     // and the date it gets come from one file, even when its path has been replaced since.
     // Failures are dropped: a copy stands without them.
     virtual void copyMetadata(int from, int to) = 0;
+
+    // Walks the tree below `root` as walkTreeChoosingDetail does: no link followed, any depth.
+    // Returns false when the root can't be opened.
+    virtual bool walkTree(const Path& root, WalkDetail detail, const ChoosingVisitor& visit,
+                          const OnUnreadableFolder& onUnreadable) = 0;
 };
 
 class LocalFileSystem final : public FileSystem {
@@ -87,6 +94,8 @@ class LocalFileSystem final : public FileSystem {
     void flushFile(const ItemRef& file) override;
     std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override;
     void copyMetadata(int from, int to) override;
+    bool walkTree(const Path& root, WalkDetail detail, const ChoosingVisitor& visit,
+                  const OnUnreadableFolder& onUnreadable) override;
 };
 
 }  // namespace quillstow

@@ -191,16 +191,4 @@ bool sameSize(const ItemRef& source, const ItemRef& destination) {
            sourceStatus->st_size == destinationStatus->st_size;
 }
 
-void removeStaleTemporaries(FileSystem& fileSystem, const Path& destination) {
-    if (!files::exists(destination)) return;
-    walkTree(destination, WalkDetail::typeOnly, [&](const WalkEntry& entry) {
-        if (!isReservedName(entry.name)) return true;
-        try {
-            fileSystem.removeItem({entry.folder, std::string(entry.name)});
-        } catch (const Failure&) {
-        }
-        return false;
-    });
-}
-
 }  // namespace quillstow::transfer

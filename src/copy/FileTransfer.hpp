@@ -132,8 +132,4 @@ std::int64_t copyFile(FileSystem& fileSystem, const Path& source, const Path& de
 // can't be read answers false.
 bool sameSize(const ItemRef& source, const ItemRef& destination);
 
-// Removes every entry under `destination` whose name begins with a reserved prefix. Never
-// raises; each failure is dropped and the walk goes on.
-void removeStaleTemporaries(FileSystem& fileSystem, const Path& destination);
-
 }  // namespace quillstow::transfer

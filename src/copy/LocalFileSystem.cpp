@@ -373,4 +373,9 @@ void LocalFileSystem::copyMetadata(int from, int to) {
     quillstow::copyMetadata(from, to, status);
 }
 
+bool LocalFileSystem::walkTree(const Path& root, WalkDetail detail, const ChoosingVisitor& visit,
+                               const OnUnreadableFolder& onUnreadable) {
+    return walkTreeChoosingDetail(root, detail, visit, onUnreadable);
+}
+
 }  // namespace quillstow

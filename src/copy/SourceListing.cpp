@@ -20,19 +20,19 @@ EntryRole roleOf(std::string_view name, const FileInfo& info, const ExclusionFil
     return info.isRegularFile() ? EntryRole::item : EntryRole::none;
 }
 
-SourceListing readSource(const std::filesystem::path& source, const ExclusionFilter& filter) {
+SourceListing readSource(FileSystem& fileSystem, const std::filesystem::path& source,
+                         const ExclusionFilter& filter) {
     SourceListing listing;
     // Walking the resolved root makes every item's path a resolved one: the walk follows no
     // link below it, so the relative path of an item is the path it was reached by.
-    walkTree(
+    fileSystem.walkTree(
         paths::resolved(source), WalkDetail::metadata,
-        [&](const WalkEntry& entry) {
+        [&](const WalkEntry& entry) -> std::optional<WalkDetail> {
             const EntryRole role = roleOf(entry.name, entry.info, filter, false);
             if (role == EntryRole::item) listing.items.push_back({entry.relativePath, entry.info});
-            if (role == EntryRole::folder) {
-                listing.folders.push_back({entry.relativePath, entry.info.modificationDate});
-            }
-            return role == EntryRole::folder;
+            if (role != EntryRole::folder) return std::nullopt;
+            listing.folders.push_back({entry.relativePath, entry.info.modificationDate});
+            return WalkDetail::metadata;
         },
         [&](const std::string& relativePath, int error) {
             listing.unreadableFolders.push_back({relativePath, error});
@@ -42,7 +42,8 @@ SourceListing readSource(const std::filesystem::path& source, const ExclusionFil
 
 std::vector<ListedItem> listSource(const std::filesystem::path& source,
                                    const ExclusionFilter& filter) {
-    return readSource(source, filter).items;
+    LocalFileSystem fileSystem;
+    return readSource(fileSystem, source, filter).items;
 }
 
 std::string relativePath(const std::filesystem::path& root, const std::filesystem::path& item) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "copy/ExclusionFilter.hpp"
+#include "copy/FileSystem.hpp"
 #include "support/FileInfo.hpp"
 
 namespace quillstow {
@@ -51,7 +52,8 @@ struct SourceListing {
 
 // Links are neither listed nor followed; internal files, excluded names and the contents of
 // package units are left out; empty folders add no item.
-SourceListing readSource(const std::filesystem::path& source, const ExclusionFilter& filter);
+SourceListing readSource(FileSystem& fileSystem, const std::filesystem::path& source,
+                         const ExclusionFilter& filter);
 
 // The items of readSource alone. A source that can't be opened lists nothing.
 std::vector<ListedItem> listSource(const std::filesystem::path& source,

@@ -69,8 +69,7 @@ int listFolder(int fd, WalkDetail detail, std::vector<Listed>& entries) {
 // visited: a path of any length is walked, and a folder swapped for a link since it was listed
 // is not entered. A deep tree holds one descriptor per level.
 bool walkFolder(const FileHandle& folder, const std::string& relativeFolder, WalkDetail detail,
-                const std::function<bool(const WalkEntry&)>& visit,
-                const OnUnreadableFolder& onUnreadable) {
+                const ChoosingVisitor& visit, const OnUnreadableFolder& onUnreadable) {
     std::vector<Listed> entries;
     if (const int error = folder.isOpen() ? listFolder(folder.get(), detail, entries) : errno) {
         if (onUnreadable) onUnreadable(relativeFolder, error);
@@ -81,11 +80,11 @@ bool walkFolder(const FileHandle& folder, const std::string& relativeFolder, Wal
         // An entry that vanished between listing and reading is no longer there to visit.
         if (!entry.info) continue;
         relativePath = relativeFolder.empty() ? entry.name : relativeFolder + "/" + entry.name;
-        const bool goIn = visit(WalkEntry{relativePath, entry.name, *entry.info, folder.get()});
+        const auto goIn = visit(WalkEntry{relativePath, entry.name, *entry.info, folder.get()});
         if (goIn && entry.info->isDirectory()) {
             const FileHandle inside(::openat(folder.get(), entry.name.c_str(),
                                              O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
-            walkFolder(inside, relativePath, detail, visit, onUnreadable);
+            walkFolder(inside, relativePath, *goIn, visit, onUnreadable);
         }
     }
     return true;
@@ -101,6 +100,16 @@ bool walkTree(const std::filesystem::path& root, WalkDetail detail,
 bool walkTree(const std::filesystem::path& root, WalkDetail detail,
               const std::function<bool(const WalkEntry&)>& visit,
               const OnUnreadableFolder& onUnreadable) {
+    return walkTreeChoosingDetail(
+        root, detail,
+        [&](const WalkEntry& entry) {
+            return visit(entry) ? std::optional<WalkDetail>(detail) : std::nullopt;
+        },
+        onUnreadable);
+}
+
+bool walkTreeChoosingDetail(const std::filesystem::path& root, WalkDetail detail,
+                            const ChoosingVisitor& visit, const OnUnreadableFolder& onUnreadable) {
     std::string rootPath = root.native();
     while (rootPath.size() > 1 && rootPath.back() == '/')
         rootPath.pop_back();

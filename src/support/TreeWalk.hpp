@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -39,5 +40,12 @@ using OnUnreadableFolder = std::function<void(const std::string& relativePath, i
 bool walkTree(const std::filesystem::path& root, WalkDetail detail,
               const std::function<bool(const WalkEntry&)>& visit,
               const OnUnreadableFolder& onUnreadable);
+
+// The same, where the answer for a folder also says how the entries inside it are read: a walk
+// that only looks for names in part of a tree needn't read the metadata there. Nothing: don't go
+// in.
+using ChoosingVisitor = std::function<std::optional<WalkDetail>(const WalkEntry&)>;
+bool walkTreeChoosingDetail(const std::filesystem::path& root, WalkDetail detail,
+                            const ChoosingVisitor& visit, const OnUnreadableFolder& onUnreadable);
 
 }  // namespace quillstow

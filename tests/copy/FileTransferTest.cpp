@@ -9,6 +9,7 @@
 
 #include "TestTree.hpp"
 #include "copy/FaultyFileSystem.hpp"
+#include "copy/FileCopier.hpp"
 #include "copy/FileTransfer.hpp"
 #include "model/Results.hpp"
 
@@ -107,7 +108,9 @@ TEST_F(FileTransferTest, ATransientErrorGetsOneMoreWholeAttemptAndTheOldCopyStan
         EXPECT_EQ(readFile(destination), c.error ? "old" : "new version") << c.name;
         const auto left = leftovers(destination.parent_path());
         EXPECT_EQ(int(left.size()), c.leftovers) << c.name;
-        transfer::removeStaleTemporaries(faulty, root / "mirror");
+        const FileCopier copier(faulty);
+        copier.removeStaleTemporaries(
+            copier.planPass(root / "source", root / "mirror", ExclusionFilter{}));
         EXPECT_TRUE(leftovers(destination.parent_path()).empty()) << c.name;
     }
 }
@@ -154,22 +157,6 @@ TEST(SameSize, ComparesSizesAndLetsAFolderMatchOnlyAFolder) {
     EXPECT_FALSE(transfer::sameSize(root / "missing", root / "a"));
     EXPECT_TRUE(transfer::sameSize(root / "d1", root / "d2"));
     EXPECT_FALSE(transfer::sameSize(root / "d1", root / "a"));
-}
-
-TEST(RemoveStaleTemporaries, SweepsReservedNamesAnywhereAndNothingElse) {
-    TemporaryFolder root;
-    writeFile(root / "mirror/.quillstowtmp-1234ABCD-a.txt", "partial");
-    writeFile(root / "mirror/x/y/.quillstowresume-100-big.mov", "partial");
-    writeFile(root / "mirror/x/.quillstowtmp-99999999-Song.band/inner", "partial tree");
-    writeFile(root / "mirror/x/keep.txt", "keep");
-    writeFile(root / "mirror/quillstowtmp-no-dot", "keep");
-    FaultyFileSystem fileSystem;
-    transfer::removeStaleTemporaries(fileSystem, root / "mirror");
-    EXPECT_EQ(filesBelow(root / "mirror"),
-              (std::map<std::string, std::string>{{"quillstowtmp-no-dot", "keep"},
-                                                  {"x/keep.txt", "keep"}}));
-    EXPECT_FALSE(fs::exists(root / "mirror/x/.quillstowtmp-99999999-Song.band"));
-    transfer::removeStaleTemporaries(fileSystem, root / "nothing-here");
 }
 
 TEST(TemporaryName, IsFreshForEachAttempt) {

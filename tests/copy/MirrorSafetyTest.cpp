@@ -155,7 +155,7 @@ TEST_F(MirrorSafetyTest, NamesThatOnlyLookLikeTemporariesAreBackedUpAndKept) {
     writeFile(mirror / partial, "left by a crash");
 
     for (int round = 0; round < 2; ++round) {
-        copier.removeStaleTemporaries(source, mirror);
+        copier.removeStaleTemporaries(copier.planPass(source, mirror, ExclusionFilter{}));
         const BackupResult result = pass();
         EXPECT_TRUE(result.errors.empty()) << round;
         EXPECT_EQ(result.copiedFiles, round == 0 ? int(lookAlikes.size()) : 0) << round;

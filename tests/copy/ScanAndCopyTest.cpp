@@ -346,16 +346,6 @@ TEST_F(ScanAndCopyTest, RaisesWhenTheDestinationCannotBeMade) {
     EXPECT_TRUE(errors::isPosix(error.underlying, ENOTDIR));
 }
 
-TEST_F(ScanAndCopyTest, EstimatesOnlyWhatNeedsCopying) {
-    writeFile(source / "new.bin", std::string(1000, 'n'));
-    writeFile(source / "same.bin", std::string(300, 's'), referenceDate());
-    writeFile(mirror / "same.bin", std::string(300, 's'), referenceDate());
-    writeFile(source / "changed.bin", std::string(50, 'c'));
-    writeFile(mirror / "changed.bin", std::string(40, 'c'));
-    EXPECT_EQ(copier.estimateBytesToCopy(source, mirror, ExclusionFilter{}), 1050);
-    EXPECT_EQ(copier.estimateBytesToCopy(root / "missing", mirror, ExclusionFilter{}), 0);
-}
-
 TEST_F(ScanAndCopyTest, DifferingSizesKeepsTheOrderAndCountsUnreadableAsDifferent) {
     writeFile(source / "same", "12345");
     writeFile(mirror / "same", "54321");

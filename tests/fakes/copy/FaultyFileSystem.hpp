@@ -7,6 +7,8 @@
 #include <array>
 #include <functional>
 #include <map>
+#include <mutex>
+#include <vector>
 
 #include "copy/FileSystem.hpp"
 #include "support/Error.hpp"
@@ -41,6 +43,10 @@ class ForwardingFileSystem : public FileSystem {
         return target_.copyChunk(from, to, offset, length);
     }
     void copyMetadata(int from, int to) override { target_.copyMetadata(from, to); }
+    bool walkTree(const Path& root, WalkDetail detail, const ChoosingVisitor& visit,
+                  const OnUnreadableFolder& onUnreadable) override {
+        return target_.walkTree(root, detail, visit, onUnreadable);
+    }
 
   private:
     FileSystem& target_;
@@ -69,6 +75,8 @@ class FaultyFileSystem final : public ForwardingFileSystem {
     }
     int calls(Operation operation) const { return calls_[std::size_t(operation)]; }
     std::int64_t bytesCopiedInChunks() const { return chunkBytes_; }
+    // The roots of every walk so far, in order.
+    const std::vector<Path>& walkedRoots() const { return walkedRoots_; }
 
     // Runs after each successful copyItem, to tamper with what was copied.
     std::function<void(const Path& from, const Path& to)> afterCopy;
@@ -115,6 +123,14 @@ class FaultyFileSystem final : public ForwardingFileSystem {
         enter(Operation::copyMetadata);
         ForwardingFileSystem::copyMetadata(from, to);
     }
+    bool walkTree(const Path& root, WalkDetail detail, const ChoosingVisitor& visit,
+                  const OnUnreadableFolder& onUnreadable) override {
+        {
+            const std::lock_guard lock(walksMutex_);
+            walkedRoots_.push_back(root);
+        }
+        return ForwardingFileSystem::walkTree(root, detail, visit, onUnreadable);
+    }
 
   private:
     struct Fault {
@@ -142,6 +158,9 @@ class FaultyFileSystem final : public ForwardingFileSystem {
     std::map<Operation, Fault> faults_;
     std::array<int, 9> calls_{};
     std::int64_t chunkBytes_ = 0;
+    // The two walks of a pass run on two threads.
+    std::mutex walksMutex_;
+    std::vector<Path> walkedRoots_;
 };
 
 }  // namespace quillstow::testing

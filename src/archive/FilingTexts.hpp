@@ -23,8 +23,7 @@ inline constexpr std::string_view awkwardCharacters =
     "This name has characters that some apps handle badly, like : or /.";
 
 // Manifest check: "All {e} files are present and the right size." or the parts that failed.
-std::string checkSummary(std::size_t missing, std::size_t wrongSize, std::size_t differentContent,
-                         std::size_t expected);
+std::string checkSummary(std::size_t missing, std::size_t wrongSize, std::size_t expected);
 
 // Filer.
 std::string sourceMissing(std::string_view name);

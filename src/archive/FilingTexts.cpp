@@ -93,12 +93,4 @@ std::string rebuildableOffer(std::string_view size, std::size_t folders) {
            "finished videos.";
 }
 
-std::string goesTo(std::string_view destinationPreview) {
-    return "Goes to " + std::string(destinationPreview);
-}
-
-std::string filingTitle(std::string_view name) {
-    return "Filing " + quoted(name) + "…";
-}
-
 }  // namespace quillstow::filingtext

@@ -1,0 +1,416 @@
+#include "shell/views/FilingWindow.hpp"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QFile>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QResizeEvent>
+#include <QScrollArea>
+#include <QSpinBox>
+#include <QStackedWidget>
+#include <QVBoxLayout>
+
+#include "app/DesktopServices.hpp"
+#include "viewmodels/Texts.hpp"
+#include "views/Icons.hpp"
+
+namespace quillstow::shell {
+
+namespace fs = std::filesystem;
+using Step = PromoteViewModel::Step;
+
+namespace {
+
+QString text(const std::string& words) {
+    return QString::fromStdString(words);
+}
+QString shownPath(const fs::path& path) {
+    return QFile::decodeName(path.native().c_str());
+}
+
+// A path on one line, cut in the middle when it doesn't fit; its tooltip holds it whole.
+class MiddleElidedLabel final : public QLabel {
+  public:
+    MiddleElidedLabel() {
+        setTextFormat(Qt::PlainText);
+        setProperty("elides", true);
+        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    }
+    void setFullText(const QString& words) {
+        full_ = words;
+        setToolTip(words.toHtmlEscaped());
+        elide();
+    }
+
+  protected:
+    void resizeEvent(QResizeEvent* event) override {
+        QLabel::resizeEvent(event);
+        elide();
+    }
+
+  private:
+    void elide() {
+        setText(fontMetrics().elidedText(full_, Qt::ElideMiddle, contentsRect().width()));
+    }
+    QString full_;
+};
+
+QLabel* wrapped(const QString& words = {}) {
+    auto* label = new QLabel(words);
+    // Folder names are shown as they are, never read as markup.
+    label->setTextFormat(Qt::PlainText);
+    label->setWordWrap(true);
+    return label;
+}
+
+QLabel* titled(QLabel* label) {
+    QFont font = label->font();
+    font.setPointSizeF(font.pointSizeF() * 1.35);
+    font.setBold(true);
+    label->setFont(font);
+    return label;
+}
+
+QLabel* sectionHeading(const char* words) {
+    auto* label = new QLabel(QString::fromUtf8(words));
+    QFont font = label->font();
+    font.setBold(true);
+    label->setFont(font);
+    return label;
+}
+
+// The secondary colour: the text colour dimmed half way to the background.
+template <typename Label>
+Label* secondary(Label* label) {
+    QPalette palette = label->palette();
+    const QColor ink = palette.color(QPalette::WindowText);
+    const QColor paper = palette.color(QPalette::Window);
+    palette.setColor(QPalette::WindowText,
+                     QColor((ink.red() + paper.red()) / 2, (ink.green() + paper.green()) / 2,
+                            (ink.blue() + paper.blue()) / 2));
+    label->setPalette(palette);
+    return label;
+}
+
+// The tertiary colour: fainter still, and a size smaller.
+template <typename Label>
+Label* tertiary(Label* label) {
+    label->setForegroundRole(QPalette::PlaceholderText);
+    QFont font = label->font();
+    font.setPointSizeF(font.pointSizeF() * 0.9);
+    label->setFont(font);
+    return label;
+}
+
+QPushButton* button(const char* words, const char* name) {
+    auto* made = new QPushButton(QString::fromUtf8(words));
+    made->setObjectName(name);
+    return made;
+}
+
+QHBoxLayout* buttonRow(std::initializer_list<QPushButton*> buttons) {
+    auto* row = new QHBoxLayout;
+    row->addStretch();
+    for (auto* each : buttons)
+        row->addWidget(each);
+    return row;
+}
+
+std::optional<fs::path> desktopFolderDialog(QWidget* parent,
+                                            const FilingWindow::FolderRequest& request) {
+    QFileDialog dialog(parent, QString::fromUtf8(request.message));
+    dialog.setFileMode(QFileDialog::Directory);
+    dialog.setOption(QFileDialog::ShowDirsOnly);
+    dialog.setOption(QFileDialog::ReadOnly, !request.canCreateFolders);
+    dialog.setLabelText(QFileDialog::Accept, QString::fromUtf8(texts::choosePrompt));
+    if (request.startAt) dialog.setDirectory(shownPath(*request.startAt));
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return {};
+    return fs::path(QFile::encodeName(dialog.selectedFiles().front()).toStdString());
+}
+
+// Where removable drives appear, for the archive dialog to start at: the user's own folder of
+// them under /run/media or /media, whichever stands.
+std::optional<fs::path> drivesFolder() {
+    const QString user = qEnvironmentVariable("USER");
+    for (const QString& root : {QStringLiteral("/run/media/"), QStringLiteral("/media/")}) {
+        if (!user.isEmpty() && QFile::exists(root + user))
+            return fs::path((root + user).toStdString());
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+FilingWindow::FilingWindow(std::shared_ptr<PromoteViewModel> model, FolderPicker pickFolder,
+                           Reveal reveal, QWidget* parent)
+    : QWidget(parent),
+      model_(std::move(model)),
+      pickFolder_(std::move(pickFolder)),
+      reveal_(std::move(reveal)) {
+    setWindowTitle(QString::fromUtf8(texts::filingWindowTitle));
+    setFixedSize(width, height);
+    if (!pickFolder_) {
+        pickFolder_ = [this](const FolderRequest& request) {
+            return desktopFolderDialog(this, request);
+        };
+    }
+    if (!reveal_) reveal_ = [](const fs::path& folder) { showFolderInFileManager(folder); };
+
+    pages_ = new QStackedWidget;
+    pages_->addWidget(choosePage());
+    pages_->addWidget(reviewPage());
+    pages_->addWidget(filingPage());
+    pages_->addWidget(finishedPage());
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(pages_);
+
+    subscription_ = model_->observe([this] { refresh(); });
+    refresh();
+}
+
+QWidget* FilingWindow::choosePage() {
+    auto* page = new QWidget;
+    auto* column = new QVBoxLayout(page);
+    column->setContentsMargins(24, 24, 24, 20);
+    column->setSpacing(12);
+    column->addWidget(titled(wrapped(QString::fromUtf8(texts::filingChooseTitle))));
+    column->addWidget(secondary(wrapped(QString::fromUtf8(texts::filingChooseBody))));
+    column->addStretch();
+    auto* choose = button(texts::chooseProjectButton, "chooseProject");
+    choose->setDefault(true);
+    connect(choose, &QPushButton::clicked, this, &FilingWindow::pickProject);
+    column->addLayout(buttonRow({choose}));
+    return page;
+}
+
+QWidget* FilingWindow::reviewPage() {
+    auto* content = new QWidget;
+    auto* column = new QVBoxLayout(content);
+    column->setContentsMargins(24, 20, 24, 8);
+    column->setSpacing(8);
+    projectTitle_ = titled(wrapped());
+    projectTitle_->setObjectName("projectTitle");
+    column->addWidget(projectTitle_);
+
+    warnings_ = new QWidget;
+    warnings_->setObjectName("warnings");
+    auto* warningColumn = new QVBoxLayout(warnings_);
+    warningColumn->setContentsMargins(0, 6, 0, 0);
+    warningColumn->addWidget(sectionHeading(texts::worthALook));
+    warningLines_ = wrapped();
+    warningLines_->setObjectName("warningLines");
+    warningColumn->addWidget(warningLines_);
+    warningColumn->addWidget(secondary(wrapped(QString::fromUtf8(texts::fileAnyway))));
+    column->addWidget(warnings_);
+
+    column->addSpacing(6);
+    column->addWidget(sectionHeading(texts::fileItAs));
+    auto* form = new QFormLayout;
+    name_ = new QLineEdit;
+    name_->setObjectName("name");
+    connect(name_, &QLineEdit::textEdited, this,
+            [this](const QString& typed) { model_->setName(typed.toStdString()); });
+    year_ = new QSpinBox;
+    year_->setObjectName("year");
+    // Plain digits, 1990 to 2100: anything else isn't taken, and the year keeps its value.
+    year_->setRange(PromoteViewModel::earliestTypedYear, PromoteViewModel::latestTypedYear);
+    year_->setGroupSeparatorShown(false);
+    year_->setButtonSymbols(QAbstractSpinBox::NoButtons);
+    year_->setFixedWidth(80);
+    connect(year_, &QSpinBox::valueChanged, this, [this](int year) { model_->setYear(year); });
+    form->addRow(QString::fromUtf8(texts::filingNameLabel), name_);
+    form->addRow(QString::fromUtf8(texts::filingYearLabel), year_);
+    column->addLayout(form);
+
+    column->addSpacing(6);
+    column->addWidget(sectionHeading(texts::archiveFolder));
+    auto* archiveRow = new QHBoxLayout;
+    auto* archivePath = new MiddleElidedLabel;
+    archivePath_ = archivePath;
+    archivePath_->setObjectName("archivePath");
+    archiveButton_ = button(texts::chooseArchiveButton, "chooseArchive");
+    connect(archiveButton_, &QPushButton::clicked, this, &FilingWindow::pickArchive);
+    archiveRow->addWidget(archivePath_, 1);
+    archiveRow->addWidget(archiveButton_);
+    column->addLayout(archiveRow);
+    goesTo_ = tertiary(new MiddleElidedLabel);
+    goesTo_->setObjectName("goesTo");
+    column->addWidget(goesTo_);
+
+    tidyUp_ = new QCheckBox;
+    tidyUp_->setObjectName("tidyUp");
+    connect(tidyUp_, &QCheckBox::toggled, this,
+            [this](bool remove) { model_->setRemoveRebuildable(remove); });
+    column->addWidget(tidyUp_);
+    column->addStretch();
+
+    auto* scroll = new QScrollArea;
+    scroll->setWidget(content);
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+
+    auto* back = button(texts::filingBack, "back");
+    connect(back, &QPushButton::clicked, this, [this] { model_->reset(); });
+    fileIt_ = button(texts::fileIt, "fileIt");
+    fileIt_->setDefault(true);
+    connect(fileIt_, &QPushButton::clicked, this, [this] { model_->file(); });
+
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(scroll, 1);
+    auto* buttons = buttonRow({back, fileIt_});
+    buttons->setContentsMargins(24, 8, 24, 20);
+    layout->addLayout(buttons);
+    return page;
+}
+
+QWidget* FilingWindow::filingPage() {
+    auto* page = new QWidget;
+    auto* column = new QVBoxLayout(page);
+    column->setContentsMargins(24, 24, 24, 20);
+    column->setSpacing(10);
+    filingTitle_ = titled(wrapped());
+    filingTitle_->setObjectName("filingTitle");
+    column->addWidget(filingTitle_);
+    column->addSpacing(8);
+    progress_ = new QProgressBar;
+    progress_->setObjectName("progress");
+    progress_->setRange(0, 1000);
+    progress_->setTextVisible(false);
+    column->addWidget(progress_);
+    auto* label = secondary(new MiddleElidedLabel);
+    progressLabel_ = label;
+    progressLabel_->setObjectName("progressLabel");
+    column->addWidget(progressLabel_);
+    column->addWidget(tertiary(wrapped(QString::fromUtf8(texts::originalUntouched))));
+    column->addStretch();
+    auto* cancel = button(texts::cancel, "cancel");
+    connect(cancel, &QPushButton::clicked, this, [this] { model_->cancel(); });
+    column->addLayout(buttonRow({cancel}));
+    return page;
+}
+
+QWidget* FilingWindow::finishedPage() {
+    auto* page = new QWidget;
+    auto* column = new QVBoxLayout(page);
+    column->setContentsMargins(24, 24, 24, 20);
+    column->setSpacing(12);
+    auto* heading = new QHBoxLayout;
+    heading->setSpacing(10);
+    resultIcon_ = new QLabel;
+    resultIcon_->setFixedSize(28, 28);
+    resultHeading_ = titled(wrapped());
+    resultHeading_->setObjectName("resultHeading");
+    heading->addWidget(resultIcon_);
+    heading->addWidget(resultHeading_, 1);
+    column->addLayout(heading);
+    resultSentence_ = wrapped();
+    resultSentence_->setObjectName("resultSentence");
+    resultSentence_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    column->addWidget(resultSentence_);
+    column->addStretch();
+    showInFileManager_ = button(texts::showInFileManager, "showInFileManager");
+    connect(showInFileManager_, &QPushButton::clicked, this, [this] {
+        if (model_->outcome()) reveal_(model_->outcome()->plan.destination);
+    });
+    auto* another = button(texts::fileAnother, "fileAnother");
+    another->setDefault(true);
+    connect(another, &QPushButton::clicked, this, [this] { model_->reset(); });
+    column->addLayout(buttonRow({showInFileManager_, another}));
+    return page;
+}
+
+void FilingWindow::refresh() {
+    pages_->setCurrentIndex(static_cast<int>(model_->step()));
+    switch (model_->step()) {
+        case Step::choose:
+            break;
+        case Step::review:
+            refreshReview();
+            break;
+        case Step::filing:
+            filingTitle_->setText(text(texts::filingTitle(model_->name())));
+            progress_->setValue(static_cast<int>(model_->progress() * 1000));
+            static_cast<MiddleElidedLabel*>(progressLabel_)
+                ->setFullText(model_->progressLabel().empty()
+                                  ? QString::fromUtf8(texts::filingCopying)
+                                  : text(model_->progressLabel()));
+            break;
+        case Step::finished:
+            refreshFinished();
+            break;
+    }
+}
+
+void FilingWindow::refreshReview() {
+    const auto& inspection = model_->inspection();
+    projectTitle_->setText(inspection ? text(inspection->name) : QString());
+    const auto warnings = inspection ? inspection->warnings() : std::vector<std::string>();
+    QStringList lines;
+    for (const auto& warning : warnings)
+        lines << "• " + text(warning);
+    warningLines_->setText(lines.join('\n'));
+    warnings_->setVisible(!warnings.empty());
+
+    // Only what differs is written back: the user may be typing in it.
+    if (name_->text().toStdString() != model_->name()) name_->setText(text(model_->name()));
+    if (year_->value() != model_->year()) {
+        const QSignalBlocker quiet(year_);
+        year_->setValue(model_->year());
+    }
+
+    const auto& root = model_->archiveRoot();
+    auto* archivePath = static_cast<MiddleElidedLabel*>(archivePath_);
+    archivePath->setFullText(root ? shownPath(*root) : QString::fromUtf8(texts::notChosenYet));
+    archivePath_->setForegroundRole(root ? QPalette::WindowText : QPalette::PlaceholderText);
+    archiveButton_->setText(
+        QString::fromUtf8(root ? texts::changeArchiveButton : texts::chooseArchiveButton));
+
+    goesTo_->setVisible(model_->canFile());
+    static_cast<MiddleElidedLabel*>(goesTo_)->setFullText(
+        text(texts::goesTo(model_->destinationPreview())));
+
+    const auto& rebuildable = model_->rebuildable();
+    const bool offer = rebuildable && !rebuildable->items.empty();
+    tidyUp_->setVisible(offer);
+    if (offer) tidyUp_->setText(text(ProjectSlimmer::summary(*rebuildable)));
+    if (tidyUp_->isChecked() != model_->removeRebuildable()) {
+        const QSignalBlocker quiet(tidyUp_);
+        tidyUp_->setChecked(model_->removeRebuildable());
+    }
+    fileIt_->setEnabled(model_->canFile());
+}
+
+void FilingWindow::refreshFinished() {
+    const bool success = model_->isSuccess();
+    resultIcon_->setPixmap(glyphIcon(success ? texts::filedIcon : texts::notFiledIcon)
+                               .pixmap(QSize(28, 28), devicePixelRatioF()));
+    resultHeading_->setText(
+        QString::fromUtf8(success ? texts::filedHeading : texts::notFiledHeading));
+    resultSentence_->setText(text(model_->resultSentence()));
+    showInFileManager_->setVisible(success);
+}
+
+void FilingWindow::pickProject() {
+    if (auto project = pickFolder_({texts::chooseProjectMessage, std::nullopt, false})) {
+        model_->choose(*project);
+    }
+}
+
+void FilingWindow::pickArchive() {
+    const auto startAt = model_->archiveRoot() ? model_->archiveRoot() : drivesFolder();
+    if (auto root = pickFolder_({texts::chooseArchiveMessage, startAt, true})) {
+        model_->chooseArchive(*root);
+    }
+}
+
+}  // namespace quillstow::shell

@@ -92,7 +92,8 @@ std::string archivedAtText(std::int64_t secondsSinceEpoch) {
 std::string progress(std::int64_t filesDone, std::int64_t filesTotal, std::int64_t bytesDone,
                      std::int64_t bytesTotal) {
     return "Restoring " + std::to_string(filesDone) + " of " + std::to_string(filesTotal) +
-           " files — " + formatByteCount(bytesDone) + " of " + formatByteCount(bytesTotal);
+           (filesTotal == 1 ? " file — " : " files — ") + formatByteCount(bytesDone) + " of " +
+           formatByteCount(bytesTotal);
 }
 
 }  // namespace quillstow::restoretext

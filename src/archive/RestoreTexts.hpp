@@ -32,6 +32,9 @@ inline constexpr std::string_view emptyDetail =
     "Run a backup first, then come back here to restore.";
 inline constexpr std::string_view emptyIcon = "doc.questionmark";
 inline constexpr std::string_view filterPlaceholder = "Filter files…";
+inline constexpr std::string_view selectAll = "Select All";
+// In place of the rows when the filter hides every file.
+inline constexpr std::string_view noMatch = "No files match the filter.";
 inline constexpr std::string_view showInFileManager = "Open in File Manager";
 inline constexpr std::string_view restoreTo = "Restore to…";
 inline constexpr std::string_view restoreToOriginal = "Restore to Original";
@@ -47,12 +50,17 @@ inline constexpr std::string_view recoveryScanning = "Scanning deleted files…"
 inline constexpr std::string_view recoveryEmptyTitle = "No deleted files found.";
 inline constexpr std::string_view recoveryEmptyDetail =
     "Files removed from the source are kept here after the next backup.";
+// The range of days: "From [the first day] to [today]", or named days between.
+inline constexpr std::string_view rangeFrom = "From";
+inline constexpr std::string_view rangeTo = "to";
+inline constexpr std::string_view earliestDay = "the first day";
+inline constexpr std::string_view latestDay = "today";
 // "Deleted on 2026-03-01", the heading of a day's group.
 std::string dayHeading(std::string_view day);
 // "Deleted at 14:05", beside a file archived more than once on one day; local time.
 std::string archivedAtText(std::int64_t secondsSinceEpoch);
 
-// "Restoring 3 of 10 files — 1.2 MB of 4 MB"
+// "Restoring 3 of 10 files — 1.2 MB of 4 MB"; "of 1 file" for one.
 std::string progress(std::int64_t filesDone, std::int64_t filesTotal, std::int64_t bytesDone,
                      std::int64_t bytesTotal);
 inline constexpr std::string_view cancel = "Cancel";

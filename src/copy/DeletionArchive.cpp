@@ -1,5 +1,8 @@
 #include "copy/DeletionArchive.hpp"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <ctime>
 #include <unordered_set>
 
@@ -142,13 +145,17 @@ std::vector<std::string> orphansOf(const std::vector<std::string>& mirrorItems,
 namespace {
 
 // "{stem}-{8 characters}.{extension}", or without the extension where the name has none.
-fs::path collisionFreeName(const fs::path& target) {
-    const std::string name = target.filename().native();
+std::string collisionFreeName(std::string_view name) {
     const std::string_view extension = pathExtension(name);
     std::string renamed =
         std::string(deletingPathExtension(name)) + "-" + Uuid::random().text().substr(0, 8);
     if (!extension.empty()) renamed += "." + std::string(extension);
-    return target.parent_path() / renamed;
+    return renamed;
+}
+
+bool existsAt(int folder, const std::string& name) {
+    struct stat status {};
+    return ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 }  // namespace
@@ -157,31 +164,56 @@ ArchiveMover::ArchiveMover(FileSystem& fileSystem, transfer::MirrorRoot root, fs
                            Date start)
     : fileSystem_(fileSystem),
       root_(std::move(root)),
-      dayFolder_(std::move(trashRoot) / datedFolderName(start)) {}
+      dayFolder_(std::move(trashRoot) / datedFolderName(start)) {
+    if (root_.folder) mirrorFolders_.emplace(root_.folder);
+}
+
+const SharedFolder& ArchiveMover::archiveFolderOf(const std::string& relativePath) {
+    // The day folder comes into being with the first item's folders, so a pass without
+    // orphans leaves no trace.
+    if (!archiveFolders_) {
+        archiveFolders_.emplace(
+            std::make_shared<const FileHandle>(transfer::openFoldersOnVolume(dayFolder_, root_)),
+            root_.device);
+    }
+    return archiveFolders_->folderOf(relativePath);
+}
 
 ArchiveMover::Outcome ArchiveMover::move(const std::string& relativePath, BackupResult& result) {
     const fs::path item = paths::appending(root_.path, relativePath);
-    if (!files::exists(item)) {
-        if (root_.isPresent()) return Outcome::gone;
+    const std::string name(lastComponent(relativePath));
+    const auto volumeLost = [&] {
         result.errors.push_back(destinationVolumeLost(root_.path));
         result.abortedDueToVolumeLoss = true;
         return Outcome::volumeLost;
-    }
-    fs::path target = paths::appending(dayFolder_, relativePath);
-    const fs::path folder = target.parent_path();
+    };
+    if (!mirrorFolders_) return volumeLost();
+    int from = -1;
     try {
-        // The day folder comes into being with the first item's folders, so a pass without
-        // orphans leaves no trace.
-        transfer::createFoldersOnVolume(fileSystem_, folder, root_);
+        from = mirrorFolders_->folderOf(relativePath)->get();
+    } catch (const Failure& failure) {
+        // A link that took the place of a folder is not followed: the item is reported.
+        if (!errors::isPosix(failure.error(), ENOENT)) {
+            result.errors.push_back({item, "archive", failure.error()});
+            return Outcome::failed;
+        }
+    }
+    if (from < 0 || !existsAt(from, name)) {
+        return root_.isPresent() ? Outcome::gone : volumeLost();
+    }
+    const fs::path target = paths::appending(dayFolder_, relativePath);
+    int to = -1;
+    try {
+        to = archiveFolderOf(relativePath)->get();
     } catch (const Failure& failure) {
         result.errors.push_back(
-            {item, "archive", asError({folder, "createDirectory", failure.error()})});
+            {item, "archive", asError({target.parent_path(), "createDirectory", failure.error()})});
         return Outcome::failed;
     }
-    if (files::exists(target)) target = collisionFreeName(target);
+    const std::string targetName = existsAt(to, name) ? collisionFreeName(name) : name;
     try {
         // A rename that refuses to replace: a second collision fails here, never overwrites.
-        fileSystem_.moveItem(item, target);
+        fileSystem_.moveItem({from, name}, {to, targetName});
         return Outcome::moved;
     } catch (const Failure& failure) {
         result.errors.push_back({item, "archive", failure.error()});

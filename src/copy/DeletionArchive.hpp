@@ -71,7 +71,8 @@ std::vector<std::string> orphansOf(const std::vector<std::string>& mirrorItems,
 // Moves items of one mirror into its archive's day folder, {trashRoot}/{yyyy-MM-dd}/{relative
 // path}, keeping their paths; a name taken already gets "-{8 characters}" after its stem. It
 // re-reads each item before it moves it, and makes the day folder's folders only on the
-// mirror's volume: a drive pulled since the listing leaves nothing behind on another disk.
+// mirror's volume: a drive pulled since the listing leaves nothing behind on another disk. Both
+// sides are reached through open folders, no link followed on the way, at any depth.
 class ArchiveMover {
   public:
     ArchiveMover(FileSystem& fileSystem, transfer::MirrorRoot root, std::filesystem::path trashRoot,
@@ -84,9 +85,14 @@ class ArchiveMover {
     Outcome move(const std::string& relativePath, BackupResult& result);
 
   private:
+    // The folder of the archive that takes the item at `relativePath`, made where missing.
+    const SharedFolder& archiveFolderOf(const std::string& relativePath);
+
     FileSystem& fileSystem_;
     const transfer::MirrorRoot root_;
     const std::filesystem::path dayFolder_;
+    std::optional<FolderCursor> mirrorFolders_;
+    std::optional<FolderCursor> archiveFolders_;
 };
 
 // The archive phase: the source must still be there (1006, a volume loss), and so must the

@@ -1,5 +1,8 @@
 #include "copy/FileCopier.hpp"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <thread>
 #include <unordered_set>
@@ -14,6 +17,7 @@
 #include "environment/MountTable.hpp"
 #include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
+#include "support/Retry.hpp"
 
 namespace quillstow {
 
@@ -27,12 +31,6 @@ const MonotonicClock monotonicClock;
 
 // Every how many items the two top folders are checked for presence.
 constexpr std::size_t volumeCheckInterval = 10;
-
-// The name of an item, from its relative path.
-std::string lastComponentOf(const std::string& relativePath) {
-    const auto slash = relativePath.rfind('/');
-    return slash == std::string::npos ? relativePath : relativePath.substr(slash + 1);
-}
 
 // Whether `path` is `folder` or lies below it; "" holds everything.
 bool isAtOrBelow(std::string_view path, std::string_view folder) {
@@ -133,6 +131,8 @@ class Pass {
         : services_(services),
           source_(source),
           root_(std::move(root)),
+          sourceFolders_(openSourceRoot(source)),
+          mirrorFolders_(root_.folder, root_.device),
           filter_(filter),
           onProgress_(onProgress),
           stop_(stop),
@@ -150,6 +150,16 @@ class Pass {
     }
 
   private:
+    // The source as its listing walks it: resolved, so that relative paths name the same items.
+    static SharedFolder openSourceRoot(const Path& source) {
+        try {
+            return std::make_shared<const FileHandle>(
+                handles::openFolder(paths::resolved(source).native()));
+        } catch (const Failure& failure) {
+            raise(source, "validateSource", failure.error());
+        }
+    }
+
     // The mirror is walked on a second thread while the source is listed, as the two halves of
     // rsync do: an unchanged tree then costs little more than the longer of the two walks.
     void list() {
@@ -187,7 +197,7 @@ class Pass {
             }
             const double fraction = double(i) / double(total);
             const ListedItem& item = listing_.items[i];
-            if (onProgress_) onProgress_(fraction, lastComponentOf(item.relativePath));
+            if (onProgress_) onProgress_(fraction, std::string(lastComponent(item.relativePath)));
             if (!copyItem(item, fraction)) {
                 endByVolumeLoss(std::nullopt);
                 return false;
@@ -228,7 +238,15 @@ class Pass {
         }
 
         services_.gate.pauseBetweenFiles(stop_);
-        if (!files::isReadable(sourceItem)) {
+        transfer::Item from(sourceItem);
+        try {
+            from.folder = sourceFolders_.folderOf(relative);
+        } catch (const Failure& failure) {
+            batch_.addError({sourceItem, "copy", failure.error()});
+            return true;
+        }
+        if (::faccessat(from.folder->get(), std::string(lastComponent(relative)).c_str(), R_OK,
+                        AT_EACCESS) != 0) {
             batch_.addError({sourceItem, "copy",
                              errors::quillstow(1008, "Source file became unreadable mid-backup.")});
             return true;
@@ -241,7 +259,7 @@ class Pass {
             }
             if (!moveAside(*obstacle)) return root_.isPresent();
         }
-        attemptCopy(sourceItem, destinationItem, relative, fraction);
+        attemptCopy(from, destinationItem, relative, fraction);
         return true;
     }
 
@@ -254,6 +272,7 @@ class Pass {
             return false;
         }
         movedAside_.push_back(obstacle);
+        mirrorFolders_.forget();
         if (outcome == ArchiveMover::Outcome::moved) {
             result_.archivedFiles += int(std::count_if(
                 mirror_.items.begin(), mirror_.items.end(),
@@ -265,37 +284,44 @@ class Pass {
     // The first attempt, and at once a second one after a transient error; on a full drive,
     // the copies waiting for their swap go in first, freeing their old versions, and the item is
     // tried once more. The swap of each waits for the batch.
-    void attemptCopy(const Path& sourceItem, const Path& destinationItem,
+    void attemptCopy(const transfer::Item& from, const Path& destinationItem,
                      const std::string& relative, double fraction) {
-        bool retried = false;
         bool madeRoom = false;
-        for (;;) {
-            try {
-                const StreamContext context{onProgress_, fraction, &services_.gate, stop_};
-                batch_.addCopy(transfer::prepareVerifiedCopy(services_.fileSystem, sourceItem,
-                                                             destinationItem, &root_, context),
-                               sourceItem, relative, retried, fraction);
-                return;
-            } catch (const transfer::SizeMismatch& mismatch) {
-                batch_.addError(sizeMismatchError(mismatch.destination));
-                return;
-            } catch (const Failure& failure) {
-                if (!madeRoom && errors::isPosix(failure.error(), ENOSPC) &&
-                    batch_.hasPendingCopies()) {
+        const auto copy = [&](bool isRetry) {
+            for (;;) {
+                try {
+                    // Reached from the mirror's open root, folders made on its volume, no link
+                    // followed: a link made in place of a folder since the listing stops here.
+                    transfer::Item to(destinationItem);
+                    try {
+                        to.folder = mirrorFolders_.folderOf(relative);
+                    } catch (const Failure& failure) {
+                        throw FileOperationFailure(
+                            {destinationItem.parent_path(), "createDirectory", failure.error()});
+                    }
+                    const StreamContext context{onProgress_, fraction, &services_.gate, stop_};
+                    batch_.addCopy(transfer::prepareVerifiedCopy(services_.fileSystem, from, to,
+                                                                 &root_, context),
+                                   from, relative, isRetry, fraction);
+                    return;
+                } catch (const Failure& failure) {
+                    if (madeRoom || !errors::isPosix(failure.error(), ENOSPC) ||
+                        !batch_.hasPendingCopies()) {
+                        throw;
+                    }
                     madeRoom = true;
                     batch_.flush(result_);
-                    continue;
                 }
-                if (!retried && transfer::isTransient(failure.error()) && !stop_.stop_requested()) {
-                    retried = true;
-                    continue;
-                }
-                batch_.addError({sourceItem, "copy", failure.error()});
-                return;
-            } catch (const FileOperationFailure& failure) {
-                batch_.addError({sourceItem, "copy", asError(failure.error())});
-                return;
             }
+        };
+        try {
+            withRetry(copy, {stop_, nullptr});
+        } catch (const transfer::SizeMismatch& mismatch) {
+            batch_.addError(sizeMismatchError(mismatch.destination));
+        } catch (const Failure& failure) {
+            batch_.addError({from.path, "copy", failure.error()});
+        } catch (const FileOperationFailure& failure) {
+            batch_.addError({from.path, "copy", asError(failure.error())});
         }
     }
 
@@ -313,6 +339,7 @@ class Pass {
     void restoreFolderDates() {
         if (!root_.isPresent()) return;
         const auto touched = touchedFolders();
+        FolderCursor dates(root_.folder);
         for (const auto& folder : listing_.folders) {
             if (!folder.modificationDate) continue;
             const auto inMirror = mirror_.entries.find(folder.relativePath);
@@ -321,8 +348,14 @@ class Pass {
                                    inMirror->second.modificationDate == folder.modificationDate &&
                                    !touched.contains(folder.relativePath);
             if (unchanged) continue;
-            files::setModificationDate(paths::appending(root_.path, folder.relativePath),
-                                       *folder.modificationDate);
+            try {
+                const SharedFolder& parent = dates.folderOf(folder.relativePath);
+                files::setModificationDateAt(
+                    parent->get(), std::string(lastComponent(folder.relativePath)).c_str(),
+                    *folder.modificationDate);
+            } catch (const Failure&) {
+                // A folder the pass couldn't reach keeps the date it has.
+            }
         }
     }
 
@@ -349,6 +382,8 @@ class Pass {
     const Services services_;
     const Path& source_;
     const transfer::MirrorRoot root_;
+    FolderCursor sourceFolders_;
+    FolderCursor mirrorFolders_;
     const ExclusionFilter& filter_;
     const FileCopier::ProgressCallback& onProgress_;
     const std::stop_token stop_;
@@ -414,9 +449,11 @@ std::vector<std::string> FileCopier::differingSizes(
     const Path& source, const Path& destination,
     const std::vector<std::string>& relativePaths) const {
     std::vector<std::string> differing;
+    files::TreeReader sourceTree(source);
+    files::TreeReader mirrorTree(destination);
     for (const auto& relative : relativePaths) {
-        const auto sourceInfo = files::readInfo(paths::appending(source, relative));
-        const auto destinationInfo = files::readInfo(paths::appending(destination, relative));
+        const auto sourceInfo = sourceTree.readInfo(relative);
+        const auto destinationInfo = mirrorTree.readInfo(relative);
         const bool same = sourceInfo && destinationInfo && sourceInfo->fileSize &&
                           destinationInfo->fileSize &&
                           *sourceInfo->fileSize == *destinationInfo->fileSize;

@@ -3,15 +3,30 @@
 // The few file operations that a copy is made of. LocalFileSystem does them on the real disk;
 // tests wrap it to inject what a real disk can't produce on demand (EIO, EINTR on a swap).
 //
-// Every operation throws Failure with the POSIX error of the call that failed. Any thread may
-// call; an instance has no state.
+// Items are named relative to an open folder, so that a pass reaches paths of any length and
+// never through a link it didn't mean to follow; a whole path serves too. Every operation throws
+// Failure with the POSIX error of the call that failed. Any thread may call; an instance has no
+// state.
+
+#include <fcntl.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <stop_token>
+#include <string>
 
 namespace quillstow {
+
+// The item `name` in the open folder `folder`; a whole path converts to one named from the
+// working folder, as the *at calls take it.
+struct ItemRef {
+    int folder = AT_FDCWD;
+    std::string name;
+
+    ItemRef(const std::filesystem::path& path) : name(path.native()) {}
+    ItemRef(int folder, std::string name) : folder(folder), name(std::move(name)) {}
+};
 
 class FileSystem {
   public:
@@ -25,26 +40,27 @@ class FileSystem {
     // while it is copied fails the copy with the "source changed" error, so that a copy never
     // pairs one version's date with another's bytes. A tree polls `stop` between its entries
     // and fails with the cancellation error.
-    virtual void copyItem(const Path& from, const Path& to, std::stop_token stop = {}) = 0;
+    virtual void copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop = {}) = 0;
 
     // Puts `with` in the place of `target` in one step, so that a reader sees the old item or
     // the new one; `with` is consumed. Both lie in one folder.
-    virtual void replaceItem(const Path& target, const Path& with) = 0;
+    virtual void replaceItem(const ItemRef& target, const ItemRef& with) = 0;
 
     // Renames `from` to `to`; fails if something is at `to`.
-    virtual void moveItem(const Path& from, const Path& to) = 0;
+    virtual void moveItem(const ItemRef& from, const ItemRef& to) = 0;
 
-    virtual void createDirectories(const Path& folder) = 0;
+    // Makes the folder with the folders above it; below an open folder, no link is followed.
+    virtual void createDirectories(const ItemRef& folder) = 0;
 
     // Removes a file, a link, or a folder with everything in it.
-    virtual void removeItem(const Path& path) = 0;
+    virtual void removeItem(const ItemRef& item) = 0;
 
-    // Makes every write so far to the volume that holds `anyPathOnVolume` durable, so that
+    // Makes every write so far to the volume that holds `anyItemOnVolume` durable, so that
     // after a power cut the data of a copy is there before its name is.
-    virtual void flushVolume(const Path& anyPathOnVolume) = 0;
+    virtual void flushVolume(const ItemRef& anyItemOnVolume) = 0;
 
     // The same for the data of one file, where a whole volume would be too much to wait for.
-    virtual void flushFile(const Path& file) = 0;
+    virtual void flushFile(const ItemRef& file) = 0;
 
     // Copies up to `length` bytes of the open file `from`, starting at `offset`, to the same
     // offset of the open file `to`. Returns how far it got, 0 at the end of `from`'s data: a hole
@@ -62,13 +78,13 @@ class FileSystem {
 
 class LocalFileSystem final : public FileSystem {
   public:
-    void copyItem(const Path& from, const Path& to, std::stop_token stop = {}) override;
-    void replaceItem(const Path& target, const Path& with) override;
-    void moveItem(const Path& from, const Path& to) override;
-    void createDirectories(const Path& folder) override;
-    void removeItem(const Path& path) override;
-    void flushVolume(const Path& anyPathOnVolume) override;
-    void flushFile(const Path& file) override;
+    void copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop = {}) override;
+    void replaceItem(const ItemRef& target, const ItemRef& with) override;
+    void moveItem(const ItemRef& from, const ItemRef& to) override;
+    void createDirectories(const ItemRef& folder) override;
+    void removeItem(const ItemRef& item) override;
+    void flushVolume(const ItemRef& anyItemOnVolume) override;
+    void flushFile(const ItemRef& file) override;
     std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override;
     void copyMetadata(int from, int to) override;
 };

@@ -7,6 +7,7 @@
 #include "model/Results.hpp"
 #include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
+#include "support/Retry.hpp"
 #include "support/TreeWalk.hpp"
 #include "support/Uuid.hpp"
 
@@ -29,23 +30,11 @@ bool isReservedName(std::string_view name) {
     return atomicfile::isTemporaryName(name) || isPartialName(name);
 }
 
-bool isTransient(const Error& error) {
-    if (error.domain != errors::posixDomain) return false;
-    switch (error.code) {
-        case EINTR:
-        case EIO:
-        case EBUSY:
-        case EAGAIN:
-            return true;
-        default:
-            return false;
-    }
-}
-
 MirrorRoot MirrorRoot::at(const Path& path) {
+    auto folder = std::make_shared<const FileHandle>(handles::openFolder(path.native()));
     struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) throwPosix(errno);
-    return {path, status.st_dev};
+    if (::fstat(folder->get(), &status) != 0) throwPosix(errno);
+    return {path, status.st_dev, std::move(folder)};
 }
 
 bool MirrorRoot::isPresent() const {
@@ -53,15 +42,27 @@ bool MirrorRoot::isPresent() const {
     return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_dev == device;
 }
 
-void createFoldersOnVolume(FileSystem& fileSystem, const Path& folder, const MirrorRoot& root) {
-    Path existing = folder;
+FileHandle openFoldersOnVolume(const Path& path, const MirrorRoot& root) {
+    Path existing = path;
     struct stat status {};
     while (::stat(existing.c_str(), &status) != 0) {
         if (errno != ENOENT || !existing.has_relative_path()) throwPosix(errno);
         existing = existing.parent_path();
     }
     if (status.st_dev != root.device) throwPosix(EXDEV);
-    if (existing != folder) fileSystem.createDirectories(folder);
+    const FileHandle found = handles::openFolder(existing.native());
+    return handles::makeFoldersBelow(found.get(), path.lexically_relative(existing).native(),
+                                     root.device);
+}
+
+ItemRef Item::ref() const {
+    if (!folder) return path;
+    return {folder->get(), path.filename().native()};
+}
+
+ItemRef Item::sibling(const std::string& name) const {
+    if (!folder) return path.parent_path() / name;
+    return {folder->get(), name};
 }
 
 Error sourceChangedError() {
@@ -82,70 +83,87 @@ void throwIfChangedSince(int fd, const struct stat& before) {
     }
 }
 
-PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path& destination,
-                         const MirrorRoot* root, const StreamContext& context) {
-    const Path folder = destination.parent_path();
+namespace {
+
+std::optional<struct stat> statusOf(const ItemRef& item) {
+    struct stat status {};
+    if (::fstatat(item.folder, item.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return std::nullopt;
+    }
+    return status;
+}
+
+// The destination's folder, made where it is missing: through the pass's open folder when it
+// has one, else by its path, and then only on the root's volume while the root is there.
+void makeFolderOf(FileSystem& fileSystem, const Item& destination, const MirrorRoot* root) {
+    if (destination.folder) return;
+    const Path folder = destination.path.parent_path();
     try {
         if (root) {
             if (!root->isPresent()) throwPosix(ENOENT);
-            createFoldersOnVolume(fileSystem, folder, *root);
+            openFoldersOnVolume(folder, *root);
         } else if (!files::isFolder(folder)) {
             fileSystem.createDirectories(folder);
         }
     } catch (const Failure& failure) {
         throw FileOperationFailure({folder, "createDirectory", failure.error()});
     }
+}
 
-    const auto info = files::readInfo(source);
+}  // namespace
+
+PreparedCopy prepareCopy(FileSystem& fileSystem, const Item& source, const Item& destination,
+                         const MirrorRoot* root, const StreamContext& context) {
+    makeFolderOf(fileSystem, destination, root);
+    const auto status = statusOf(source.ref());
     PreparedCopy copy;
     // For a folder, what the file system reports for the entry itself.
-    copy.size = info ? info->entrySize : 0;
-    copy.destination = destination;
-    const std::string name = paths::lastPathComponent(destination);
-    if (info && !info->isDirectory() && copy.size >= streamThreshold) {
-        copy.temporary = folder / partialName(copy.size, name);
-        streamCopy(fileSystem, source, copy.temporary, copy.size, name, context);
+    copy.size = status ? std::int64_t(status->st_size) : 0;
+    copy.destination = destination.path;
+    copy.folder = destination.folder;
+    const std::string name = paths::lastPathComponent(destination.path);
+    const Path folder = destination.path.parent_path();
+    if (status && !S_ISDIR(status->st_mode) && copy.size >= streamThreshold) {
+        const std::string partial = partialName(copy.size, name);
+        copy.temporary = folder / partial;
+        streamCopy(fileSystem, source.ref(), destination.sibling(partial), copy.size, name,
+                   context);
         return copy;
     }
-    copy.temporary = folder / temporaryName(name);
-
+    const std::string temporary = temporaryName(name);
+    copy.temporary = folder / temporary;
+    const ItemRef target = destination.sibling(temporary);
     try {
-        fileSystem.removeItem(copy.temporary);
+        fileSystem.copyItem(source.ref(), target, context.stop);
     } catch (const Failure&) {
-    }
-    try {
-        fileSystem.copyItem(source, copy.temporary, context.stop);
-    } catch (const Failure&) {
-        try {
-            fileSystem.removeItem(copy.temporary);
-        } catch (const Failure&) {
-        }
+        removeQuietly(target.folder, target.name);
         throw;
     }
     return copy;
 }
 
-PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Path& source,
-                                 const Path& destination, const MirrorRoot* root,
+PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Item& source,
+                                 const Item& destination, const MirrorRoot* root,
                                  const StreamContext& context) {
     PreparedCopy copy = prepareCopy(fileSystem, source, destination, root, context);
-    if (!sameSize(source, copy.temporary)) {
-        try {
-            fileSystem.removeItem(copy.temporary);
-        } catch (const Failure&) {
-        }
-        throw SizeMismatch{destination};
+    const ItemRef temporary = destination.sibling(copy.temporary.filename().native());
+    if (!sameSize(source.ref(), temporary)) {
+        removeQuietly(temporary.folder, temporary.name);
+        throw SizeMismatch{destination.path};
     }
     return copy;
 }
 
 void swapIntoPlace(FileSystem& fileSystem, const PreparedCopy& copy) {
+    const Item destination(copy.destination, copy.folder);
+    const ItemRef temporary = destination.sibling(copy.temporary.filename().native());
+    const ItemRef target = destination.ref();
     // A rename that refuses to replace answers "is something there?" in the same call.
     try {
-        fileSystem.moveItem(copy.temporary, copy.destination);
+        fileSystem.moveItem(temporary, target);
     } catch (const Failure& failure) {
         if (!errors::isPosix(failure.error(), EEXIST)) throw;
-        fileSystem.replaceItem(copy.destination, copy.temporary);
+        fileSystem.replaceItem(target, temporary);
     }
 }
 
@@ -159,22 +177,18 @@ std::int64_t copyOnce(FileSystem& fileSystem, const Path& source, const Path& de
 
 std::int64_t copyFile(FileSystem& fileSystem, const Path& source, const Path& destination,
                       const StreamContext& context) {
-    try {
-        return copyOnce(fileSystem, source, destination, context);
-    } catch (const Failure& failure) {
-        if (!isTransient(failure.error())) throw;
-    }
     // A streamed copy continues from its partial file; a plain one starts under a new name.
-    return copyOnce(fileSystem, source, destination, context);
+    return withRetry([&](bool) { return copyOnce(fileSystem, source, destination, context); },
+                     {context.stop, nullptr});
 }
 
-bool sameSize(const Path& source, const Path& destination) {
-    const auto sourceInfo = files::readInfo(source);
-    const auto destinationInfo = files::readInfo(destination);
-    if (!sourceInfo || !destinationInfo) return false;
-    if (sourceInfo->isDirectory()) return destinationInfo->isDirectory();
-    return sourceInfo->fileSize && destinationInfo->fileSize &&
-           *sourceInfo->fileSize == *destinationInfo->fileSize;
+bool sameSize(const ItemRef& source, const ItemRef& destination) {
+    const auto sourceStatus = statusOf(source);
+    const auto destinationStatus = statusOf(destination);
+    if (!sourceStatus || !destinationStatus) return false;
+    if (S_ISDIR(sourceStatus->st_mode)) return S_ISDIR(destinationStatus->st_mode);
+    return !S_ISDIR(destinationStatus->st_mode) &&
+           sourceStatus->st_size == destinationStatus->st_size;
 }
 
 void removeStaleTemporaries(FileSystem& fileSystem, const Path& destination) {
@@ -182,7 +196,7 @@ void removeStaleTemporaries(FileSystem& fileSystem, const Path& destination) {
     walkTree(destination, WalkDetail::typeOnly, [&](const WalkEntry& entry) {
         if (!isReservedName(entry.name)) return true;
         try {
-            fileSystem.removeItem(paths::appending(destination, entry.relativePath));
+            fileSystem.removeItem({entry.folder, std::string(entry.name)});
         } catch (const Failure&) {
         }
         return false;

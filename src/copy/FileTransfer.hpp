@@ -18,6 +18,7 @@
 #include "copy/StreamedCopy.hpp"
 #include "support/AtomicFile.hpp"
 #include "support/Error.hpp"
+#include "support/FileHandle.hpp"
 
 namespace quillstow::transfer {
 
@@ -37,25 +38,42 @@ bool isPartialName(std::string_view name);
 // of them, and is backed up like any other.
 bool isReservedName(std::string_view name);
 
-// EINTR, EIO, EBUSY and EAGAIN of the POSIX domain: worth one more attempt at once.
-bool isTransient(const Error& error);
-
 // The folder a pass mirrors into, and the volume that held it when the pass began. A pass makes
 // folders only on that volume: when the drive is pulled, the bare mount point left behind lies
 // on another disk, and nothing may be written there.
+//
+// Everything a pass writes goes through the root's open folder, never through a link below it:
+// a link made where a folder was, even during the pass, leads nowhere.
 struct MirrorRoot {
     Path path;
     dev_t device = 0;
+    SharedFolder folder = nullptr;
 
-    // The root as it stands now; raises Failure when it can't be read.
+    // The root as it stands now, opened; raises Failure when it can't be.
     static MirrorRoot at(const Path& path);
-    // Whether the root is still a folder on its volume.
+    // Whether the root's path is still a folder on its volume.
     bool isPresent() const;
 };
 
-// Makes `folder` with its parents, once the nearest folder that exists above it is found on the
-// root's volume; otherwise raises Failure with EXDEV and makes nothing.
-void createFoldersOnVolume(FileSystem& fileSystem, const Path& folder, const MirrorRoot& root);
+// The folder at `path`, made with its parents once the nearest folder that exists above it is
+// found on the root's volume; otherwise raises Failure with EXDEV and makes nothing. Below that
+// folder no link is followed.
+FileHandle openFoldersOnVolume(const Path& path, const MirrorRoot& root);
+
+// An item as a copy names it: its whole path, which errors and progress show, and, where the
+// pass reached its folder already, that open folder, through which the item is then reached.
+// A whole path alone converts to one.
+struct Item {
+    Path path;
+    SharedFolder folder;
+
+    Item(Path path, SharedFolder folder = nullptr)
+        : path(std::move(path)), folder(std::move(folder)) {}
+
+    ItemRef ref() const;
+    // Another item in the same folder.
+    ItemRef sibling(const std::string& name) const;
+};
 
 // A file changed while it was copied: the copy is discarded, and the next pass copies it again.
 Error sourceChangedError();
@@ -69,6 +87,8 @@ struct PreparedCopy {
     Path temporary;
     Path destination;
     std::int64_t size = 0;
+    // The open folder that holds both, where the copy was made through one; else the paths.
+    SharedFolder folder = nullptr;
 };
 
 // Makes the destination's folder (a failure raises FileOperationFailure "createDirectory"),
@@ -81,7 +101,7 @@ struct PreparedCopy {
 // A file of 64 MiB or more is streamed into its partial file, which a failed attempt leaves for
 // the next one to continue; anything smaller, folders included, is copied whole under a fresh
 // temporary name, removed again when the copy fails.
-PreparedCopy prepareCopy(FileSystem& fileSystem, const Path& source, const Path& destination,
+PreparedCopy prepareCopy(FileSystem& fileSystem, const Item& source, const Item& destination,
                          const MirrorRoot* root = nullptr, const StreamContext& context = {});
 
 // A copy whose size differs from its source's right after it was made.
@@ -92,8 +112,8 @@ struct SizeMismatch {
 // prepareCopy, then the check of the copy's size against the source, before anything is
 // swapped in: a copy that fails it is removed, the mirror keeps what it had, and SizeMismatch
 // is thrown.
-PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Path& source,
-                                 const Path& destination, const MirrorRoot* root,
+PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Item& source,
+                                 const Item& destination, const MirrorRoot* root,
                                  const StreamContext& context = {});
 
 // Renames the temporary copy into place; on failure it stays where it is and Failure is raised.
@@ -103,13 +123,14 @@ void swapIntoPlace(FileSystem& fileSystem, const PreparedCopy& copy);
 std::int64_t copyOnce(FileSystem& fileSystem, const Path& source, const Path& destination,
                       const StreamContext& context = {});
 
-// copyOnce, and after a transient error the whole attempt once more at once, under a new name.
+// copyOnce under the retry policy: after a transient error the whole attempt once more at once,
+// under a new name.
 std::int64_t copyFile(FileSystem& fileSystem, const Path& source, const Path& destination,
                       const StreamContext& context = {});
 
 // Whether both sides have the same size; a folder only needs a folder. Never raises: what
 // can't be read answers false.
-bool sameSize(const Path& source, const Path& destination);
+bool sameSize(const ItemRef& source, const ItemRef& destination);
 
 // Removes every entry under `destination` whose name begins with a reserved prefix. Never
 // raises; each failure is dropped and the walk goes on.

@@ -17,40 +17,21 @@
 #include "copy/FileSystem.hpp"
 #include "copy/FileTransfer.hpp"
 #include "support/Error.hpp"
+#include "support/FileHandle.hpp"
+#include "support/Retry.hpp"
 
 namespace quillstow {
 
 namespace {
 
-// Closes a descriptor on every path out.
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-
-    int get() const { return fd_; }
-
-    // Closes now and reports the error, which network file systems may hold back until here.
-    void closeChecked() {
-        const int fd = fd_;
-        fd_ = -1;
-        if (::close(fd) != 0 && errno != EINTR) throwPosix(errno);
-    }
-
-  private:
-    int fd_;
-};
-
-int openSource(const char* path) {
+FileHandle openSource(const ItemRef& item) {
     // O_NOATIME keeps a backup from touching the source's access times; it needs ownership.
-    int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOATIME);
-    if (fd < 0 && errno == EPERM) fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    const char* name = item.name.c_str();
+    int fd = ::openat(item.folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOATIME);
+    if (fd < 0 && errno == EPERM)
+        fd = ::openat(item.folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0) throwPosix(errno);
-    return fd;
+    return FileHandle(fd);
 }
 
 bool meansUnsupported(int error) {
@@ -214,39 +195,35 @@ void copyMetadata(int from, int to, const struct stat& status) {
     (void)::futimens(to, times);
 }
 
-void copyRegularFile(const char* from, const char* to) {
-    Descriptor source(openSource(from));
+void copyRegularFile(const ItemRef& from, const ItemRef& to) {
+    const FileHandle source = openSource(from);
     struct stat status {};
     if (::fstat(source.get(), &status) != 0) throwPosix(errno);
-    Descriptor target(::open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (target.get() < 0) throwPosix(errno);
+    FileHandle target(::openat(to.folder, to.name.c_str(),
+                               O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!target.isOpen()) throwPosix(errno);
     copyData(source.get(), target.get(), status);
     transfer::throwIfChangedSince(source.get(), status);
     copyMetadata(source.get(), target.get(), status);
     target.closeChecked();
 }
 
-void copyLink(const char* from, const char* to, const struct stat& status) {
+void copyLink(const ItemRef& from, const ItemRef& to, const struct stat& status) {
     std::string destination(std::size_t(status.st_size > 0 ? status.st_size : PATH_MAX) + 1, '\0');
-    const ssize_t length = ::readlink(from, destination.data(), destination.size());
+    const ssize_t length =
+        ::readlinkat(from.folder, from.name.c_str(), destination.data(), destination.size());
     if (length < 0) throwPosix(errno);
     destination.resize(std::size_t(length));
-    if (::symlink(destination.c_str(), to) != 0) throwPosix(errno);
-    (void)::lchown(to, status.st_uid, status.st_gid);
+    if (::symlinkat(destination.c_str(), to.folder, to.name.c_str()) != 0) throwPosix(errno);
+    (void)::fchownat(to.folder, to.name.c_str(), status.st_uid, status.st_gid, AT_SYMLINK_NOFOLLOW);
     const timespec times[2] = {status.st_atim, status.st_mtim};
-    (void)::utimensat(AT_FDCWD, to, times, AT_SYMLINK_NOFOLLOW);
+    (void)::utimensat(to.folder, to.name.c_str(), times, AT_SYMLINK_NOFOLLOW);
 }
 
-// The names in a folder, read whole before anything in it changes; a link is not followed.
-std::vector<std::string> namesIn(const std::string& folder) {
-    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
-    if (fd < 0) throwPosix(errno);
-    DIR* listing = ::fdopendir(fd);
-    if (!listing) {
-        const int error = errno;
-        ::close(fd);
-        throwPosix(error);
-    }
+// The names in an open folder, read whole before anything in it changes.
+std::vector<std::string> namesIn(int folder) {
+    DIR* listing = ::fdopendir(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!listing) throwPosix(errno);
     std::unique_ptr<DIR, int (*)(DIR*)> closer(listing, ::closedir);
     std::vector<std::string> names;
     while (const dirent* entry = ::readdir(listing)) {
@@ -256,107 +233,110 @@ std::vector<std::string> namesIn(const std::string& folder) {
     return names;
 }
 
-void copyTree(const std::string& from, const std::string& to, const std::stop_token& stop);
+void copyTree(const ItemRef& from, const ItemRef& to, const std::stop_token& stop);
 
-void copyAny(const std::string& from, const std::string& to, const std::stop_token& stop) {
+void copyAny(const ItemRef& from, const ItemRef& to, const std::stop_token& stop) {
     struct stat status {};
-    if (::lstat(from.c_str(), &status) != 0) throwPosix(errno);
+    if (::fstatat(from.folder, from.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        throwPosix(errno);
+    }
     if (S_ISREG(status.st_mode)) {
-        copyRegularFile(from.c_str(), to.c_str());
+        copyRegularFile(from, to);
     } else if (S_ISDIR(status.st_mode)) {
         copyTree(from, to, stop);
     } else if (S_ISLNK(status.st_mode)) {
-        copyLink(from.c_str(), to.c_str(), status);
+        copyLink(from, to, status);
     }
     // Sockets, pipes and devices are nothing a backup can keep.
 }
 
-void copyTree(const std::string& from, const std::string& to, const std::stop_token& stop) {
-    Descriptor folder(::open(from.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
-    if (folder.get() < 0) throwPosix(errno);
+FileHandle openFolderAt(const ItemRef& item) {
+    FileHandle folder(
+        ::openat(item.folder, item.name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+    if (!folder.isOpen()) throwPosix(errno);
+    return folder;
+}
+
+// Each level relative to the one above, so a tree of any depth is copied whole.
+void copyTree(const ItemRef& from, const ItemRef& to, const std::stop_token& stop) {
+    const FileHandle folder = openFolderAt(from);
     struct stat status {};
     if (::fstat(folder.get(), &status) != 0) throwPosix(errno);
-    if (::mkdir(to.c_str(), 0700) != 0) throwPosix(errno);
+    if (::mkdirat(to.folder, to.name.c_str(), 0700) != 0) throwPosix(errno);
+    const FileHandle target = openFolderAt(to);
 
     // A folder copied whole may hold thousands of files: a stop is heard between them.
-    for (const auto& name : namesIn(from)) {
+    for (const auto& name : namesIn(folder.get())) {
         if (stop.stop_requested()) throw Failure(errors::cancellation());
-        copyAny(from + "/" + name, to + "/" + name, stop);
+        copyAny({folder.get(), name}, {target.get(), name}, stop);
     }
 
     // The folder's own metadata last, since filling it moved its times.
-    Descriptor target(::open(to.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
-    if (target.get() < 0) throwPosix(errno);
     copyMetadata(folder.get(), target.get(), status);
-}
-
-void removeTree(const std::string& path) {
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) {
-        if (errno == ENOENT) return;
-        throwPosix(errno);
-    }
-    if (!S_ISDIR(status.st_mode)) {
-        if (::unlink(path.c_str()) != 0 && errno != ENOENT) throwPosix(errno);
-        return;
-    }
-    for (const auto& name : namesIn(path))
-        removeTree(path + "/" + name);
-    if (::rmdir(path.c_str()) != 0 && errno != ENOENT) throwPosix(errno);
 }
 
 }  // namespace
 
-void LocalFileSystem::copyItem(const Path& from, const Path& to, std::stop_token stop) {
+void LocalFileSystem::copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop) {
     copyAny(from, to, stop);
 }
 
-void LocalFileSystem::replaceItem(const Path& target, const Path& with) {
-    if (::rename(with.c_str(), target.c_str()) == 0) return;
+void LocalFileSystem::replaceItem(const ItemRef& target, const ItemRef& with) {
+    if (::renameat(with.folder, with.name.c_str(), target.folder, target.name.c_str()) == 0) {
+        return;
+    }
     const int renameError = errno;
     // A folder can't be renamed over a non-empty folder: exchange the two in one step, then
     // remove the old one, the older copy of a folder copied whole, as a file's older copy goes
     // in a rename. A file and a folder are never exchanged (EISDIR, ENOTDIR): the item in the
     // way holds other backups, and only the archive may take it.
     if (renameError != ENOTEMPTY && renameError != EEXIST) throwPosix(renameError);
-    if (::renameat2(AT_FDCWD, with.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) {
+    if (::renameat2(with.folder, with.name.c_str(), target.folder, target.name.c_str(),
+                    RENAME_EXCHANGE) != 0) {
         throwPosix(errno);
     }
-    try {
-        removeTree(with);
-    } catch (const Failure&) {
-        // The old item stays under the temporary name, where the next sweep finds it.
-    }
+    // What can't be removed stays under the temporary name, where the next sweep finds it.
+    removeQuietly(with.folder, with.name);
 }
 
-void LocalFileSystem::moveItem(const Path& from, const Path& to) {
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return;
+void LocalFileSystem::moveItem(const ItemRef& from, const ItemRef& to) {
+    const char* fromName = from.name.c_str();
+    const char* toName = to.name.c_str();
+    if (::renameat2(from.folder, fromName, to.folder, toName, RENAME_NOREPLACE) == 0) return;
     if (errno != EINVAL && errno != ENOSYS) throwPosix(errno);
     // Some file systems can't refuse to replace; a check right before serves them.
     struct stat status {};
-    if (::lstat(to.c_str(), &status) == 0) throwPosix(EEXIST);
-    if (::rename(from.c_str(), to.c_str()) != 0) throwPosix(errno);
+    if (::fstatat(to.folder, toName, &status, AT_SYMLINK_NOFOLLOW) == 0) throwPosix(EEXIST);
+    if (::renameat(from.folder, fromName, to.folder, toName) != 0) throwPosix(errno);
 }
 
-void LocalFileSystem::createDirectories(const Path& folder) {
+void LocalFileSystem::createDirectories(const ItemRef& folder) {
+    if (folder.folder != AT_FDCWD) {
+        struct stat status {};
+        if (::fstat(folder.folder, &status) != 0) throwPosix(errno);
+        handles::makeFoldersBelow(folder.folder, folder.name, status.st_dev);
+        return;
+    }
     std::error_code error;
-    std::filesystem::create_directories(folder, error);
+    std::filesystem::create_directories(folder.name, error);
     if (error) throwPosix(error.value());
 }
 
-void LocalFileSystem::removeItem(const Path& path) {
-    removeTree(path);
+void LocalFileSystem::removeItem(const ItemRef& item) {
+    removeTree(item.folder, item.name);
 }
 
-void LocalFileSystem::flushVolume(const Path& anyPathOnVolume) {
-    Descriptor handle(::open(anyPathOnVolume.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    if (handle.get() < 0) throwPosix(errno);
+void LocalFileSystem::flushVolume(const ItemRef& anyItemOnVolume) {
+    const FileHandle handle(::openat(anyItemOnVolume.folder, anyItemOnVolume.name.c_str(),
+                                     O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (!handle.isOpen()) throwPosix(errno);
     if (::syncfs(handle.get()) != 0) throwPosix(errno);
 }
 
-void LocalFileSystem::flushFile(const Path& file) {
-    Descriptor handle(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    if (handle.get() < 0) throwPosix(errno);
+void LocalFileSystem::flushFile(const ItemRef& file) {
+    const FileHandle handle(
+        ::openat(file.folder, file.name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (!handle.isOpen()) throwPosix(errno);
     if (::fdatasync(handle.get()) != 0) throwPosix(errno);
 }
 

@@ -11,7 +11,9 @@
 #include "support/AtomicFile.hpp"
 #include "support/ByteCount.hpp"
 #include "support/Error.hpp"
+#include "support/FileHandle.hpp"
 #include "support/FileInfo.hpp"
+#include "support/Retry.hpp"
 
 namespace quillstow {
 
@@ -24,20 +26,6 @@ std::string partialName(std::int64_t size, const std::string& name) {
 
 namespace {
 
-class Handle {
-  public:
-    explicit Handle(int fd) : fd_(fd) {}
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-    ~Handle() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    int get() const { return fd_; }
-
-  private:
-    int fd_;
-};
-
 [[noreturn]] void fail(int code, const char* message) {
     throw Failure(errors::quillstow(code, message));
 }
@@ -45,17 +33,6 @@ class Handle {
 void throwIfStopped(const std::stop_token& stop) {
     if (stop.stop_requested()) throw Failure(errors::cancellation());
 }
-
-void removeQuietly(FileSystem& fileSystem, const fs::path& path) {
-    try {
-        fileSystem.removeItem(path);
-    } catch (const Failure&) {
-    }
-}
-
-}  // namespace
-
-namespace {
 
 bool isOlder(const timespec& a, const timespec& b) {
     return a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec < b.tv_nsec);
@@ -67,21 +44,22 @@ struct Head {
     std::int64_t size = 0;
     timespec modified{};
 };
-std::optional<Head> resumableHead(FileSystem& fileSystem, const fs::path& partial,
-                                  std::int64_t size) {
+std::optional<Head> resumableHead(const ItemRef& partial, std::int64_t size) {
     struct stat head {};
-    if (::lstat(partial.c_str(), &head) == 0 && S_ISREG(head.st_mode) && head.st_size >= 1 &&
-        head.st_size < size) {
+    if (::fstatat(partial.folder, partial.name.c_str(), &head, AT_SYMLINK_NOFOLLOW) == 0 &&
+        S_ISREG(head.st_mode) && head.st_size >= 1 && head.st_size < size) {
         return Head{head.st_size, head.st_mtim};
     }
-    removeQuietly(fileSystem, partial);
+    removeQuietly(partial.folder, partial.name);
     return std::nullopt;
 }
 
-int openForReading(const fs::path& source) {
-    int fd = ::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOATIME);
-    if (fd < 0 && errno == EPERM) fd = ::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    return fd;
+FileHandle openForReading(const ItemRef& source) {
+    const char* name = source.name.c_str();
+    int fd = ::openat(source.folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOATIME);
+    if (fd < 0 && errno == EPERM)
+        fd = ::openat(source.folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    return FileHandle(fd);
 }
 
 void copyChunks(FileSystem& fileSystem, int input, int output, std::int64_t offset,
@@ -111,19 +89,19 @@ bool hasChangedSince(int fd, const struct stat& before) {
 
 }  // namespace
 
-void streamCopy(FileSystem& fileSystem, const fs::path& source, const fs::path& partial,
+void streamCopy(FileSystem& fileSystem, const ItemRef& source, const ItemRef& partial,
                 std::int64_t size, const std::string& name, const StreamContext& context) {
-    const Handle input(openForReading(source));
+    const FileHandle input = openForReading(source);
     struct stat status {};
     if (input.get() < 0 || ::fstat(input.get(), &status) != 0) {
         fail(1010, "Could not open source file for reading.");
     }
-    const auto head = resumableHead(fileSystem, partial, size);
+    const auto head = resumableHead(partial, size);
     std::int64_t offset = head ? head->size : 0;
     if (offset > 0) {
         throwIfStopped(context.stop);
         if (status.st_size < offset) {
-            removeQuietly(fileSystem, partial);
+            removeQuietly(partial.folder, partial.name);
             fail(1013,
                  "Resume mismatch — source shrank since the previous copy. Restarting next time.");
         }
@@ -134,8 +112,8 @@ void streamCopy(FileSystem& fileSystem, const fs::path& source, const fs::path& 
 
     const int partialFlags =
         O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | (offset > 0 ? 0 : O_TRUNC);
-    const Handle output(::open(partial.c_str(), partialFlags, 0600));
-    if (output.get() < 0) fail(1011, "Could not open destination file for writing.");
+    const FileHandle output(::openat(partial.folder, partial.name.c_str(), partialFlags, 0600));
+    if (!output.isOpen()) fail(1011, "Could not open destination file for writing.");
 
     try {
         copyChunks(fileSystem, input.get(), output.get(), offset, size, name, context);
@@ -147,7 +125,7 @@ void streamCopy(FileSystem& fileSystem, const fs::path& source, const fs::path& 
         // not on a full drive, where it would starve the files after it.
         if (errors::isPosix(failure.error(), ENOSPC) || hasChangedSince(input.get(), status) ||
             failure.error() == transfer::sourceChangedError()) {
-            removeQuietly(fileSystem, partial);
+            removeQuietly(partial.folder, partial.name);
         }
         throw;
     }

@@ -39,8 +39,7 @@ struct StreamContext {
 // file can't be opened), 1013 "Resume mismatch" (the source shrank below the head, which is
 // then removed), the system's error of a read or write, or the cancellation error. The partial
 // file stays after every failure but the mismatch.
-void streamCopy(FileSystem& fileSystem, const std::filesystem::path& source,
-                const std::filesystem::path& partial, std::int64_t size, const std::string& name,
-                const StreamContext& context);
+void streamCopy(FileSystem& fileSystem, const ItemRef& source, const ItemRef& partial,
+                std::int64_t size, const std::string& name, const StreamContext& context);
 
 }  // namespace quillstow

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "environment/VolumeSpace.hpp"
+#include "support/Retry.hpp"
 
 namespace quillstow {
 
@@ -15,31 +16,37 @@ void SwapBatch::begin() {
     outcomes_.clear();
     pendingCopies_ = 0;
     pendingBytes_ = 0;
+    heldFolders_ = 0;
     const auto available = volumes::availableCapacity(root_.path);
     byteLimit_ = available ? std::min(maximumBytes, *available / 2) : maximumBytes;
 }
 
-void SwapBatch::addCopy(transfer::PreparedCopy copy, std::filesystem::path source,
+void SwapBatch::addCopy(transfer::PreparedCopy copy, transfer::Item source,
                         std::string relativePath, bool isRetry, double fraction) {
     pendingBytes_ += copy.size;
     ++pendingCopies_;
+    const auto* last =
+        outcomes_.empty() || !outcomes_.back().copy ? nullptr : &*outcomes_.back().copy;
+    if (!last || last->folder != copy.folder) ++heldFolders_;
     outcomes_.push_back(
         {std::move(copy), std::move(source), std::move(relativePath), isRetry, fraction, {}});
 }
 
 void SwapBatch::addError(FileOperationError error) {
-    outcomes_.push_back({std::nullopt, {}, {}, false, 0, std::move(error)});
+    outcomes_.push_back({std::nullopt, transfer::Item({}), {}, false, 0, std::move(error)});
 }
 
 bool SwapBatch::isFull() const {
-    return pendingCopies_ >= maximumCopies || pendingBytes_ >= byteLimit_;
+    return pendingCopies_ >= maximumCopies || pendingBytes_ >= byteLimit_ ||
+           heldFolders_ >= maximumFolders;
 }
 
 void SwapBatch::flush(BackupResult& result) {
     bool flushed = true;
     if (pendingCopies_ > 0) {
         try {
-            fileSystem_.flushVolume(root_.path);
+            fileSystem_.flushVolume(root_.folder ? ItemRef(root_.folder->get(), ".")
+                                                 : ItemRef(root_.path));
         } catch (const Failure&) {
             // The data may not have reached the disk: no copy of this batch is swapped in as
             // it is; each is made again on its own, or fails.
@@ -74,49 +81,50 @@ void SwapBatch::swap(Outcome& outcome, bool flushed, BackupResult& result) {
         return;
     }
     const transfer::PreparedCopy& copy = *outcome.copy;
-    std::int64_t size = copy.size;
-    try {
+    // The swap, and after a transient failure the whole copy once more, under a new name; the
+    // first temporary file stays for the next sweep. An item that was a retry already gets no
+    // third attempt.
+    const auto attempt = [&](bool again) {
+        if (again) return retry(outcome);
         if (!flushed) throw Failure(errors::posix(EIO));
         transfer::swapIntoPlace(fileSystem_, copy);
+        return copy.size;
+    };
+    std::int64_t size = 0;
+    try {
+        size = outcome.isRetry ? attempt(false)
+                               : withRetry(attempt, {context_.stop, [&] { beforeRetry(outcome); }});
     } catch (const Failure& failure) {
-        if (outcome.isRetry || !transfer::isTransient(failure.error()) ||
-            context_.stop.stop_requested()) {
-            result.errors.push_back({outcome.source, "copy", failure.error()});
-            return;
-        }
-        // The one more attempt, at once and whole, under a new name; the first temporary
-        // file stays for the next sweep.
-        try {
-            size = retry(outcome);
-        } catch (const Failure& retryFailure) {
-            result.errors.push_back({outcome.source, "copy", retryFailure.error()});
-            return;
-        } catch (const FileOperationFailure& retryFailure) {
-            result.errors.push_back({outcome.source, "copy", asError(retryFailure.error())});
-            return;
-        } catch (const transfer::SizeMismatch& mismatch) {
-            result.errors.push_back(sizeMismatchError(mismatch.destination));
-            return;
-        }
+        result.errors.push_back({outcome.source.path, "copy", failure.error()});
+        return;
+    } catch (const FileOperationFailure& failure) {
+        result.errors.push_back({outcome.source.path, "copy", asError(failure.error())});
+        return;
+    } catch (const transfer::SizeMismatch& mismatch) {
+        result.errors.push_back(sizeMismatchError(mismatch.destination));
+        return;
     }
     result.bytesTransferred += size;
     result.copiedFiles += 1;
     result.copiedRelativePaths.push_back(std::move(outcome.relativePath));
 }
 
-// Paced, reported and cancellable like the first attempt was.
+// Paced and reported like the first attempt was.
+void SwapBatch::beforeRetry(const Outcome& outcome) const {
+    if (context_.gate) context_.gate->pauseBetweenFiles(context_.stop);
+    if (context_.onProgress && !context_.stop.stop_requested()) {
+        context_.onProgress(outcome.fraction, outcome.copy->destination.filename().native());
+    }
+}
+
 std::int64_t SwapBatch::retry(const Outcome& outcome) {
     const transfer::PreparedCopy& copy = *outcome.copy;
-    if (context_.gate) context_.gate->pauseBetweenFiles(context_.stop);
-    if (context_.stop.stop_requested()) throw Failure(errors::cancellation());
-    if (context_.onProgress) {
-        context_.onProgress(outcome.fraction, copy.destination.filename().native());
-    }
     StreamContext context = context_;
     context.fraction = outcome.fraction;
     const transfer::PreparedCopy again = transfer::prepareVerifiedCopy(
-        fileSystem_, outcome.source, copy.destination, &root_, context);
-    fileSystem_.flushVolume(again.temporary.parent_path());
+        fileSystem_, outcome.source, transfer::Item(copy.destination, copy.folder), &root_,
+        context);
+    fileSystem_.flushVolume(transfer::Item(again.temporary, again.folder).sibling("."));
     transfer::swapIntoPlace(fileSystem_, again);
     return again.size;
 }

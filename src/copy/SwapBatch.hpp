@@ -28,6 +28,9 @@ class SwapBatch {
     // ones, and a nearly full drive must still take updates that fit one at a time.
     static constexpr std::size_t maximumCopies = 2000;
     static constexpr std::int64_t maximumBytes = std::int64_t(256) << 20;
+    // Each waiting copy keeps its folder open; the batch stays well inside a process's limit of
+    // open files.
+    static constexpr std::size_t maximumFolders = 256;
 
     // `context` is the pass's, for the one more attempt at a swap that failed.
     SwapBatch(FileSystem& fileSystem, transfer::MirrorRoot root, StreamContext context = {});
@@ -36,8 +39,8 @@ class SwapBatch {
 
     // A copy made and checked; `isRetry` marks the second attempt after a transient error,
     // which gets no third. `fraction` is the item's place in the pass, for progress.
-    void addCopy(transfer::PreparedCopy copy, std::filesystem::path source,
-                 std::string relativePath, bool isRetry, double fraction = 0);
+    void addCopy(transfer::PreparedCopy copy, transfer::Item source, std::string relativePath,
+                 bool isRetry, double fraction = 0);
     void addError(FileOperationError error);
 
     bool isFull() const;
@@ -53,7 +56,7 @@ class SwapBatch {
   private:
     struct Outcome {
         std::optional<transfer::PreparedCopy> copy;
-        std::filesystem::path source;
+        transfer::Item source;
         std::string relativePath;
         bool isRetry = false;
         double fraction = 0;
@@ -62,6 +65,7 @@ class SwapBatch {
 
     void swap(Outcome& outcome, bool flushed, BackupResult& result);
     std::int64_t retry(const Outcome& outcome);
+    void beforeRetry(const Outcome& outcome) const;
     void begin();
 
     FileSystem& fileSystem_;
@@ -70,6 +74,7 @@ class SwapBatch {
     std::vector<Outcome> outcomes_;
     std::size_t pendingCopies_ = 0;
     std::int64_t pendingBytes_ = 0;
+    std::size_t heldFolders_ = 0;
     std::int64_t byteLimit_ = maximumBytes;
 };
 

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "support/Error.hpp"
+
 namespace quillstow::files {
 
 namespace {
@@ -51,11 +53,15 @@ bool isFolder(const std::filesystem::path& path) {
 }
 
 bool setModificationDate(const std::filesystem::path& path, Date date) {
+    return setModificationDateAt(AT_FDCWD, path.c_str(), date);
+}
+
+bool setModificationDateAt(int folder, const char* name, Date date) {
     const auto sinceEpoch = date.time_since_epoch();
     const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
     const timespec times[2] = {{0, UTIME_OMIT},
                                {time_t(seconds.count()), long((sinceEpoch - seconds).count())}};
-    return ::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0;
+    return ::utimensat(folder, name, times, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 bool isReadable(const std::filesystem::path& path) {
@@ -66,35 +72,23 @@ bool isWritable(const std::filesystem::path& path) {
     return ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
 }
 
-TreeReader::TreeReader(const std::filesystem::path& root) : root_(root.native()) {
-    while (root_.size() > 1 && root_.back() == '/')
-        root_.pop_back();
-}
-
-TreeReader::~TreeReader() {
-    if (folderHandle_ >= 0) ::close(folderHandle_);
+TreeReader::TreeReader(const std::filesystem::path& root) {
+    try {
+        folders_.emplace(std::make_shared<const FileHandle>(handles::openFolder(root.native())));
+    } catch (const Failure&) {
+    }
 }
 
 std::optional<FileInfo> TreeReader::readInfo(std::string_view relativePath) {
-    const auto slash = relativePath.rfind('/');
-    const std::string_view folder =
-        slash == std::string_view::npos ? std::string_view() : relativePath.substr(0, slash);
-    if (!hasFolder_ || folder != folder_) {
-        if (folderHandle_ >= 0) ::close(folderHandle_);
-        const std::string path = folder.empty() ? root_ : root_ + "/" + std::string(folder);
-        // A folder that isn't there is opened again when the next item of it comes: a copy may
-        // have made it since.
-        folderHandle_ = ::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-        folder_ = folder;
-        hasFolder_ = true;
-    }
-    if (folderHandle_ < 0) {
-        hasFolder_ = false;
+    if (!folders_) return std::nullopt;
+    try {
+        // A folder that isn't there is looked for again when the next item of it comes: a copy
+        // may have made it since.
+        const SharedFolder& folder = folders_->folderOf(relativePath);
+        return readInfoAt(folder->get(), std::string(lastComponent(relativePath)).c_str());
+    } catch (const Failure&) {
         return std::nullopt;
     }
-    const std::string name(slash == std::string_view::npos ? relativePath
-                                                           : relativePath.substr(slash + 1));
-    return readInfoAt(folderHandle_, name.c_str());
 }
 
 }  // namespace quillstow::files

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "support/Dates.hpp"
+#include "support/FileHandle.hpp"
 
 namespace quillstow {
 
@@ -48,6 +49,7 @@ bool isFolder(const std::filesystem::path& path);
 // Sets the modification date of the item itself, a link not followed, to the nanosecond; the
 // access time stays. False when it can't.
 bool setModificationDate(const std::filesystem::path& path, Date date);
+bool setModificationDateAt(int folder, const char* name, Date date);
 
 // Access checks for this user, following links, as the kernel would judge an open.
 bool isReadable(const std::filesystem::path& path);
@@ -56,21 +58,17 @@ bool isWritable(const std::filesystem::path& path);
 // Reads the items below a root by their relative paths, keeping the folder of the last one
 // open: items that come in folder order then cost the lookup of one name each instead of a walk
 // of the whole path. Used by one thread.
+// A link on the way to an item is not followed: the item isn't there.
 class TreeReader {
   public:
     explicit TreeReader(const std::filesystem::path& root);
-    TreeReader(const TreeReader&) = delete;
-    TreeReader& operator=(const TreeReader&) = delete;
-    ~TreeReader();
 
     // Nothing when the item, or its folder, isn't there or can't be read.
     std::optional<FileInfo> readInfo(std::string_view relativePath);
 
   private:
-    std::string root_;
-    std::string folder_;
-    int folderHandle_ = -1;
-    bool hasFolder_ = false;
+    // Nothing when the root can't be opened.
+    std::optional<FolderCursor> folders_;
 };
 
 }  // namespace files

@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/FileHandle.hpp"
+
 namespace quillstow {
 
 namespace {
@@ -19,8 +21,6 @@ struct Listed {
     std::optional<FileInfo> info;
 };
 
-// Reads one folder whole and closes it before going deeper, so that a deep tree holds one
-// descriptor at a time.
 std::optional<FileInfo> typeOf(unsigned char type) {
     FileInfo info;
     switch (type) {
@@ -40,13 +40,9 @@ std::optional<FileInfo> typeOf(unsigned char type) {
     }
 }
 
-// Returns 0, or the error that kept the folder from being read whole.
-int listFolder(const std::string& path, bool followLink, WalkDetail detail,
-               std::vector<Listed>& entries) {
-    const int fd =
-        ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
-    if (fd < 0) return errno;
-    int error = 0;
+// Reads an open folder whole before anything in it is visited. Returns 0, or the error that
+// kept the folder from being read whole.
+int listFolder(int fd, WalkDetail detail, std::vector<Listed>& entries) {
     // getdents64 itself: the directory stream of the C library costs an fstat and two fcntl
     // calls per folder, which a walk of a hundred thousand files feels. On 64-bit Linux the
     // C library's dirent has the kernel's layout.
@@ -54,8 +50,8 @@ int listFolder(const std::string& path, bool followLink, WalkDetail detail,
     for (;;) {
         const long length = ::syscall(SYS_getdents64, fd, buffer, sizeof buffer);
         if (length < 0 && errno == EINTR) continue;
-        if (length < 0) error = errno;
-        if (length <= 0) break;
+        if (length < 0) return errno;
+        if (length == 0) return 0;
         for (long at = 0; at < length;) {
             const auto* entry = reinterpret_cast<const dirent*>(buffer + at);
             at += entry->d_reclen;
@@ -67,16 +63,16 @@ int listFolder(const std::string& path, bool followLink, WalkDetail detail,
             entries.push_back({std::string(name), std::move(info)});
         }
     }
-    ::close(fd);
-    return error;
 }
 
-bool walkFolder(const std::string& path, const std::string& relativeFolder, WalkDetail detail,
+// Each folder is opened relative to the one above, which stays open while its entries are
+// visited: a path of any length is walked, and a folder swapped for a link since it was listed
+// is not entered. A deep tree holds one descriptor per level.
+bool walkFolder(const FileHandle& folder, const std::string& relativeFolder, WalkDetail detail,
                 const std::function<bool(const WalkEntry&)>& visit,
                 const OnUnreadableFolder& onUnreadable) {
     std::vector<Listed> entries;
-    // Only the root may be reached through a link; below it nothing is followed.
-    if (const int error = listFolder(path, relativeFolder.empty(), detail, entries)) {
+    if (const int error = folder.isOpen() ? listFolder(folder.get(), detail, entries) : errno) {
         if (onUnreadable) onUnreadable(relativeFolder, error);
         return false;
     }
@@ -85,9 +81,11 @@ bool walkFolder(const std::string& path, const std::string& relativeFolder, Walk
         // An entry that vanished between listing and reading is no longer there to visit.
         if (!entry.info) continue;
         relativePath = relativeFolder.empty() ? entry.name : relativeFolder + "/" + entry.name;
-        const bool goIn = visit(WalkEntry{relativePath, entry.name, *entry.info});
+        const bool goIn = visit(WalkEntry{relativePath, entry.name, *entry.info, folder.get()});
         if (goIn && entry.info->isDirectory()) {
-            walkFolder(path + "/" + entry.name, relativePath, detail, visit, onUnreadable);
+            const FileHandle inside(::openat(folder.get(), entry.name.c_str(),
+                                             O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+            walkFolder(inside, relativePath, detail, visit, onUnreadable);
         }
     }
     return true;
@@ -106,7 +104,9 @@ bool walkTree(const std::filesystem::path& root, WalkDetail detail,
     std::string rootPath = root.native();
     while (rootPath.size() > 1 && rootPath.back() == '/')
         rootPath.pop_back();
-    return walkFolder(rootPath, "", detail, visit, onUnreadable);
+    // Only the root may be reached through a link; below it nothing is followed.
+    const FileHandle folder(::open(rootPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return walkFolder(folder, "", detail, visit, onUnreadable);
 }
 
 }  // namespace quillstow

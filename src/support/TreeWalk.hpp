@@ -1,10 +1,10 @@
 #pragma once
 
 // A depth-first walk of a folder that never follows a symbolic link and visits hidden entries
-// like any other. Entries come in the order the file system lists them; a folder is visited
-// before what it holds. A folder below the root that can't be read whole is passed over, and
-// told to `onUnreadable` where the caller gives one: a listing that lacks a folder's items must
-// not be taken for one in which they are gone.
+// like any other, at any depth: paths longer than PATH_MAX too. Entries come in the order the file
+// system lists them; a folder is visited before what it holds. A folder below the root that can't
+// be read whole is passed over, and told to `onUnreadable` where the caller gives one: a listing
+// that lacks a folder's items must not be taken for one in which they are gone.
 
 #include <filesystem>
 #include <functional>
@@ -20,6 +20,8 @@ struct WalkEntry {
     const std::string& relativePath;
     std::string_view name;
     const FileInfo& info;
+    // The open folder that holds the entry, for calls relative to it during the visit.
+    int folder;
 };
 
 enum class WalkDetail {

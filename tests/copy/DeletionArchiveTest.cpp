@@ -224,7 +224,7 @@ TEST_F(DeletionArchiveTest, CancellationStopsBeforeTheNextItemAndKeepsWhatMoved)
         int& moves;
         StopAfterFirstMove(FileSystem& target, std::stop_source& s, int& m)
             : ForwardingFileSystem(target), stop(s), moves(m) {}
-        void moveItem(const Path& from, const Path& to) override {
+        void moveItem(const ItemRef& from, const ItemRef& to) override {
             ForwardingFileSystem::moveItem(from, to);
             ++moves;
             stop.request_stop();

@@ -13,22 +13,30 @@
 
 namespace quillstow::testing {
 
+// A path that reaches the item now, for a test to look at or tamper with.
+inline std::filesystem::path pathOf(const ItemRef& item) {
+    if (item.folder == AT_FDCWD) return item.name;
+    return "/proc/self/fd/" + std::to_string(item.folder) + "/" + item.name;
+}
+
 // Forwards every operation to another file system; a test overrides what it watches.
 class ForwardingFileSystem : public FileSystem {
   public:
     explicit ForwardingFileSystem(FileSystem& target) : target_(target) {}
 
-    void copyItem(const Path& from, const Path& to, std::stop_token stop = {}) override {
+    void copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop = {}) override {
         target_.copyItem(from, to, stop);
     }
-    void replaceItem(const Path& target, const Path& with) override {
+    void replaceItem(const ItemRef& target, const ItemRef& with) override {
         target_.replaceItem(target, with);
     }
-    void moveItem(const Path& from, const Path& to) override { target_.moveItem(from, to); }
-    void createDirectories(const Path& folder) override { target_.createDirectories(folder); }
-    void removeItem(const Path& path) override { target_.removeItem(path); }
-    void flushVolume(const Path& anyPathOnVolume) override { target_.flushVolume(anyPathOnVolume); }
-    void flushFile(const Path& file) override { target_.flushFile(file); }
+    void moveItem(const ItemRef& from, const ItemRef& to) override { target_.moveItem(from, to); }
+    void createDirectories(const ItemRef& folder) override { target_.createDirectories(folder); }
+    void removeItem(const ItemRef& path) override { target_.removeItem(path); }
+    void flushVolume(const ItemRef& anyPathOnVolume) override {
+        target_.flushVolume(anyPathOnVolume);
+    }
+    void flushFile(const ItemRef& file) override { target_.flushFile(file); }
     std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override {
         return target_.copyChunk(from, to, offset, length);
     }
@@ -67,32 +75,32 @@ class FaultyFileSystem final : public ForwardingFileSystem {
     // Runs after each chunk, with the offset reached.
     std::function<void(std::int64_t reached)> afterChunk;
 
-    void copyItem(const Path& from, const Path& to, std::stop_token stop = {}) override {
+    void copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop = {}) override {
         enter(Operation::copyItem);
         ForwardingFileSystem::copyItem(from, to, stop);
-        if (afterCopy) afterCopy(from, to);
+        if (afterCopy) afterCopy(pathOf(from), pathOf(to));
     }
-    void replaceItem(const Path& target, const Path& with) override {
+    void replaceItem(const ItemRef& target, const ItemRef& with) override {
         enter(Operation::replaceItem);
         ForwardingFileSystem::replaceItem(target, with);
     }
-    void moveItem(const Path& from, const Path& to) override {
+    void moveItem(const ItemRef& from, const ItemRef& to) override {
         enter(Operation::moveItem);
         ForwardingFileSystem::moveItem(from, to);
     }
-    void createDirectories(const Path& folder) override {
+    void createDirectories(const ItemRef& folder) override {
         enter(Operation::createDirectories);
         ForwardingFileSystem::createDirectories(folder);
     }
-    void removeItem(const Path& path) override {
+    void removeItem(const ItemRef& path) override {
         enter(Operation::removeItem);
         ForwardingFileSystem::removeItem(path);
     }
-    void flushVolume(const Path& anyPathOnVolume) override {
+    void flushVolume(const ItemRef& anyPathOnVolume) override {
         enter(Operation::flushVolume);
         ForwardingFileSystem::flushVolume(anyPathOnVolume);
     }
-    void flushFile(const Path& file) override {
+    void flushFile(const ItemRef& file) override {
         enter(Operation::flushFile);
         ForwardingFileSystem::flushFile(file);
     }

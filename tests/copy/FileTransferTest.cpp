@@ -34,16 +34,6 @@ class FileTransferTest : public ::testing::Test {
         }
         return names;
     }
-
-    void expectFailureWith(int errnoValue) {
-        try {
-            transfer::copyFile(fileSystem, source, destination);
-            ADD_FAILURE() << "copy succeeded";
-        } catch (const Failure& failure) {
-            EXPECT_TRUE(errors::isPosix(failure.error(), errnoValue))
-                << failure.error().description;
-        }
-    }
 };
 
 TEST_F(FileTransferTest, KeepsModeTimesToTheNanosecondAndExtendedAttributes) {
@@ -83,57 +73,43 @@ TEST_F(FileTransferTest, AnEmptyFileIsCopiedAndCountsNoBytes) {
     EXPECT_EQ(fs::file_size(destination), 0u);
 }
 
-TEST_F(FileTransferTest, ATransientSwapFailureIsRetriedOnceUnderANewName) {
-    writeFile(destination, "old");
-    writeFile(source, "new version");
-    fileSystem.failNext(Op::replaceItem, EIO);
-
-    EXPECT_EQ(transfer::copyFile(fileSystem, source, destination), 11);
-
-    EXPECT_EQ(readFile(destination), "new version");
-    EXPECT_EQ(fileSystem.calls(Op::copyItem), 2);
-    // The first attempt's temporary file stays until the next sweep.
-    const auto left = leftovers(destination.parent_path());
-    ASSERT_EQ(left.size(), 1u);
-    EXPECT_EQ(readFile(destination.parent_path() / left[0]), "new version");
-    transfer::removeStaleTemporaries(fileSystem, root / "mirror");
-    EXPECT_TRUE(leftovers(destination.parent_path()).empty());
-}
-
-TEST_F(FileTransferTest, EveryTransientErrorGetsExactlyOneMoreAttempt) {
-    for (int errnoValue : {EINTR, EIO, EBUSY, EAGAIN}) {
-        writeFile(source, "data");
-        FaultyFileSystem fresh;
-        fresh.failNext(Op::copyItem, errnoValue);
-        EXPECT_EQ(transfer::copyFile(fresh, source, destination), 4);
-        EXPECT_EQ(fresh.calls(Op::copyItem), 2);
+TEST_F(FileTransferTest, ATransientErrorGetsOneMoreWholeAttemptAndTheOldCopyStandsOtherwise) {
+    struct Case {
+        const char* name;
+        Op operation;
+        int errnoValue;
+        int times;
+        int error;  // raised at the end, 0 when the copy goes in
+        int copies;
+        int leftovers;  // temporaries left beside the target for the next sweep
+    };
+    const Case cases[] = {
+        {"a swap that failed once", Op::replaceItem, EIO, 1, 0, 2, 1},
+        {"a copy that failed once", Op::copyItem, EAGAIN, 1, 0, 2, 0},
+        {"a copy that failed twice", Op::copyItem, EINTR, 2, EINTR, 2, 0},
+        {"a final copy error", Op::copyItem, EPERM, 1, EPERM, 1, 0},
+        {"a final swap error", Op::replaceItem, ENOSPC, 1, ENOSPC, 1, 1},
+    };
+    for (const auto& c : cases) {
+        fs::remove_all(root / "mirror");
+        writeFile(destination, "old");
+        writeFile(source, "new version");
+        FaultyFileSystem faulty;
+        faulty.failNext(c.operation, c.errnoValue, c.times);
+        int error = 0;
+        try {
+            EXPECT_EQ(transfer::copyFile(faulty, source, destination), 11) << c.name;
+        } catch (const Failure& failure) {
+            error = failure.error().code;
+        }
+        EXPECT_EQ(error, c.error) << c.name;
+        EXPECT_EQ(faulty.calls(Op::copyItem), c.copies) << c.name;
+        EXPECT_EQ(readFile(destination), c.error ? "old" : "new version") << c.name;
+        const auto left = leftovers(destination.parent_path());
+        EXPECT_EQ(int(left.size()), c.leftovers) << c.name;
+        transfer::removeStaleTemporaries(faulty, root / "mirror");
+        EXPECT_TRUE(leftovers(destination.parent_path()).empty()) << c.name;
     }
-}
-
-TEST_F(FileTransferTest, ASecondTransientFailureIsRaisedAndTheOldCopyStands) {
-    writeFile(destination, "old copy");
-    writeFile(source, "new copy!");
-    fileSystem.failNext(Op::copyItem, EINTR, 2);
-    expectFailureWith(EINTR);
-    EXPECT_EQ(fileSystem.calls(Op::copyItem), 2);
-    EXPECT_EQ(readFile(destination), "old copy");
-    EXPECT_TRUE(leftovers(destination.parent_path()).empty());
-}
-
-TEST_F(FileTransferTest, FinalErrorsAreRaisedAtOnceWithoutASecondAttempt) {
-    writeFile(destination, "old copy");
-    writeFile(source, "new copy!");
-
-    fileSystem.failNext(Op::copyItem, EPERM);
-    expectFailureWith(EPERM);
-    EXPECT_EQ(fileSystem.calls(Op::copyItem), 1);
-
-    fileSystem.failNext(Op::replaceItem, ENOSPC);
-    expectFailureWith(ENOSPC);
-    EXPECT_EQ(fileSystem.calls(Op::copyItem), 2);
-    EXPECT_EQ(fileSystem.calls(Op::replaceItem), 1);
-
-    EXPECT_EQ(readFile(destination), "old copy");
 }
 
 TEST_F(FileTransferTest, AFolderThatCannotBeMadeIsACreateDirectoryFailure) {
@@ -178,16 +154,6 @@ TEST(SameSize, ComparesSizesAndLetsAFolderMatchOnlyAFolder) {
     EXPECT_FALSE(transfer::sameSize(root / "missing", root / "a"));
     EXPECT_TRUE(transfer::sameSize(root / "d1", root / "d2"));
     EXPECT_FALSE(transfer::sameSize(root / "d1", root / "a"));
-}
-
-TEST(IsTransient, OnlyFourPosixErrorsAre) {
-    for (int code : {EINTR, EIO, EBUSY, EAGAIN})
-        EXPECT_TRUE(transfer::isTransient(errors::posix(code)));
-    for (int code : {EPERM, ENOSPC, ENOENT, EACCES, EROFS}) {
-        EXPECT_FALSE(transfer::isTransient(errors::posix(code)));
-    }
-    EXPECT_FALSE(transfer::isTransient(errors::quillstow(EIO, "same number, other domain")));
-    EXPECT_FALSE(transfer::isTransient(errors::cancellation()));
 }
 
 TEST(RemoveStaleTemporaries, SweepsReservedNamesAnywhereAndNothingElse) {

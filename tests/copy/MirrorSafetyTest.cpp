@@ -9,12 +9,15 @@
 
 #include <fstream>
 
+#include "DeepTree.hpp"
 #include "FaultyFileSystem.hpp"
 #include "TestTree.hpp"
 #include "copy/FileCopier.hpp"
 #include "copy/FileTransfer.hpp"
 #include "copy/StreamedCopy.hpp"
 #include "support/AtomicFile.hpp"
+#include "support/FileHandle.hpp"
+#include "support/Retry.hpp"
 
 namespace quillstow {
 namespace {
@@ -23,23 +26,6 @@ using namespace testing;
 using namespace std::chrono;
 namespace fs = std::filesystem;
 using Op = FaultyFileSystem::Operation;
-
-// Removes `name` in the open folder `parent` and all it holds, one folder at a time; closes
-// `parent`.
-void removeBelow(int parent, const std::string& name) {
-    const int folder = ::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
-    if (folder >= 0) {
-        std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator("/proc/self/fd/" + std::to_string(folder)))
-            names.push_back(entry.path().filename());
-        for (const auto& entry : names) {
-            if (::unlinkat(folder, entry.c_str(), 0) != 0) removeBelow(::dup(folder), entry);
-        }
-        ::close(folder);
-        ::unlinkat(parent, name.c_str(), AT_REMOVEDIR);
-    }
-    ::close(parent);
-}
 
 class MirrorSafetyTest : public ::testing::Test {
   protected:
@@ -199,29 +185,76 @@ TEST_F(MirrorSafetyTest, NamesOfEveryLengthAreBackedUp) {
     EXPECT_LE(partialName(std::int64_t(1) << 40, longest).size(), 255u);
 }
 
-TEST_F(MirrorSafetyTest, AFolderDeeperThanAPathCanNameIsReportedNotSkippedInSilence) {
-    // Made one folder at a time, relative to the one above, as a path this long can't be used.
+TEST_F(MirrorSafetyTest, AFolderDeeperThanAPathCanNameIsBackedUpAndArchivedLikeAnyOther) {
     const std::string name(200, 'd');
-    int folder = ::open(source.c_str(), O_RDONLY | O_DIRECTORY);
-    for (int depth = 0; depth < 25; ++depth) {
-        ASSERT_EQ(::mkdirat(folder, name.c_str(), 0755), 0);
-        const int next = ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY);
-        ::close(folder);
-        folder = next;
+    const std::string deep = makeDeepFile(source, name, 25, "deep.txt", "deep");
+    const std::string gone = makeDeepFile(source, name, 25, "gone.txt", "to be archived");
+    ASSERT_GT(deep.size(), std::size_t(PATH_MAX));
+    addBystanders(20);
+    const std::string deepFolder = deep.substr(0, deep.rfind('/'));
+    const auto inDeepFolder = [&](const fs::path& root, const auto& call) {
+        const FileHandle top = handles::openFolder(root);
+        call(handles::openFolderBelow(top.get(), deepFolder).get());
+    };
+
+    BackupResult result = pass();
+    EXPECT_TRUE(result.errors.empty());
+    EXPECT_EQ(result.copiedFiles, 22);
+    EXPECT_EQ(filesBelowAtAnyDepth(mirror), filesBelowAtAnyDepth(source));
+
+    // A change is seen, and a file gone from the source goes to the archive at its depth.
+    makeDeepFile(source, name, 25, "deep.txt", "deeper now");
+    inDeepFolder(source, [](int folder) { ::unlinkat(folder, "gone.txt", 0); });
+    result = pass();
+    EXPECT_TRUE(result.errors.empty());
+    EXPECT_EQ(result.copiedRelativePaths, std::vector<std::string>{deep});
+    EXPECT_EQ(result.archivedFiles, 1);
+    EXPECT_EQ(filesBelowAtAnyDepth(mirror), filesBelowAtAnyDepth(source));
+    EXPECT_EQ(filesBelowAtAnyDepth(day),
+              (std::map<std::string, std::string>{{gone, "to be archived"}}));
+    EXPECT_EQ(copier.differingSizes(source, mirror, {deep}), std::vector<std::string>{});
+
+    result = pass();
+    EXPECT_TRUE(result.errors.empty());
+    EXPECT_EQ(result.copiedFiles, 0);
+    removeTree(AT_FDCWD, source);
+    removeTree(AT_FDCWD, root / "drive");
+}
+
+TEST_F(MirrorSafetyTest, ALinkMadeInPlaceOfAMirrorFolderDuringThePassIsNeverFollowed) {
+    addBystanders(20);
+    writeFile(source / "docs/a.txt", "old a");
+    writeFile(source / "docs/gone.txt", "gone");
+    ASSERT_TRUE(pass().errors.empty());
+    writeFile(source / "docs/a.txt", "new a, longer");
+    writeFile(source / "docs/b.txt", "b");
+    fs::remove(source / "docs/gone.txt");
+    const std::map<std::string, std::string> before = filesBelow(mirror / "docs");
+
+    // After the listing, the mirror's folder moves away and a link to it takes its place.
+    bool swapped = false;
+    const BackupResult result = pass([&](double, const std::string&) {
+        if (swapped) return;
+        swapped = true;
+        fs::rename(mirror / "docs", root / "elsewhere");
+        makeLink(mirror / "docs", root / "elsewhere");
+    });
+
+    EXPECT_EQ(filesBelow(root / "elsewhere"), before);
+    EXPECT_EQ(result.archivedFiles, 0);
+    ASSERT_EQ(result.errors.size(), 3u);  // two copies and the archive of gone.txt
+    for (const auto& error : result.errors) {
+        EXPECT_TRUE(errors::isPosix(error.underlying, ELOOP) ||
+                    errors::isPosix(error.underlying, ENOTDIR))
+            << error.url << ": " << error.underlying.description;
     }
-    const int file = ::openat(folder, "deep.txt", O_WRONLY | O_CREAT, 0644);
-    ::close(file);
-    ::close(folder);
-    writeFile(source / "shallow.txt", "s");
 
-    const BackupResult result = pass();
-
-    EXPECT_EQ(result.copiedRelativePaths, std::vector<std::string>{"shallow.txt"});
-    ASSERT_EQ(result.errors.size(), 1u);
-    EXPECT_EQ(result.errors[0].operation, "copy");
-    EXPECT_TRUE(errors::isPosix(result.errors[0].underlying, ENAMETOOLONG));
-    // Removing it needs the same care.
-    removeBelow(::open(source.c_str(), O_RDONLY | O_DIRECTORY), name);
+    // The next pass finds the link where a folder belongs: archived, and the folder made anew.
+    const BackupResult next = pass();
+    EXPECT_TRUE(next.errors.empty());
+    EXPECT_EQ(filesBelow(root / "elsewhere"), before);
+    EXPECT_TRUE(fs::is_symlink(day / "docs"));
+    EXPECT_EQ(filesBelow(mirror), filesBelow(source));
 }
 
 TEST_F(MirrorSafetyTest, FoldersKeepTheSourcesModificationDates) {

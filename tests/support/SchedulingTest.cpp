@@ -132,9 +132,14 @@ TEST(ContinuousTimerTest, RunsDueWorkOnItsOwnThreadAndNeverCancelledWork) {
     ContinuousTimer timer;
     std::promise<std::thread::id> ranOn;
     std::atomic<bool> cancelledRan = false;
+    // The timer's thread waits inside the first work until the others are in place, so the
+    // cancel comes before the cancelled work could fall due.
+    std::promise<void> release;
+    timer.postDelayed(0, [ready = release.get_future().share()] { ready.wait(); });
     const DelayedWork cancelled = timer.postDelayed(0, [&] { cancelledRan = true; });
     cancelled.cancel();
     timer.postDelayed(0, [&] { ranOn.set_value(std::this_thread::get_id()); });
+    release.set_value();
     EXPECT_NE(ranOn.get_future().get(), std::this_thread::get_id());
     EXPECT_FALSE(cancelledRan) << "work runs in order of due time, so the cancelled one came first";
 }

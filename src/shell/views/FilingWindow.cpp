@@ -8,6 +8,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMouseEvent>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QResizeEvent>
@@ -69,6 +70,25 @@ QLabel* wrapped(const QString& words = {}) {
     return label;
 }
 
+// A wrapped line that acts as the label of the control beside it: a click on it is a click there.
+class ClickableLabel final : public QLabel {
+  public:
+    explicit ClickableLabel(std::function<void()> clicked) : clicked_(std::move(clicked)) {
+        setTextFormat(Qt::PlainText);
+        setWordWrap(true);
+    }
+
+  protected:
+    void mouseReleaseEvent(QMouseEvent* event) override {
+        QLabel::mouseReleaseEvent(event);
+        if (event->button() == Qt::LeftButton && rect().contains(event->position().toPoint()))
+            clicked_();
+    }
+
+  private:
+    std::function<void()> clicked_;
+};
+
 QLabel* titled(QLabel* label) {
     QFont font = label->font();
     font.setPointSizeF(font.pointSizeF() * 1.35);
@@ -122,18 +142,6 @@ QHBoxLayout* buttonRow(std::initializer_list<QPushButton*> buttons) {
     return row;
 }
 
-std::optional<fs::path> desktopFolderDialog(QWidget* parent,
-                                            const FilingWindow::FolderRequest& request) {
-    QFileDialog dialog(parent, QString::fromUtf8(request.message));
-    dialog.setFileMode(QFileDialog::Directory);
-    dialog.setOption(QFileDialog::ShowDirsOnly);
-    dialog.setOption(QFileDialog::ReadOnly, !request.canCreateFolders);
-    dialog.setLabelText(QFileDialog::Accept, QString::fromUtf8(texts::choosePrompt));
-    if (request.startAt) dialog.setDirectory(shownPath(*request.startAt));
-    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return {};
-    return fs::path(QFile::encodeName(dialog.selectedFiles().front()).toStdString());
-}
-
 // Where removable drives appear, for the archive dialog to start at: the user's own folder of
 // them under /run/media or /media, whichever stands.
 std::optional<fs::path> drivesFolder() {
@@ -147,22 +155,15 @@ std::optional<fs::path> drivesFolder() {
 
 }  // namespace
 
-FilingWindow::FilingWindow(std::shared_ptr<PromoteViewModel> model, FolderPicker pickFolder,
-                           Reveal reveal, QWidget* parent)
-    : QWidget(parent),
-      model_(std::move(model)),
-      pickFolder_(std::move(pickFolder)),
-      reveal_(std::move(reveal)) {
+FilingWindow::FilingWindow(std::shared_ptr<PromoteViewModel> model, Reveal reveal, QWidget* parent)
+    : QWidget(parent), model_(std::move(model)), reveal_(std::move(reveal)) {
     setWindowTitle(QString::fromUtf8(texts::filingWindowTitle));
-    setFixedSize(width, height);
-    if (!pickFolder_) {
-        pickFolder_ = [this](const FolderRequest& request) {
-            return desktopFolderDialog(this, request);
-        };
-    }
-    if (!reveal_) reveal_ = [](const fs::path& folder) { showFolderInFileManager(folder); };
+    resize(width, height);
+    setMinimumSize(minimumWidth, minimumHeight);
+    if (!reveal_) reveal_ = [](const fs::path& item) { showItemInFileManager(item); };
 
     pages_ = new QStackedWidget;
+    pages_->setObjectName("pages");
     pages_->addWidget(choosePage());
     pages_->addWidget(reviewPage());
     pages_->addWidget(filingPage());
@@ -177,6 +178,7 @@ FilingWindow::FilingWindow(std::shared_ptr<PromoteViewModel> model, FolderPicker
 
 QWidget* FilingWindow::choosePage() {
     auto* page = new QWidget;
+    page->setObjectName("choose");
     auto* column = new QVBoxLayout(page);
     column->setContentsMargins(24, 24, 24, 20);
     column->setSpacing(12);
@@ -244,11 +246,20 @@ QWidget* FilingWindow::reviewPage() {
     goesTo_->setObjectName("goesTo");
     column->addWidget(goesTo_);
 
+    // A box with its sentence beside it, wrapped: a check box's own text never wraps.
+    tidyUpRow_ = new QWidget;
+    auto* tidyUpLayout = new QHBoxLayout(tidyUpRow_);
+    tidyUpLayout->setContentsMargins(0, 4, 0, 0);
     tidyUp_ = new QCheckBox;
     tidyUp_->setObjectName("tidyUp");
     connect(tidyUp_, &QCheckBox::toggled, this,
             [this](bool remove) { model_->setRemoveRebuildable(remove); });
-    column->addWidget(tidyUp_);
+    auto* sentence = new ClickableLabel([this] { tidyUp_->toggle(); });
+    tidyUpLabel_ = sentence;
+    tidyUpLabel_->setObjectName("tidyUpLabel");
+    tidyUpLayout->addWidget(tidyUp_, 0, Qt::AlignTop);
+    tidyUpLayout->addWidget(tidyUpLabel_, 1);
+    column->addWidget(tidyUpRow_);
     column->addStretch();
 
     auto* scroll = new QScrollArea;
@@ -264,6 +275,7 @@ QWidget* FilingWindow::reviewPage() {
     connect(fileIt_, &QPushButton::clicked, this, [this] { model_->file(); });
 
     auto* page = new QWidget;
+    page->setObjectName("review");
     auto* layout = new QVBoxLayout(page);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(scroll, 1);
@@ -275,6 +287,7 @@ QWidget* FilingWindow::reviewPage() {
 
 QWidget* FilingWindow::filingPage() {
     auto* page = new QWidget;
+    page->setObjectName("filing");
     auto* column = new QVBoxLayout(page);
     column->setContentsMargins(24, 24, 24, 20);
     column->setSpacing(10);
@@ -301,12 +314,14 @@ QWidget* FilingWindow::filingPage() {
 
 QWidget* FilingWindow::finishedPage() {
     auto* page = new QWidget;
+    page->setObjectName("finished");
     auto* column = new QVBoxLayout(page);
     column->setContentsMargins(24, 24, 24, 20);
     column->setSpacing(12);
     auto* heading = new QHBoxLayout;
     heading->setSpacing(10);
     resultIcon_ = new QLabel;
+    resultIcon_->setObjectName("resultIcon");
     resultIcon_->setFixedSize(28, 28);
     resultHeading_ = titled(wrapped());
     resultHeading_->setObjectName("resultHeading");
@@ -381,8 +396,11 @@ void FilingWindow::refreshReview() {
 
     const auto& rebuildable = model_->rebuildable();
     const bool offer = rebuildable && !rebuildable->items.empty();
-    tidyUp_->setVisible(offer);
-    if (offer) tidyUp_->setText(text(ProjectSlimmer::summary(*rebuildable)));
+    tidyUpRow_->setVisible(offer);
+    if (offer) {
+        tidyUpLabel_->setText(text(ProjectSlimmer::summary(*rebuildable)));
+        tidyUp_->setAccessibleName(tidyUpLabel_->text());
+    }
     if (tidyUp_->isChecked() != model_->removeRebuildable()) {
         const QSignalBlocker quiet(tidyUp_);
         tidyUp_->setChecked(model_->removeRebuildable());
@@ -400,17 +418,33 @@ void FilingWindow::refreshFinished() {
     showInFileManager_->setVisible(success);
 }
 
+void FilingWindow::pickFolder(const char* message, const std::optional<fs::path>& startAt,
+                              bool canCreateFolders, std::function<void(const fs::path&)> picked) {
+    // Opened, not run: the window and its model stay live while the dialog is up, and a
+    // cancelled dialog changes nothing.
+    auto* panel = new QFileDialog(this, QString::fromUtf8(message));
+    panel->setObjectName("folderPanel");
+    panel->setAttribute(Qt::WA_DeleteOnClose);
+    panel->setFileMode(QFileDialog::Directory);
+    panel->setOption(QFileDialog::ShowDirsOnly);
+    panel->setOption(QFileDialog::ReadOnly, !canCreateFolders);
+    panel->setLabelText(QFileDialog::Accept, QString::fromUtf8(texts::choosePrompt));
+    if (startAt) panel->setDirectory(shownPath(*startAt));
+    connect(panel, &QFileDialog::fileSelected, this, [picked](const QString& folder) {
+        if (!folder.isEmpty()) picked(fs::path(QFile::encodeName(folder).toStdString()));
+    });
+    panel->open();
+}
+
 void FilingWindow::pickProject() {
-    if (auto project = pickFolder_({texts::chooseProjectMessage, std::nullopt, false})) {
-        model_->choose(*project);
-    }
+    pickFolder(texts::chooseProjectMessage, std::nullopt, false,
+               [this](const fs::path& project) { model_->choose(project); });
 }
 
 void FilingWindow::pickArchive() {
     const auto startAt = model_->archiveRoot() ? model_->archiveRoot() : drivesFolder();
-    if (auto root = pickFolder_({texts::chooseArchiveMessage, startAt, true})) {
-        model_->chooseArchive(*root);
-    }
+    pickFolder(texts::chooseArchiveMessage, startAt, true,
+               [this](const fs::path& root) { model_->chooseArchive(root); });
 }
 
 }  // namespace quillstow::shell

@@ -3,7 +3,7 @@
 // The window "File a Finished Project": one page for each step of the filing flow (choose,
 // review, filing, finished), all kept by the model it is given. The window shows the model's
 // state, hands in what the user typed and picked, and redraws when the model says it changed.
-// Folders come from the desktop's folder dialog, or from the picker a test hands in.
+// Folders come from the desktop's folder dialog, named "folderPanel" while it is open.
 //
 // The window holds its model; closing it doesn't stop a filing under way, which holds the model
 // only weakly. Set Qt::WA_DeleteOnClose to let it go with its close.
@@ -35,21 +35,14 @@ class FilingWindow : public QWidget {
   public:
     static constexpr int width = 520;
     static constexpr int height = 420;
+    static constexpr int minimumWidth = 460;
+    static constexpr int minimumHeight = 340;
 
-    // What a folder dialog is asked for: its message, and where it starts, if anywhere.
-    struct FolderRequest {
-        const char* message;
-        std::optional<std::filesystem::path> startAt;
-        bool canCreateFolders = false;
-    };
-    // Answers the folder picked, or nothing when the dialog was cancelled.
-    using FolderPicker =
-        std::function<std::optional<std::filesystem::path>(const FolderRequest& request)>;
-    using Reveal = std::function<void(const std::filesystem::path& folder)>;
+    using Reveal = std::function<void(const std::filesystem::path& item)>;
 
-    // `pickFolder` and `reveal` default to the desktop's folder dialog and file manager.
-    explicit FilingWindow(std::shared_ptr<PromoteViewModel> model, FolderPicker pickFolder = {},
-                          Reveal reveal = {}, QWidget* parent = nullptr);
+    // `reveal` defaults to the desktop's file manager.
+    explicit FilingWindow(std::shared_ptr<PromoteViewModel> model, Reveal reveal = {},
+                          QWidget* parent = nullptr);
 
     PromoteViewModel& model() { return *model_; }
 
@@ -63,10 +56,13 @@ class FilingWindow : public QWidget {
     void refreshFinished();
     void pickProject();
     void pickArchive();
+    // Opens the desktop's dialog for one folder; `picked` hears the folder the user chose.
+    void pickFolder(const char* message, const std::optional<std::filesystem::path>& startAt,
+                    bool canCreateFolders,
+                    std::function<void(const std::filesystem::path&)> picked);
 
     std::shared_ptr<PromoteViewModel> model_;
     Subscription subscription_;
-    FolderPicker pickFolder_;
     Reveal reveal_;
     QStackedWidget* pages_ = nullptr;
     // Review.
@@ -78,7 +74,9 @@ class FilingWindow : public QWidget {
     QLabel* archivePath_ = nullptr;
     QPushButton* archiveButton_ = nullptr;
     QLabel* goesTo_ = nullptr;
+    QWidget* tidyUpRow_ = nullptr;
     QCheckBox* tidyUp_ = nullptr;
+    QLabel* tidyUpLabel_ = nullptr;
     QPushButton* fileIt_ = nullptr;
     // Filing.
     QLabel* filingTitle_ = nullptr;

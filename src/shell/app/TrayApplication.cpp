@@ -145,7 +145,7 @@ void TrayApplication::updateIcon() {
 
 void TrayApplication::rebuildMenu() {
     if (!model_) return;
-    buildMenu(*menu_, model_->menu(), menuActions(), {.withFiling = true});
+    buildMenu(*menu_, model_->menu(), menuActions());
 }
 
 void TrayApplication::listenForScreenLock() {

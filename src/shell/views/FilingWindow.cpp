@@ -157,6 +157,7 @@ std::optional<fs::path> drivesFolder() {
 
 FilingWindow::FilingWindow(std::shared_ptr<PromoteViewModel> model, Reveal reveal, QWidget* parent)
     : QWidget(parent), model_(std::move(model)), reveal_(std::move(reveal)) {
+    setObjectName("filing");
     setWindowTitle(QString::fromUtf8(texts::filingWindowTitle));
     resize(width, height);
     setMinimumSize(minimumWidth, minimumHeight);

@@ -20,6 +20,7 @@
 #include "app/DesktopServices.hpp"
 #include "viewmodels/Texts.hpp"
 #include "views/Icons.hpp"
+#include "views/Labels.hpp"
 
 namespace quillstow::shell {
 
@@ -33,41 +34,6 @@ QString text(const std::string& words) {
 }
 QString shownPath(const fs::path& path) {
     return QFile::decodeName(path.native().c_str());
-}
-
-// A path on one line, cut in the middle when it doesn't fit; its tooltip holds it whole.
-class MiddleElidedLabel final : public QLabel {
-  public:
-    MiddleElidedLabel() {
-        setTextFormat(Qt::PlainText);
-        setProperty("elides", true);
-        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-    }
-    void setFullText(const QString& words) {
-        full_ = words;
-        setToolTip(words.toHtmlEscaped());
-        elide();
-    }
-
-  protected:
-    void resizeEvent(QResizeEvent* event) override {
-        QLabel::resizeEvent(event);
-        elide();
-    }
-
-  private:
-    void elide() {
-        setText(fontMetrics().elidedText(full_, Qt::ElideMiddle, contentsRect().width()));
-    }
-    QString full_;
-};
-
-QLabel* wrapped(const QString& words = {}) {
-    auto* label = new QLabel(words);
-    // Folder names are shown as they are, never read as markup.
-    label->setTextFormat(Qt::PlainText);
-    label->setWordWrap(true);
-    return label;
 }
 
 // A wrapped line that acts as the label of the control beside it: a click on it is a click there.
@@ -105,7 +71,8 @@ QLabel* sectionHeading(const char* words) {
     return label;
 }
 
-// The secondary colour: the text colour dimmed half way to the background.
+// The secondary colour: the text colour half way to the background. The tertiary colour is the
+// small print's (dimmed).
 template <typename Label>
 Label* secondary(Label* label) {
     QPalette palette = label->palette();
@@ -115,16 +82,6 @@ Label* secondary(Label* label) {
                      QColor((ink.red() + paper.red()) / 2, (ink.green() + paper.green()) / 2,
                             (ink.blue() + paper.blue()) / 2));
     label->setPalette(palette);
-    return label;
-}
-
-// The tertiary colour: fainter still, and a size smaller.
-template <typename Label>
-Label* tertiary(Label* label) {
-    label->setForegroundRole(QPalette::PlaceholderText);
-    QFont font = label->font();
-    font.setPointSizeF(font.pointSizeF() * 0.9);
-    label->setFont(font);
     return label;
 }
 
@@ -235,7 +192,7 @@ QWidget* FilingWindow::reviewPage() {
     column->addSpacing(6);
     column->addWidget(sectionHeading(texts::archiveFolder));
     auto* archiveRow = new QHBoxLayout;
-    auto* archivePath = new MiddleElidedLabel;
+    auto* archivePath = new ElidedLabel;
     archivePath_ = archivePath;
     archivePath_->setObjectName("archivePath");
     archiveButton_ = button(texts::chooseArchiveButton, "chooseArchive");
@@ -243,7 +200,7 @@ QWidget* FilingWindow::reviewPage() {
     archiveRow->addWidget(archivePath_, 1);
     archiveRow->addWidget(archiveButton_);
     column->addLayout(archiveRow);
-    goesTo_ = tertiary(new MiddleElidedLabel);
+    goesTo_ = dimmed(new ElidedLabel);
     goesTo_->setObjectName("goesTo");
     column->addWidget(goesTo_);
 
@@ -301,11 +258,11 @@ QWidget* FilingWindow::filingPage() {
     progress_->setRange(0, 1000);
     progress_->setTextVisible(false);
     column->addWidget(progress_);
-    auto* label = secondary(new MiddleElidedLabel);
+    auto* label = secondary(new ElidedLabel);
     progressLabel_ = label;
     progressLabel_->setObjectName("progressLabel");
     column->addWidget(progressLabel_);
-    column->addWidget(tertiary(wrapped(QString::fromUtf8(texts::originalUntouched))));
+    column->addWidget(dimmed(wrapped(QString::fromUtf8(texts::originalUntouched))));
     column->addStretch();
     auto* cancel = button(texts::cancel, "cancel");
     connect(cancel, &QPushButton::clicked, this, [this] { model_->cancel(); });
@@ -356,7 +313,7 @@ void FilingWindow::refresh() {
         case Step::filing:
             filingTitle_->setText(text(texts::filingTitle(model_->name())));
             progress_->setValue(static_cast<int>(model_->progress() * 1000));
-            static_cast<MiddleElidedLabel*>(progressLabel_)
+            static_cast<ElidedLabel*>(progressLabel_)
                 ->setFullText(model_->progressLabel().empty()
                                   ? QString::fromUtf8(texts::filingCopying)
                                   : text(model_->progressLabel()));
@@ -385,14 +342,14 @@ void FilingWindow::refreshReview() {
     }
 
     const auto& root = model_->archiveRoot();
-    auto* archivePath = static_cast<MiddleElidedLabel*>(archivePath_);
+    auto* archivePath = static_cast<ElidedLabel*>(archivePath_);
     archivePath->setFullText(root ? shownPath(*root) : QString::fromUtf8(texts::notChosenYet));
     archivePath_->setForegroundRole(root ? QPalette::WindowText : QPalette::PlaceholderText);
     archiveButton_->setText(
         QString::fromUtf8(root ? texts::changeArchiveButton : texts::chooseArchiveButton));
 
     goesTo_->setVisible(model_->canFile());
-    static_cast<MiddleElidedLabel*>(goesTo_)->setFullText(
+    static_cast<ElidedLabel*>(goesTo_)->setFullText(
         text(texts::goesTo(model_->destinationPreview())));
 
     const auto& rebuildable = model_->rebuildable();

@@ -21,6 +21,7 @@
 #include <utility>
 
 #include "archive/RestoreTexts.hpp"
+#include "shell/views/Labels.hpp"
 #include "support/ByteCount.hpp"
 
 namespace quillstow::shell {
@@ -41,14 +42,6 @@ QLabel* plainLabel(const QString& words, const char* name) {
     auto* label = new QLabel(words);
     label->setTextFormat(Qt::PlainText);
     label->setObjectName(name);
-    return label;
-}
-
-QLabel* secondary(QLabel* label) {
-    QFont font = label->font();
-    font.setPointSizeF(font.pointSizeF() * 0.9);
-    label->setFont(font);
-    label->setForegroundRole(QPalette::PlaceholderText);
     return label;
 }
 
@@ -211,7 +204,7 @@ QWidget* RestoreFrame::statePage(const QString& words, const QString& detail, bo
     title->setWordWrap(true);
     layout->addWidget(title);
     if (!detail.isEmpty()) {
-        auto* more = secondary(plainLabel(detail, "emptyDetail"));
+        auto* more = dimmed(plainLabel(detail, "emptyDetail"));
         more->setAlignment(Qt::AlignHCenter);
         more->setWordWrap(true);
         layout->addWidget(more);
@@ -244,8 +237,8 @@ QWidget* RestoreFrame::listPage(FileRowsModel::Source source, bool showsTime) {
             [this] { model_.setAllSelected(!model_.isAllSelected()); });
     counters->addWidget(selectAll_);
     counters->addStretch();
-    selectedCounter_ = secondary(plainLabel({}, "selectedCounter"));
-    fileCounter_ = secondary(plainLabel({}, "fileCounter"));
+    selectedCounter_ = dimmed(plainLabel({}, "selectedCounter"));
+    fileCounter_ = dimmed(plainLabel({}, "fileCounter"));
     counters->addWidget(selectedCounter_);
     counters->addSpacing(12);
     counters->addWidget(fileCounter_);
@@ -275,7 +268,7 @@ QWidget* RestoreFrame::listPage(FileRowsModel::Source source, bool showsTime) {
         rows_->setData(box, checked ? Qt::Unchecked : Qt::Checked, Qt::CheckStateRole);
     });
     layout->addWidget(list_, 1);
-    noMatch_ = secondary(plainLabel(uiText(texts::noMatch), "noMatch"));
+    noMatch_ = dimmed(plainLabel(uiText(texts::noMatch), "noMatch"));
     noMatch_->setAlignment(Qt::AlignCenter);
     layout->addWidget(noMatch_, 1);
     return page;
@@ -294,7 +287,7 @@ QWidget* RestoreFrame::footer() {
     progressBar_ = new QProgressBar;
     progressBar_->setObjectName("progressBar");
     progressBar_->setTextVisible(false);
-    progressText_ = secondary(plainLabel({}, "progress"));
+    progressText_ = dimmed(plainLabel({}, "progress"));
     figures->addWidget(progressBar_);
     figures->addWidget(progressText_);
     progress->addLayout(figures, 1);

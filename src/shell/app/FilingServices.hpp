@@ -2,8 +2,9 @@
 
 // What the filing window's model needs from the program, made once and kept by the tray
 // application: the file system, clocks, the desktop's Trash, the filer, and the task runner its
-// filings run on. The runner goes first when this goes, waiting for a filing still under way, so
-// a window closed mid-filing never stops the copy and the program never quits under it.
+// filings run on. A window closed mid-filing never stops the copy; the program quitting does:
+// the filing is cancelled, which removes its unfinished copy, and waited for, so nothing
+// half-filed is left under the project's name and nothing the filing uses goes before it.
 //
 // Made and used on the main thread; the filer and the Trash are used from the filing's task.
 
@@ -26,6 +27,10 @@ class FilingServices {
     explicit FilingServices(
         const std::filesystem::path& homeTrash = FreedesktopTrash::homeTrashOfEnvironment())
         : trash_(homeTrash, ::getuid(), wallClock_) {}
+    FilingServices(const FilingServices&) = delete;
+    FilingServices& operator=(const FilingServices&) = delete;
+    // A filing still under way is cancelled, which removes its copy again, and waited for.
+    ~FilingServices() { tasks_.cancelAll(); }
 
     // A fresh model for each window that is opened.
     std::shared_ptr<PromoteViewModel> makeModel() {

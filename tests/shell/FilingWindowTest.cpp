@@ -236,6 +236,8 @@ void FilingWindowTest::reviewSaysWhatIsOddAndFilesOnlyWithANameAndAnArchive() {
     f.type("name", "   ");
     QVERIFY(!f.find<QPushButton>("fileIt")->isEnabled());
     QVERIFY(!f.isShown("goesTo"));
+    QTest::keyClick(f.find<QLineEdit>("name"), Qt::Key_Return);
+    QCOMPARE(f.shownPage(), QString("review"));  // nothing to file under
     f.type("name", " Lookbook ");
     QVERIFY(f.find<QPushButton>("fileIt")->isEnabled());
     f.type("year", "1989");
@@ -245,7 +247,8 @@ void FilingWindowTest::reviewSaysWhatIsOddAndFilesOnlyWithANameAndAnArchive() {
     QCOMPARE(f.find<QLabel>("goesTo")->property("fullText").toString(),
              "Goes to " + qt(f.root / "2025/ Lookbook "));
 
-    f.click("fileIt");
+    // Return in a field is "File It", the page's default action.
+    QTest::keyClick(f.find<QLineEdit>("name"), Qt::Key_Return);
     QVERIFY(f.finished());
     QCOMPARE(f.label("resultHeading"), QString("Filed"));
     QVERIFY(fs::exists(f.root / "2025/Lookbook/IMG_0001.jpg"));  // filed under the name trimmed

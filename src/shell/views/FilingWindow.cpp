@@ -6,6 +6,7 @@
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMouseEvent>
@@ -300,6 +301,19 @@ QWidget* FilingWindow::finishedPage() {
     connect(another, &QPushButton::clicked, this, [this] { model_->reset(); });
     column->addLayout(buttonRow({showInFileManager_, another}));
     return page;
+}
+
+void FilingWindow::keyPressEvent(QKeyEvent* event) {
+    // Return is the page's default action, as in a dialog; a plain window has no such rule.
+    if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
+        for (auto* button : pages_->currentWidget()->findChildren<QPushButton*>()) {
+            if (button->isDefault() && button->isVisible() && button->isEnabled()) {
+                button->click();
+                return;
+            }
+        }
+    }
+    QWidget::keyPressEvent(event);
 }
 
 void FilingWindow::refresh() {

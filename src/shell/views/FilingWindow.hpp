@@ -46,6 +46,9 @@ class FilingWindow : public QWidget {
 
     PromoteViewModel& model() { return *model_; }
 
+  protected:
+    void keyPressEvent(QKeyEvent* event) override;
+
   private:
     QWidget* choosePage();
     QWidget* reviewPage();

@@ -155,6 +155,7 @@ class FilingWindowTest : public QObject {
     void reviewSaysWhatIsOddAndFilesOnlyWithANameAndAnArchive();
     void tidyingUpMovesOnlyTheRebuildableFoldersToTheTrash();
     void aCancelMidCopyLeavesNothingFiledAndTheOriginalAsItWas();
+    void everyScreenReadsOnADarkTheme();
     void aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords_data();
     void aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords();
 };
@@ -322,6 +323,33 @@ void FilingWindowTest::aCancelMidCopyLeavesNothingFiledAndTheOriginalAsItWas() {
     QVERIFY(filesBelow(f.root / "Archive").empty());
     QVERIFY(filesBelow(project) == original);
     f.look("cancelled");
+}
+
+void FilingWindowTest::everyScreenReadsOnADarkTheme() {
+    const QPalette light = QApplication::palette();
+    QPalette dark;
+    dark.setColor(QPalette::Window, QColor(0x24, 0x24, 0x24));
+    dark.setColor(QPalette::WindowText, QColor(0xee, 0xee, 0xee));
+    dark.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x1e));
+    dark.setColor(QPalette::Text, QColor(0xee, 0xee, 0xee));
+    dark.setColor(QPalette::Button, QColor(0x33, 0x33, 0x33));
+    dark.setColor(QPalette::ButtonText, QColor(0xee, 0xee, 0xee));
+    dark.setColor(QPalette::PlaceholderText, QColor(0x99, 0x99, 0x99));
+    QApplication::setPalette(dark);
+    {
+        Flow f;
+        f.pick("chooseProject", makePhotoFolder(f.root / "work"));
+        f.pick("chooseArchive", f.root.path());
+        // The small print stays readable: lighter than the background, darker than the text.
+        const QColor faint =
+            f.find<QLabel>("goesTo")->palette().color(f.find<QLabel>("goesTo")->foregroundRole());
+        QVERIFY(faint.lightness() > dark.color(QPalette::Window).lightness() + 60);
+        f.look("dark-review");
+        f.click("fileIt");
+        QVERIFY(f.finished());
+        f.look("dark-filed");
+    }
+    QApplication::setPalette(light);
 }
 
 void FilingWindowTest::aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords_data() {

@@ -79,4 +79,34 @@ void TmpfsMount::unmount() {
     if (mounted_ && ::umount2(path_.c_str(), MNT_DETACH) == 0) mounted_ = false;
 }
 
+SilentFuseMount::SilentFuseMount(const std::filesystem::path& at) : path_(at) {
+    std::filesystem::create_directories(at);
+    device_ = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
+    if (device_ < 0)
+        throw std::runtime_error("open /dev/fuse: " + std::string(std::strerror(errno)));
+    // The kernel sends its first request as the mount is made; no answer ever comes, so every
+    // later request waits for one.
+    const std::string options = "fd=" + std::to_string(device_) +
+                                ",rootmode=40000,user_id=" + std::to_string(::geteuid()) +
+                                ",group_id=" + std::to_string(::getegid());
+    if (::mount("silent", at.c_str(), "fuse", MS_NOSUID | MS_NODEV, options.c_str()) != 0) {
+        const std::string why = std::strerror(errno);
+        ::close(device_);
+        device_ = -1;
+        throw std::runtime_error("mount fuse at " + at.native() + ": " + why);
+    }
+}
+
+SilentFuseMount::~SilentFuseMount() {
+    release();
+}
+
+void SilentFuseMount::release() {
+    if (device_ < 0) return;
+    // Closing the last descriptor of the connection aborts it: what waits fails at once.
+    ::close(device_);
+    device_ = -1;
+    ::umount2(path_.c_str(), MNT_DETACH);
+}
+
 }  // namespace quillstow::testing

@@ -43,4 +43,22 @@ class TmpfsMount {
     bool mounted_ = false;
 };
 
+// A FUSE file system whose server never answers, as a network share whose server is gone: a
+// look at anything below its mount point blocks in the kernel until release(), which aborts
+// the connection so that what blocked fails and returns, and detaches the mount. Throws, saying
+// why, where FUSE can't be mounted here.
+class SilentFuseMount {
+  public:
+    explicit SilentFuseMount(const std::filesystem::path& at);
+    SilentFuseMount(const SilentFuseMount&) = delete;
+    SilentFuseMount& operator=(const SilentFuseMount&) = delete;
+    ~SilentFuseMount();
+
+    void release();
+
+  private:
+    std::filesystem::path path_;
+    int device_ = -1;
+};
+
 }  // namespace quillstow::testing

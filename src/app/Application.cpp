@@ -1,6 +1,7 @@
 #include "app/Application.hpp"
 
 #include "environment/NestingMigration.hpp"
+#include "platform/GioMounter.hpp"
 #include "platform/InotifyWatcher.hpp"
 
 namespace quillstow {
@@ -27,6 +28,7 @@ Application::Application(MainQueue& mainQueue, const std::filesystem::path& sett
         .offsite = &offsiteSyncer_,
         .reconnectTriggers = {wakeTrigger_.get(), screensWakeTrigger_.get(),
                               networkUpTrigger_.get()},
+        .gvfsMounter = std::make_shared<GioMounter>(),
     });
     // Before any engine exists, so that nothing else touches the folders it moves.
     NestingMigration::run(configStore_->pairs());

@@ -19,6 +19,13 @@ fs::path archiveRootOf(const BackupPair& pair) {
     return archiveRootAt(pair.destinationURL);
 }
 
+bool sharesArchive(const BackupPair& pair, const std::vector<BackupPair>& pairs) {
+    const fs::path archive = paths::resolved(archiveRootOf(pair));
+    return std::any_of(pairs.begin(), pairs.end(), [&](const BackupPair& other) {
+        return other.id != pair.id && paths::resolved(archiveRootOf(other)) == archive;
+    });
+}
+
 namespace {
 
 std::optional<Date> changeTimeOf(const fs::path& path) {

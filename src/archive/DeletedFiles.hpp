@@ -45,6 +45,11 @@ inline const RestoreFileItem& fileOf(const DeletedFileItem& item) {
 // The deletion archive of the pair's destination: {destination}/.Quillstow-Trash.
 std::filesystem::path archiveRootOf(const BackupPair& pair);
 
+// Whether another pair keeps its deleted files in `pair`'s archive. Pairs with one destination
+// share it, and it doesn't say which source a file left, so putting its files back "to the
+// original" could put another source's file over one of this source's.
+bool sharesArchive(const BackupPair& pair, const std::vector<BackupPair>& pairs);
+
 // Every regular file below the archive's day folders, hidden names and links left out: newest
 // day first, then by original path in Finder order, then the latest deletion first. Empty
 // when the archive isn't there, and when `stop` was requested before the walk ended.

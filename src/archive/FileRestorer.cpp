@@ -12,8 +12,10 @@
 #include "archive/RestoreTexts.hpp"
 #include "copy/FileTransfer.hpp"
 #include "copy/StreamedCopy.hpp"
+#include "environment/MountTable.hpp"
 #include "support/AtomicFile.hpp"
 #include "support/Error.hpp"
+#include "support/FileHandle.hpp"
 #include "support/Paths.hpp"
 #include "support/Uuid.hpp"
 
@@ -57,35 +59,12 @@ std::string restoreTemporaryName(const std::string& name) {
 namespace {
 
 // Closes a descriptor on every path out.
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(fd_, other.fd_);
-        return *this;
-    }
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-
-    int get() const { return fd_; }
-
-    // Closes now and reports the error, which network file systems may hold back until here.
-    void closeChecked() {
-        if (::close(std::exchange(fd_, -1)) != 0 && errno != EINTR) throwPosix(errno);
-    }
-
-  private:
-    int fd_;
-};
-
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // Opens each folder of `relativeFolder` below `root`, making those that are missing. A link
 // anywhere on the way fails (ELOOP or ENOTDIR), wherever it points: nothing is followed.
-Descriptor openFolderBelow(int root, const std::string& relativeFolder) {
-    Descriptor current(::fcntl(root, F_DUPFD_CLOEXEC, 0));
+FileHandle openFolderBelow(int root, const std::string& relativeFolder) {
+    FileHandle current(::fcntl(root, F_DUPFD_CLOEXEC, 0));
     if (current.get() < 0) throwPosix(errno);
     for (std::size_t start = 0; start < relativeFolder.size();) {
         std::size_t end = relativeFolder.find('/', start);
@@ -101,9 +80,22 @@ Descriptor openFolderBelow(int root, const std::string& relativeFolder) {
             next = ::openat(current.get(), component.c_str(), folderFlags);
         }
         if (next < 0) throwPosix(errno);
-        current = Descriptor(next);
+        current = FileHandle(next);
     }
     return current;
+}
+
+// The chosen folder, made with the folders above it when it is missing: restoring to the
+// original after the source folder was lost puts it back. Nothing is made for a drive that is
+// not there, as it would land on the disk below its empty mount point. Closed on failure.
+FileHandle openOrMakeRoot(const fs::path& resolvedRoot) {
+    FileHandle root(::open(resolvedRoot.c_str(), folderFlags));
+    if (root.isOpen() || errno != ENOENT) return root;
+    const auto mount = MountTable::mount(resolvedRoot.native(), MountTable::snapshot());
+    if (mount && isMissingDrive(resolvedRoot.native(), *mount)) return root;
+    std::error_code error;
+    fs::create_directories(resolvedRoot, error);
+    return FileHandle(::open(resolvedRoot.c_str(), folderFlags));
 }
 
 // Only a file is replaced: a link or a folder at the target's name fails the restore of it.
@@ -117,11 +109,11 @@ void throwUnlessFileOrNothingAt(int folder, const std::string& name) {
     if (!S_ISREG(status.st_mode)) throwPosix(EISDIR);
 }
 
-Descriptor openSource(const fs::path& source, struct stat& status) {
+FileHandle openSource(const fs::path& source, struct stat& status) {
     // O_NOATIME leaves the backup as it was, access times included; it needs ownership.
     int fd = ::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOATIME);
     if (fd < 0 && errno == EPERM) fd = ::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    Descriptor handle(fd);
+    FileHandle handle(fd);
     if (fd < 0 || ::fstat(fd, &status) != 0) throwPosix(errno);
     if (!S_ISREG(status.st_mode)) throwPosix(EINVAL);
     return handle;
@@ -179,7 +171,7 @@ bool haveSameSize(int a, int b) {
 
 // A checked copy under its temporary name beside the target, waiting for its flush and rename.
 struct PreparedRestore {
-    Descriptor folder;
+    FileHandle folder;
     std::string temporary;
     std::string name;
 };
@@ -191,7 +183,7 @@ std::string copyToTemporary(FileSystem& fileSystem, int source, const struct sta
                             const std::stop_token& stop) {
     const std::string temporary = restoreTemporaryName(name);
     (void)::unlinkat(folder, temporary.c_str(), 0);
-    Descriptor copy(::openat(folder, temporary.c_str(),
+    FileHandle copy(::openat(folder, temporary.c_str(),
                              O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (copy.get() < 0) throwPosix(errno);
     try {
@@ -216,10 +208,10 @@ PreparedRestore prepareRestore(FileSystem& fileSystem, int root, const fs::path&
     const auto slash = relative->rfind('/');
     const std::string folderPath = slash == std::string::npos ? "" : relative->substr(0, slash);
     std::string name = slash == std::string::npos ? *relative : relative->substr(slash + 1);
-    Descriptor folder = openFolderBelow(root, folderPath);
+    FileHandle folder = openFolderBelow(root, folderPath);
     throwUnlessFileOrNothingAt(folder.get(), name);
     struct stat status {};
-    const Descriptor source = openSource(job.source, status);
+    const FileHandle source = openSource(job.source, status);
     std::string temporary =
         copyToTemporary(fileSystem, source.get(), status, folder.get(), name, progress, stop);
     return {std::move(folder), std::move(temporary), std::move(name)};
@@ -281,7 +273,7 @@ RestoreOutcome restoreFiles(FileSystem& fileSystem, const std::vector<RestoreJob
     RestoreOutcome outcome;
     ProgressCount progress(jobs, onProgress);
     const fs::path resolvedRoot = paths::resolved(destination);
-    const Descriptor root(::open(resolvedRoot.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const FileHandle root = openOrMakeRoot(resolvedRoot);
     PendingSwaps pending;
     for (const auto& job : jobs) {
         if (stop.stop_requested()) {
@@ -289,7 +281,7 @@ RestoreOutcome restoreFiles(FileSystem& fileSystem, const std::vector<RestoreJob
             break;
         }
         try {
-            if (root.get() < 0) throwPosix(ENOENT);
+            if (!root.isOpen()) throwPosix(ENOENT);
             pending.add(prepareRestore(fileSystem, root.get(), resolvedRoot, job, progress, stop),
                         job.size);
         } catch (const Failure& failure) {

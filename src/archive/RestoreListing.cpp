@@ -67,9 +67,9 @@ void sortInFinderOrder(std::vector<RestoreFileItem>& items) {
 
 bool matchesFilter(const RestoreFileItem& item, std::string_view searchText) {
     if (searchText.empty()) return true;
-    const std::string wanted = lowercased(searchText);
-    return lowercased(item.name).find(wanted) != std::string::npos ||
-           lowercased(item.relativePath).find(wanted) != std::string::npos;
+    // The name ends the relative path: a match in the name is a match in the path.
+    return text::lowercasedForSearch(item.relativePath)
+               .find(text::lowercasedForSearch(searchText)) != std::string::npos;
 }
 
 std::vector<std::size_t> filteredIndices(const std::vector<RestoreFileItem>& files,

@@ -50,6 +50,10 @@ inline constexpr std::string_view recoveryScanning = "Scanning deleted files…"
 inline constexpr std::string_view recoveryEmptyTitle = "No deleted files found.";
 inline constexpr std::string_view recoveryEmptyDetail =
     "Files removed from the source are kept here after the next backup.";
+// Why "Restore to Original" is off when other pairs share the archive.
+inline constexpr std::string_view sharedArchiveHelp =
+    "Other backups to this location keep their deleted files here too, so a file can't be "
+    "traced to its original folder. Use Restore to… to choose a folder.";
 // The range of days: "From [the first day] to [today]", or named days between.
 inline constexpr std::string_view rangeFrom = "From";
 inline constexpr std::string_view rangeTo = "to";

@@ -9,6 +9,7 @@
 #include "copy/FileWatcher.hpp"
 #include "copy/RunningEditors.hpp"
 #include "environment/Gates.hpp"
+#include "environment/Gvfs.hpp"
 #include "environment/VolumeReconnector.hpp"
 #include "environment/Volumes.hpp"
 #include "support/Clock.hpp"
@@ -42,6 +43,8 @@ struct BackupServices {
     OffsiteStage* offsite = nullptr;
     // The moments at which a lost destination may be back; by default none comes.
     ReconnectTriggers reconnectTriggers = ReconnectTriggers::none();
+    // What asks GVFS to mount a share of its own again; by default nothing does.
+    std::shared_ptr<const GvfsMounter> gvfsMounter = std::make_shared<const GvfsMounter>();
 };
 
 }  // namespace quillstow

@@ -77,7 +77,9 @@ StatusManager::StatusManager(std::shared_ptr<ConfigStore> configStore,
         return found;
     };
     volumeReconnector_ = std::make_unique<VolumeReconnector>(
-        services_.mainQueue, services_.tasks, services_.clock, services_.volumes,
+        services_.mainQueue, services_.clock,
+        std::make_shared<SystemDestinationProbe>(services_.volumes.removableMediaRoots(),
+                                                 services_.gvfsMounter),
         services_.reconnectTriggers,
         VolumeReconnector::Owner{unreachablePairs, [this](const BackupPair& pair) {
                                      handleDestinationReconnected(pair.id, pair);

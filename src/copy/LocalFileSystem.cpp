@@ -99,9 +99,9 @@ void copyRange(int from, int to, off_t offset, off_t end) {
             offset += count;
             continue;
         }
-        if (count == 0) return;
-        if (errno == EINTR) continue;
-        if (!meansUnsupported(errno)) throwPosix(errno);
+        // A 0 before the end may be a file system that can't copy in the kernel: a read tells.
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0 && !meansUnsupported(errno)) throwPosix(errno);
         copyRangeByReadAndWrite(from, to, offset, end);
         return;
     }
@@ -150,12 +150,9 @@ void copyData(int from, int to, const struct stat& status) {
             copied += count;
             continue;
         }
-        if (count == 0) {
-            // Some file systems answer 0 instead of an error; only a copy under way has met
-            // the end of a file that shrank.
-            if (copied > 0) return;
-            break;
-        }
+        // Some file systems answer 0 instead of an error, at any point: reads and writes go
+        // on from where the kernel stopped, and only a read tells the end of the file.
+        if (count == 0) break;
         if (errno == EINTR) continue;
         if (copied == 0 && meansUnsupported(errno)) break;
         throwPosix(errno);
@@ -354,14 +351,15 @@ std::size_t LocalFileSystem::copyChunk(int from, int to, std::int64_t offset, st
     loff_t writeAt = offset;
     for (;;) {
         const ssize_t count = ::copy_file_range(from, &readAt, to, &writeAt, length, 0);
-        if (count >= 0) {
-            if (count > 0) {
-                // Start writing the chunk out now, so that the flush before the swap waits for
-                // little more than the last chunks.
-                (void)::sync_file_range(to, offset, count, SYNC_FILE_RANGE_WRITE);
-            }
+        if (count > 0) {
+            // Start writing the chunk out now, so that the flush before the swap waits for
+            // little more than the last chunks.
+            (void)::sync_file_range(to, offset, count, SYNC_FILE_RANGE_WRITE);
             return std::size_t(count);
         }
+        // Some file systems answer 0 before the end instead of refusing: only a read tells
+        // the end of the file, or a short file would pass for a whole one.
+        if (count == 0) break;
         if (errno == EINTR) continue;
         if (!meansUnsupported(errno)) throwPosix(errno);
         break;

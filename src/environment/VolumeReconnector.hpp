@@ -2,26 +2,29 @@
 
 // Brings back pairs whose destination went away with a sleep or a change of network. At the
 // moments it may have come back (the machine woke, the screens woke, the network came up) it
-// waits a little, then looks at every pair whose destination is unreachable: first in a fresh
-// mount table, then after looking the path up, which mounts autofs and systemd automount
-// points. A pair that is back is handed to its owner, which restarts it, and is left alone for
-// a while after.
+// waits a little, then probes every pair whose destination is unreachable: the mount table as
+// it is, then what may mount the share again (see SystemDestinationProbe). A pair that is back
+// is handed to its owner, which restarts it, and is left alone for a while after.
 //
 // Threading: made, started, stopped and destroyed on the main thread, where all its state
-// lives. Triggers may fire on any thread; they only hop to the main queue. Probes of the disk,
-// which can hang on a dying share, run on tasks, one per pair, and never on the main thread; a
-// pair stays in flight until its probe answers, so a hung share holds one task, not one per
-// trigger. Copying is deleted.
+// lives. Triggers may fire on any thread; they only hop to the main queue. Each probe runs on an
+// abandonable task of its own, one per pair, never on the main thread. A probe that has not
+// answered within probeTimeLimit is given up: the pair leaves flight and the next attempt may
+// probe it again, while the stuck task is left to the kernel, holding only the probe and the
+// way back here, which the reconnector cuts when it stops. So neither the main queue nor the
+// program's quit ever waits for a share that hangs. Copying is deleted.
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "environment/Volumes.hpp"
+#include "environment/DestinationProbe.hpp"
 #include "model/BackupPair.hpp"
 #include "support/Clock.hpp"
 #include "support/MainQueue.hpp"
@@ -50,20 +53,23 @@ struct ReconnectTriggers {
 };
 
 // The pairs an attempt tries: those given (unreachable and still stored, in engine order) that
-// are not in flight and were not brought back less than `handledInterval` before `now`.
+// are not busy (in flight, or with too many probes hung) and were not brought back less than
+// `handledInterval` before `now`.
 std::vector<BackupPair> candidatesForAttempt(const std::vector<BackupPair>& unreachable,
-                                             const std::set<Uuid>& inFlight,
+                                             const std::set<Uuid>& busy,
                                              const std::map<Uuid, double>& recentlyHandled,
                                              double now, double handledInterval);
-
-// Whether a destination is back: in the mount table as it is, or else after looking its path
-// up, which asks autofs and systemd automount to mount it. May block on a dying share.
-bool probeDestination(const std::filesystem::path& destination, const Volumes& volumes);
 
 class VolumeReconnector {
   public:
     static constexpr double attemptDelay = 2.0;
     static constexpr double handledInterval = 5.0;
+    // How long an attempt waits for the probe of one destination: more than GVFS is given to
+    // mount a share, far more than a share that answers takes.
+    static constexpr double probeTimeLimit = 30.0;
+    // Probes of one pair given up and still stuck; past this many the pair waits for one of them
+    // to return rather than start another that would hang beside them.
+    static constexpr int hungProbesPerPair = 2;
 
     struct Owner {
         // Pairs whose engine finds the destination unreachable, still stored, in engine order.
@@ -72,8 +78,12 @@ class VolumeReconnector {
         std::function<void(const BackupPair&)> destinationReconnected;
     };
 
-    VolumeReconnector(MainQueue& mainQueue, TaskRunner& tasks, const Clock& clock,
-                      const Volumes& volumes, ReconnectTriggers triggers, Owner owner);
+    // How a probe's task is started; tests count them.
+    using StartTask = std::function<void(std::function<void()>)>;
+
+    VolumeReconnector(MainQueue& mainQueue, const Clock& clock,
+                      std::shared_ptr<const DestinationProbe> probe, ReconnectTriggers triggers,
+                      Owner owner, StartTask startTask = startAbandonableTask);
     VolumeReconnector(const VolumeReconnector&) = delete;
     VolumeReconnector& operator=(const VolumeReconnector&) = delete;
     ~VolumeReconnector();
@@ -87,25 +97,32 @@ class VolumeReconnector {
     void scheduleAttempt(const std::string& trigger);
 
   private:
-    struct Link {
-        VolumeReconnector* reconnector;
+    class Link;
+    struct InFlight {
+        std::uint64_t probe;
+        DelayedWork giveUp;
     };
 
     void attempt(const std::string& trigger);
-    void finish(const BackupPair& pair, bool isBack, const std::string& trigger);
-    ReconnectTrigger::Fire hopToMainQueue(std::string trigger);
+    void startProbe(const BackupPair& pair, const std::string& trigger);
+    void giveUp(const Uuid& pairId, std::uint64_t probe);
+    void finish(const BackupPair& pair, std::uint64_t probe, bool isBack,
+                const std::string& trigger);
+    std::set<Uuid> busyPairs() const;
 
     MainQueue& mainQueue_;
-    TaskRunner& tasks_;
     const Clock& clock_;
-    const Volumes& volumes_;
+    const std::shared_ptr<const DestinationProbe> probe_;
     const ReconnectTriggers triggers_;
     const Owner owner_;
-    std::shared_ptr<Link> link_ = std::make_shared<Link>(Link{this});
+    const StartTask startTask_;
+    std::shared_ptr<Link> link_;
     bool isStarted_ = false;
     std::optional<DelayedWork> pendingAttempt_;
-    std::set<Uuid> inFlight_;
+    std::map<Uuid, InFlight> inFlight_;
+    std::map<Uuid, int> hungProbes_;
     std::map<Uuid, double> recentlyHandled_;
+    std::uint64_t probesStarted_ = 0;
 };
 
 }  // namespace quillstow

@@ -183,7 +183,7 @@ void makeBookmarksForNewPair(BackupPair& pair, bool withPath) {
             if (withPath) {
                 log.error(std::string("Could not create ") + which +
                               " bookmark for %{private}s: %{public}s",
-                          folder.native(), failure.error().description);
+                          paths::lastPathComponent(folder), failure.error().description);
             } else {
                 log.error(std::string("Could not create ") + which + " bookmark: %{public}s",
                           failure.error().description);

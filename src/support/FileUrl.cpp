@@ -44,11 +44,15 @@ int hexValue(char c) {
 }  // namespace
 
 std::string percentEncoded(std::string_view path) {
+    return percentEncoded(path, "");
+}
+
+std::string percentEncoded(std::string_view text, std::string_view alsoEscaped) {
     static constexpr char hex[] = "0123456789ABCDEF";
     std::string encoded;
-    encoded.reserve(path.size());
-    for (unsigned char c : path) {
-        if (staysLiteral(c)) {
+    encoded.reserve(text.size());
+    for (unsigned char c : text) {
+        if (staysLiteral(c) && alsoEscaped.find(char(c)) == std::string_view::npos) {
             encoded.push_back(char(c));
         } else {
             encoded.push_back('%');
@@ -57,6 +61,26 @@ std::string percentEncoded(std::string_view path) {
         }
     }
     return encoded;
+}
+
+std::optional<std::string> percentDecoded(std::string_view text) {
+    std::string decoded;
+    decoded.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            decoded.push_back(text[i]);
+            continue;
+        }
+        if (i + 2 >= text.size()) return std::nullopt;
+        const int high = hexValue(text[i + 1]);
+        const int low = hexValue(text[i + 2]);
+        if (high < 0 || low < 0) return std::nullopt;
+        const char byte = char(high * 16 + low);
+        if (byte == '\0') return std::nullopt;
+        decoded.push_back(byte);
+        i += 2;
+    }
+    return decoded;
 }
 
 std::string fromPath(const std::filesystem::path& path) {
@@ -73,25 +97,13 @@ std::optional<std::filesystem::path> toPath(std::string_view url) {
     // A query or fragment has no place in a file URL of ours.
     if (rest.find_first_of("?#") != std::string_view::npos) return std::nullopt;
 
-    std::string decoded;
-    decoded.reserve(rest.size());
-    for (std::size_t i = 0; i < rest.size(); ++i) {
-        if (rest[i] != '%') {
-            // Anything else must have been escaped: a blank, a control character, raw UTF-8.
-            if (!staysLiteral(static_cast<unsigned char>(rest[i]))) return std::nullopt;
-            decoded.push_back(rest[i]);
-            continue;
-        }
-        if (i + 2 >= rest.size()) return std::nullopt;
-        const int high = hexValue(rest[i + 1]);
-        const int low = hexValue(rest[i + 2]);
-        if (high < 0 || low < 0) return std::nullopt;
-        const char byte = char(high * 16 + low);
-        if (byte == '\0') return std::nullopt;
-        decoded.push_back(byte);
-        i += 2;
+    // Anything else must have been escaped: a blank, a control character, raw UTF-8.
+    for (const char c : rest) {
+        if (c != '%' && !staysLiteral(static_cast<unsigned char>(c))) return std::nullopt;
     }
-    return std::filesystem::path(decoded);
+    const auto decoded = percentDecoded(rest);
+    if (!decoded) return std::nullopt;
+    return std::filesystem::path(*decoded);
 }
 
 }  // namespace quillstow::fileurls

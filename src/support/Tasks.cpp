@@ -81,6 +81,13 @@ void TaskRunner::cancelAll() {
         if (const auto state = task.lock()) state->stop.request_stop();
 }
 
+void startAbandonableTask(std::function<void()> body) {
+    std::thread([body = std::move(body)] {
+        lowerToUtilityPriority();
+        body();
+    }).detach();
+}
+
 void TaskRunner::waitUntilIdle() {
     std::unique_lock lock(mutex_);
     idle_.wait(lock, [&] { return running_ == 0; });

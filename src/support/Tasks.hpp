@@ -67,6 +67,11 @@ class TaskRunner {
     std::vector<std::weak_ptr<TaskHandle::State>> started_;  // pruned as tasks end
 };
 
+// Starts a task that no one waits for, not even the program's quit: for a look at a disk that
+// may hang in the kernel for ever, such as a stat on a network share whose server is gone. The
+// body must own, or hold shared, everything it uses; it may run on after its starter is gone.
+void startAbandonableTask(std::function<void()> body);
+
 // Lowers the calling thread to utility priority. Failures are ignored: a task then runs at the
 // priority it has.
 void lowerToUtilityPriority();

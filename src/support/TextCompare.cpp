@@ -1,6 +1,9 @@
 #include "support/TextCompare.hpp"
 
+#include <unicode/locid.h>
+#include <unicode/normalizer2.h>
 #include <unicode/ucol.h>
+#include <unicode/unistr.h>
 
 #include <memory>
 
@@ -37,6 +40,20 @@ int compareInFinderOrder(std::string_view a, std::string_view b) {
     }
     // Without ICU's data the names still come in a stable order.
     return a.compare(b);
+}
+
+std::string lowercasedForSearch(std::string_view utf8) {
+    icu::UnicodeString text =
+        icu::UnicodeString::fromUTF8(icu::StringPiece(utf8.data(), std::int32_t(utf8.size())));
+    text.toLower(icu::Locale::getRoot());
+    UErrorCode status = U_ZERO_ERROR;
+    if (const icu::Normalizer2* composed = icu::Normalizer2::getNFCInstance(status);
+        U_SUCCESS(status)) {
+        icu::UnicodeString normalized = composed->normalize(text, status);
+        if (U_SUCCESS(status)) text = normalized;
+    }
+    std::string lower;
+    return text.toUTF8String(lower);
 }
 
 }  // namespace quillstow::text

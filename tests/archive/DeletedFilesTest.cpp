@@ -68,6 +68,33 @@ class DeletedFilesTest : public ::testing::Test {
     }
 };
 
+TEST(SharedArchive, PairsWithOneDestinationShareItsArchiveHoweverItIsReached) {
+    TemporaryFolder root;
+    makeFolder(root / "drive");
+    makeFolder(root / "other drive");
+    makeLink(root / "drive link", root / "drive");
+    const auto pairAt = [&](const fs::path& destination) {
+        BackupPair pair;
+        pair.id = Uuid::random();
+        pair.destinationURL = destination;
+        return pair;
+    };
+    const BackupPair work = pairAt(root / "drive");
+    struct Case {
+        const char* name;
+        std::vector<BackupPair> pairs;
+        bool shared;
+    };
+    const Case cases[] = {
+        {"alone", {work}, false},
+        {"another drive", {work, pairAt(root / "other drive")}, false},
+        {"the same drive", {work, pairAt(root / "drive")}, true},
+        {"the same drive through a link", {work, pairAt(root / "drive link")}, true},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(sharesArchive(work, c.pairs), c.shared) << c.name;
+}
+
 TEST_F(DeletedFilesTest, AFileDeletedOnTwoDaysIsOfferedFromBothAndGoesBackToItsPlace) {
     deleteOn(monday, "docs/report.txt", "monday's report");
     deleteOn(tuesday, "docs/report.txt", "tuesday's report");

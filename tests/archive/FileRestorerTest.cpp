@@ -9,6 +9,7 @@
 #include "archive/FileRestorer.hpp"
 #include "archive/RestoreTexts.hpp"
 #include "copy/FaultyFileSystem.hpp"
+#include "support/Uuid.hpp"
 
 namespace quillstow {
 namespace {
@@ -173,11 +174,24 @@ TEST_F(FileRestorerTest, AFailedCopyIsRemovedAndTheNextFileGoes) {
               (std::map<std::string, std::string>{{"a.txt", "old a"}, {"b.txt", "b"}}));
 }
 
-TEST_F(FileRestorerTest, AMissingDestinationFailsEveryFile) {
-    writeFile(backup / "a.txt", "a");
-    const auto outcome = restoreFiles(fileSystem, jobsFor({"a.txt"}), root / "gone");
-    EXPECT_EQ(outcome.failed, 1);
-    EXPECT_FALSE(fs::exists(root / "gone"));
+TEST_F(FileRestorerTest, AMissingDestinationIsMadeUnlessItsDriveIsNotThere) {
+    writeFile(backup / "docs/a.txt", "a");
+
+    // The original folder was lost: the restore puts it back with the folders above it.
+    auto outcome = restoreFiles(fileSystem, jobsFor({"docs/a.txt"}), root / "gone/Documents");
+    EXPECT_EQ(outcome.message(), "1 file restored successfully.");
+    EXPECT_EQ(readFile(root / "gone/Documents/docs/a.txt"), "a");
+
+    // Below a removable-media root with no drive mounted, making it would fill the system disk.
+    struct stat mnt {
+    }, top{};
+    if (::stat("/mnt", &mnt) == 0 && ::stat("/", &top) == 0 && mnt.st_dev != top.st_dev)
+        GTEST_SKIP() << "a drive is mounted at /mnt";
+    const fs::path unplugged = "/mnt/quillstow-unplugged-" + Uuid::random().text() + "/Photos";
+    ASSERT_FALSE(fs::exists(unplugged.parent_path()));
+    outcome = restoreFiles(fileSystem, jobsFor({"docs/a.txt"}), unplugged);
+    EXPECT_EQ(outcome.message(), "Error: Restored 0 files. 1 file failed.");
+    EXPECT_FALSE(fs::exists(unplugged.parent_path()));
 }
 
 TEST_F(FileRestorerTest, ACancelStopsBetweenFilesAndLeavesNoTemporary) {

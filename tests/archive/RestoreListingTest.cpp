@@ -135,14 +135,21 @@ std::vector<RestoreFileItem> listOf(std::initializer_list<const char*> relativeP
 }
 
 TEST(RestoreFilter, MatchesNameOrPathIgnoringCase) {
-    const auto files = listOf({"Photos/2021/a.jpg", "track2.wav", "Docs/PHOTO-list.txt"});
+    const auto files =
+        listOf({"Photos/2021/a.jpg", "track2.wav", "Docs/PHOTO-list.txt", "Été/Cafe\u0301.txt"});
     struct Case {
         const char* searchText;
         std::vector<std::size_t> shown;
     };
     const Case cases[] = {
-        {"", {0, 1, 2}}, {"photo", {0, 2}},  // the first through its path, not its name
-        {"TRACK", {1}},  {"2021/a", {0}},   {"nothing", {}},
+        {"", {0, 1, 2, 3}},
+        {"photo", {0, 2}},  // the first through its path, not its name
+        {"TRACK", {1}},
+        {"2021/a", {0}},
+        {"nothing", {}},
+        // Letters beyond ASCII, and an accent typed joined to its letter.
+        {"été", {3}},
+        {"CAFÉ", {3}},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(filteredIndices(files, c.searchText), c.shown) << c.searchText;

@@ -1,11 +1,15 @@
 // Bringing back destinations in virtual time, with triggers fired by hand and the real mount
 // table: which pairs an attempt tries, how triggers coalesce, how long a pair brought back is
-// left alone, and that a probe that hangs holds neither the main queue nor the other pairs.
+// left alone, and what a probe that hangs may hold: neither the main queue, nor other pairs, nor
+// the next attempt, nor the quit.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <future>
+#include <climits>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
 
 #include "FakeTrigger.hpp"
 #include "LogCapture.hpp"
@@ -17,25 +21,73 @@ namespace quillstow {
 namespace {
 
 using namespace testing;
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::StartsWith;
 namespace fs = std::filesystem;
 
-// The real table, except that a destination named "Hangs" blocks until the test lets it go.
-class HangingVolumes final : public Volumes {
+// The machine's probe over the real mount table, on tasks the test counts, except that a
+// destination named "Hangs" blocks until the test lets it go, as a share whose server is gone.
+class CountedProbe final : public DestinationProbe {
   public:
-    using Volumes::Volumes;
-    bool isDestinationReachable(const fs::path& url) const override {
-        if (url.filename() != "Hangs") return Volumes::isDestinationReachable(url);
-        ++hungProbes;
-        release.wait();
-        return true;
+    bool isBack(const fs::path& destination) const override {
+        std::unique_lock lock(mutex_);
+        threads_.push_back(std::this_thread::get_id());
+        if (destination.filename() == "Hangs") {
+            const int number = ++hung_;
+            changed_.notify_all();
+            changed_.wait(lock, [&] { return number <= released_; });
+        }
+        lock.unlock();
+        return real_.isBack(destination);
     }
-    std::promise<void> letGo;
-    std::shared_future<void> release = letGo.get_future().share();
-    mutable std::atomic<int> hungProbes{0};
+
+    static VolumeReconnector::StartTask starter(std::shared_ptr<CountedProbe> probe) {
+        return [probe](std::function<void()> body) {
+            probe->changeCounts([](CountedProbe& self) { ++self.started_; });
+            startAbandonableTask([probe, body = std::move(body)] {
+                body();
+                probe->changeCounts([](CountedProbe& self) { ++self.ended_; });
+            });
+        };
+    }
+
+    // Lets the hung probes go, up to the `count`th.
+    void letGoUpTo(int count) {
+        changeCounts([&](CountedProbe& self) { self.released_ = count; });
+    }
+    // Waits (in real time: probes run on threads) until every task has ended or is held; the
+    // hung probes are numbered in order, and those up to `released_` are let go.
+    bool settle() const {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::seconds(10), [&] {
+            return ended_ + std::max(hung_ - released_, 0) == started_;
+        });
+    }
+    int hungProbes() const {
+        std::lock_guard lock(mutex_);
+        return hung_;
+    }
+    bool ranOn(std::thread::id thread) const {
+        std::lock_guard lock(mutex_);
+        return std::find(threads_.begin(), threads_.end(), thread) != threads_.end();
+    }
+
+  private:
+    void changeCounts(const std::function<void(CountedProbe&)>& change) {
+        {
+            std::lock_guard lock(mutex_);
+            change(*this);
+        }
+        changed_.notify_all();
+    }
+
+    // Nothing of the temporary folder is a drive that is not there.
+    const SystemDestinationProbe real_{{"/nowhere/"}, std::make_shared<GvfsMounter>()};
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    mutable std::vector<std::thread::id> threads_;
+    mutable int hung_ = 0;
+    int released_ = 0, started_ = 0, ended_ = 0;
 };
 
 BackupPair pairAt(const std::string& name, const fs::path& destination) {
@@ -48,38 +100,44 @@ BackupPair pairAt(const std::string& name, const fs::path& destination) {
 
 class VolumeReconnectorTest : public ::testing::Test {
   protected:
-    void SetUp() override { makeFolder(root / "Back"); }
+    void SetUp() override {
+        makeFolder(root / "Back");
+        makeFolder(root / "Hangs");
+    }
     ~VolumeReconnectorTest() override {
-        volumes.letGo.set_value();
+        probe->letGoUpTo(INT_MAX);
         reconnector.reset();
-        tasks.waitUntilIdle();
+        EXPECT_TRUE(probe->settle());
     }
 
     std::unique_ptr<VolumeReconnector> make() {
         auto made = std::make_unique<VolumeReconnector>(
-            queue, tasks, clock, volumes, ReconnectTriggers{&wake, &screens, &network},
+            queue, clock, probe, ReconnectTriggers{&wake, &screens, &network},
             VolumeReconnector::Owner{
                 [this] {
                     ++asked;
                     return unreachable;
                 },
-                [this](const BackupPair& pair) { reconnected.push_back(pair.name); }});
+                [this](const BackupPair& pair) { reconnected.push_back(pair.name); }},
+            CountedProbe::starter(probe));
         made->start();
         return made;
     }
-    // Moves time on and lets the probes of what fell due answer.
+    // Moves time on and lets every probe that is not held answer.
     void advanceAndProbe(double seconds) {
         queue.advance(seconds);
-        tasks.waitUntilIdle(0.3);
+        ASSERT_TRUE(probe->settle());
         queue.runPending();
+    }
+    void wakeAndProbe() {
+        wake.fire();
+        advanceAndProbe(VolumeReconnector::attemptDelay);
     }
 
     TemporaryFolder root;
-    // Nothing of the temporary folder is a drive that is not there.
-    HangingVolumes volumes{std::vector<std::string>{"/nowhere/"}};
+    std::shared_ptr<CountedProbe> probe = std::make_shared<CountedProbe>();
     ManualClock clock;
     VirtualMainQueue queue{clock};
-    TaskRunner tasks;
     FakeTrigger wake, screens, network;
     std::vector<BackupPair> unreachable;
     int asked = 0;
@@ -87,22 +145,22 @@ class VolumeReconnectorTest : public ::testing::Test {
     std::unique_ptr<VolumeReconnector> reconnector;
 };
 
-TEST(CandidatesForAttempt, LeavesOutPairsInFlightAndThoseBroughtBackLately) {
+TEST(CandidatesForAttempt, LeavesOutBusyPairsAndThoseBroughtBackLately) {
     const BackupPair a = pairAt("A", "/a"), b = pairAt("B", "/b");
     const struct {
         const char* name;
-        std::set<Uuid> inFlight;
+        std::set<Uuid> busy;
         std::map<Uuid, double> handled;
         std::vector<std::string> expected;
     } cases[] = {
         {"both free", {}, {}, {"A", "B"}},
-        {"one in flight", {a.id}, {}, {"B"}},
+        {"one busy", {a.id}, {}, {"B"}},
         {"handled 4.9 s ago", {}, {{b.id, 5.1}}, {"A"}},
         {"handled exactly 5 s ago", {}, {{b.id, 5.0}}, {"A", "B"}},
     };
     for (const auto& c : cases) {
         std::vector<std::string> names;
-        for (const auto& pair : candidatesForAttempt({a, b}, c.inFlight, c.handled, 10.0, 5.0))
+        for (const auto& pair : candidatesForAttempt({a, b}, c.busy, c.handled, 10.0, 5.0))
             names.push_back(pair.name);
         EXPECT_EQ(names, c.expected) << c.name;
     }
@@ -139,8 +197,7 @@ TEST_F(VolumeReconnectorTest, APairBroughtBackIsLeftAloneForTheHandledInterval) 
     } steps[] = {{0, 1}, {3.9, 1}, {5.0, 2}};  // attempts at 2, 5.9 (skipped) and 7
     for (const auto& step : steps) {
         advanceAndProbe(step.at - clock.now());
-        wake.fire();
-        advanceAndProbe(VolumeReconnector::attemptDelay);
+        wakeAndProbe();
         EXPECT_EQ(int(reconnected.size()), step.reconnections) << "trigger at " << step.at;
     }
 }
@@ -149,38 +206,77 @@ TEST_F(VolumeReconnectorTest, ADestinationStillGoneIsNotReportedAndWaitsForTheNe
     LogCapture log;
     unreachable = {pairAt("Gone", root / "Gone")};
     reconnector = make();
-    wake.fire();
-    advanceAndProbe(VolumeReconnector::attemptDelay);
+    wakeAndProbe();
     EXPECT_THAT(reconnected, IsEmpty());
     EXPECT_THAT(log.messages("BackupEngine"), IsEmpty());
     makeFolder(root / "Gone");
-    wake.fire();
-    advanceAndProbe(VolumeReconnector::attemptDelay);
+    wakeAndProbe();
     EXPECT_THAT(reconnected, ElementsAre("Gone"));
 }
 
-TEST_F(VolumeReconnectorTest, AProbeThatHangsHoldsNeitherTheMainQueueNorOtherPairs) {
+TEST_F(VolumeReconnectorTest, AProbeThatHangsIsGivenUpAtItsLimitAndTheNextAttemptTriesAgain) {
     unreachable = {pairAt("Hung", root / "Hangs"), pairAt("Work", root / "Back")};
     reconnector = make();
-    wake.fire();
-    queue.runPending();
-    queue.advance(VolumeReconnector::attemptDelay);
-    ASSERT_TRUE(queue.runUntil([&] { return !reconnected.empty(); }, 10));
-    EXPECT_THAT(reconnected, ElementsAre("Work"));
+    wakeAndProbe();
+    EXPECT_THAT(reconnected, ElementsAre("Work")) << "the hung share holds back no other pair";
+    EXPECT_EQ(probe->hungProbes(), 1);
+    EXPECT_FALSE(probe->ranOn(std::this_thread::get_id())) << "no probe on the main thread";
     bool ran = false;
     queue.post([&] { ran = true; });
     queue.runPending();
-    EXPECT_TRUE(ran);
+    EXPECT_TRUE(ran) << "the main queue runs on";
+    unreachable = {unreachable[0]};  // Work is back
 
-    // A later attempt leaves the hung pair to its probe rather than start a second one.
-    wake.fire();
-    advanceAndProbe(VolumeReconnector::attemptDelay + VolumeReconnector::handledInterval);
-    EXPECT_EQ(volumes.hungProbes.load(), 1);
+    // Within the limit the pair is still in flight: a later attempt leaves it to its probe.
+    wakeAndProbe();
+    EXPECT_EQ(probe->hungProbes(), 1);
 
-    volumes.letGo.set_value();
-    volumes.letGo = std::promise<void>();
-    ASSERT_TRUE(queue.runUntil([&] { return reconnected.size() == 2; }, 10));
+    // Past it the attempt has given up, and the next one probes the share afresh.
+    advanceAndProbe(VolumeReconnector::probeTimeLimit);
+    probe->letGoUpTo(2);
+    wakeAndProbe();
+    EXPECT_EQ(probe->hungProbes(), 2);
     EXPECT_THAT(reconnected, ElementsAre("Work", "Hung"));
+
+    // The first probe returns at last; its attempt is over and its answer goes unheard.
+    probe->letGoUpTo(INT_MAX);
+    advanceAndProbe(0);
+    EXPECT_THAT(reconnected, ElementsAre("Work", "Hung"));
+}
+
+TEST_F(VolumeReconnectorTest, APairWhoseProbesKeepHangingWaitsForOneOfThemToReturn) {
+    unreachable = {pairAt("Hung", root / "Hangs")};
+    reconnector = make();
+    const auto attemptPastTheLimit = [&] {
+        wakeAndProbe();
+        advanceAndProbe(VolumeReconnector::probeTimeLimit);
+    };
+    for (int probes = 1; probes <= VolumeReconnector::hungProbesPerPair; ++probes) {
+        attemptPastTheLimit();
+        EXPECT_EQ(probe->hungProbes(), probes);
+    }
+    attemptPastTheLimit();
+    EXPECT_EQ(probe->hungProbes(), VolumeReconnector::hungProbesPerPair)
+        << "no third task stuck beside the two";
+
+    probe->letGoUpTo(1);
+    advanceAndProbe(0);
+    attemptPastTheLimit();
+    EXPECT_EQ(probe->hungProbes(), VolumeReconnector::hungProbesPerPair + 1);
+    EXPECT_THAT(reconnected, IsEmpty()) << "the answers came after their attempts";
+}
+
+TEST_F(VolumeReconnectorTest, TheQuitWaitsForNoHungProbeAndItsLateAnswerReachesNoOne) {
+    unreachable = {pairAt("Hung", root / "Hangs")};
+    reconnector = make();
+    wakeAndProbe();
+    ASSERT_EQ(probe->hungProbes(), 1);
+    reconnector.reset();  // returns with the probe still stuck
+
+    probe->letGoUpTo(1);
+    ASSERT_TRUE(probe->settle());
+    EXPECT_FALSE(queue.waitForPosted(0)) << "nothing posted to a reconnector that is gone";
+    EXPECT_THAT(reconnected, IsEmpty());
 }
 
 TEST_F(VolumeReconnectorTest, StopEndsTheTriggersAndDropsThePendingAttempt) {
@@ -189,8 +285,7 @@ TEST_F(VolumeReconnectorTest, StopEndsTheTriggersAndDropsThePendingAttempt) {
     wake.fire();
     queue.runPending();
     reconnector->stop();
-    wake.fire();
-    advanceAndProbe(VolumeReconnector::attemptDelay);
+    wakeAndProbe();
     EXPECT_EQ(asked, 0);
 }
 

@@ -50,7 +50,8 @@ struct Folders {
 // What a user reads and clicks in either window, found by the names the frame gives them.
 template <class Window>
 struct Driver {
-    explicit Driver(const BackupPair& pair) : window(pair) {
+    template <typename... Arguments>
+    explicit Driver(const Arguments&... arguments) : window(arguments...) {
         // The scan's result comes in through the event loop: until it runs, the window scans.
         window.show();
     }
@@ -121,6 +122,7 @@ class RestoreWindowTest : public QObject {
     void aFileThatCannotBePlacedIsCountedAndTheOthersGoBack();
     void recoveryWindowGroupsByDayNewestFirstAndFiltersByRange();
     void aRecoveredFileGoesBackToItsOriginalPathAndTheArchiveStays();
+    void aSharedArchiveGoesOnlyToAChosenFolder();
     void recoveryWindowWithNothingArchivedSaysSo();
     void thousandsOfFilesListInOrderWhileTheWindowAnswers();
     void aCancelStopsBetweenFilesAndLeavesNoPartialFile();
@@ -277,7 +279,7 @@ void RestoreWindowTest::recoveryWindowGroupsByDayNewestFirstAndFiltersByRange() 
     writeFile(folders.trash / "2026-03-04/plan-0A1B2C3D.txt", "afternoon");
     writeFile(folders.trash / "2026-03-02/photo.jpg", "p");
 
-    Driver<DeletedFilesWindow> recover(folders.pair);
+    Driver<DeletedFilesWindow> recover(folders.pair, std::vector{folders.pair});
     QCOMPARE(recover.window.windowTitle(), QString("Recover Deleted Files — Work"));
     QCOMPARE(recover.shownPage(), QString("scanningPage"));
     recover.look("recover-1-scanning");
@@ -315,7 +317,7 @@ void RestoreWindowTest::aRecoveredFileGoesBackToItsOriginalPathAndTheArchiveStay
     writeFile(folders.trash / "2026-03-04/docs/report.txt", "later");
     writeFile(folders.trash / "2026-03-04/plan.txt", "plan");
     const auto archiveBefore = filesBelow(folders.trash);
-    Driver<DeletedFilesWindow> recover(folders.pair);
+    Driver<DeletedFilesWindow> recover(folders.pair, std::vector{folders.pair});
     QVERIFY(recover.scanned());
     // The older copy, from the day before it was deleted again.
     recover.filter("report");
@@ -334,10 +336,29 @@ void RestoreWindowTest::aRecoveredFileGoesBackToItsOriginalPathAndTheArchiveStay
     recover.look("recover-6-done");
 }
 
+void RestoreWindowTest::aSharedArchiveGoesOnlyToAChosenFolder() {
+    Folders folders;
+    writeFile(folders.trash / "2026-03-04/plan.txt", "whose plan?");
+    BackupPair other = folders.pair;
+    other.id = Uuid::random();
+    other.sourceURL = folders.source.parent_path() / "other source";
+    Driver<DeletedFilesWindow> recover(folders.pair, std::vector{folders.pair, other});
+    QVERIFY(recover.scanned());
+    recover.click("selectAll");
+
+    auto* toOriginal = recover.find<QPushButton>("restoreToOriginal");
+    QVERIFY(!toOriginal->isEnabled());
+    QVERIFY(toOriginal->toolTip().startsWith("Other backups to this location"));
+    QVERIFY(recover.find<QPushButton>("restoreTo")->isEnabled());
+    recover.window.model().restoreToOriginal();
+    QVERIFY(!recover.window.model().run().inProgress());
+    QVERIFY(filesBelow(folders.source).empty());
+}
+
 void RestoreWindowTest::recoveryWindowWithNothingArchivedSaysSo() {
     Folders folders;
     writeFile(folders.backup / "kept.txt", "a backup alone is no archive");
-    Driver<DeletedFilesWindow> recover(folders.pair);
+    Driver<DeletedFilesWindow> recover(folders.pair, std::vector{folders.pair});
     QVERIFY(recover.scanned());
     QCOMPARE(recover.shownPage(), QString("emptyPage"));
     QCOMPARE(recover.label("emptyTitle"), QString("No deleted files found."));

@@ -1,4 +1,4 @@
-#include "app/DesktopServices.hpp"
+#include "shell/app/DesktopServices.hpp"
 
 #include <QDBusConnection>
 #include <QDBusReply>
@@ -8,7 +8,7 @@
 
 #include "support/AtomicFile.hpp"
 #include "support/Error.hpp"
-#include "viewmodels/Texts.hpp"
+#include "shell/viewmodels/Texts.hpp"
 
 namespace quillstow::shell {
 

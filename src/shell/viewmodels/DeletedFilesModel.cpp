@@ -9,8 +9,11 @@ namespace quillstow::shell {
 
 namespace fs = std::filesystem;
 
-DeletedFilesModel::DeletedFilesModel(BackupPair pair, QObject* parent)
-    : QObject(parent), pair_(std::move(pair)), archiveRoot_(archiveRootOf(pair_)) {
+DeletedFilesModel::DeletedFilesModel(BackupPair pair, bool archiveIsShared, QObject* parent)
+    : QObject(parent),
+      pair_(std::move(pair)),
+      archiveRoot_(archiveRootOf(pair_)),
+      archiveIsShared_(archiveIsShared) {
     connect(&run_, &RestoreRun::changed, this, &DeletedFilesModel::changed);
     scan_ = startTask<std::vector<DeletedFileItem>>(
         this, [root = archiveRoot_](std::stop_token stop) { return scanArchive(root, stop); },
@@ -59,7 +62,11 @@ void DeletedFilesModel::refilter() {
 }
 
 void DeletedFilesModel::restoreToOriginal() {
-    restoreTo(pair_.sourceURL);
+    if (whyNotToOriginal().empty()) restoreTo(pair_.sourceURL);
+}
+
+std::string DeletedFilesModel::whyNotToOriginal() const {
+    return archiveIsShared_ ? std::string(restoretext::sharedArchiveHelp) : std::string();
 }
 
 void DeletedFilesModel::restoreTo(const fs::path& folder) {

@@ -24,8 +24,8 @@ class DeletedFilesModel : public QObject, public SelectableList<DeletedFileItem>
     Q_OBJECT
 
   public:
-    // The scan starts at once.
-    explicit DeletedFilesModel(BackupPair pair, QObject* parent = nullptr);
+    // The scan starts at once. With a shared archive, the files go only to a chosen folder.
+    DeletedFilesModel(BackupPair pair, bool archiveIsShared, QObject* parent = nullptr);
     ~DeletedFilesModel() override;
 
     const BackupPair& pair() const { return pair_; }
@@ -43,8 +43,10 @@ class DeletedFilesModel : public QObject, public SelectableList<DeletedFileItem>
     const DayRange& dayRange() const { return range_; }
     void setDayRange(DayRange range);
 
-    // The selected files back to where they were in the source.
+    // The selected files back to where they were in the source, unless the archive is shared.
     void restoreToOriginal();
+    // Empty, or why the files can't go back to where they were.
+    std::string whyNotToOriginal() const;
     void restoreTo(const std::filesystem::path& folder);
 
   signals:
@@ -60,6 +62,7 @@ class DeletedFilesModel : public QObject, public SelectableList<DeletedFileItem>
 
     const BackupPair pair_;
     const std::filesystem::path archiveRoot_;
+    const bool archiveIsShared_;
     std::vector<std::string> days_;
     // Per item: another copy of the same file left on the same day.
     std::vector<bool> hasTwin_;

@@ -136,6 +136,7 @@ class RestoreModel : public QObject, public SelectableList<RestoreFileItem> {
     void setSearchText(std::string text);
     // The selected files, hidden ones too, back into the pair's source.
     void restoreToOriginal();
+    std::string whyNotToOriginal() const { return {}; }
     void restoreTo(const std::filesystem::path& folder);
 
   signals:

@@ -21,8 +21,9 @@ FileRowsModel::Source rowsOf(DeletedFilesModel& model) {
 
 }  // namespace
 
-DeletedFilesWindow::DeletedFilesWindow(const BackupPair& pair, QWidget* parent)
-    : DeletedFilesWindow(new DeletedFilesModel(pair), parent) {}
+DeletedFilesWindow::DeletedFilesWindow(const BackupPair& pair,
+                                       const std::vector<BackupPair>& allPairs, QWidget* parent)
+    : DeletedFilesWindow(new DeletedFilesModel(pair, sharesArchive(pair, allPairs)), parent) {}
 
 DeletedFilesWindow::DeletedFilesWindow(DeletedFilesModel* model, QWidget* parent)
     : RestoreFrame(

@@ -19,7 +19,9 @@ namespace quillstow::shell {
 class DeletedFilesWindow final : public RestoreFrame {
   public:
     // The archive is read from here on.
-    explicit DeletedFilesWindow(const BackupPair& pair, QWidget* parent = nullptr);
+    // When another of `allPairs` shares the archive, the files go only to a chosen folder.
+    DeletedFilesWindow(const BackupPair& pair, const std::vector<BackupPair>& allPairs,
+                       QWidget* parent = nullptr);
 
     DeletedFilesModel& model() { return *model_; }
 

@@ -2,7 +2,6 @@
 
 #include <QApplication>
 #include <QCheckBox>
-#include <QDesktopServices>
 #include <QFile>
 #include <QFileDialog>
 #include <QHBoxLayout>
@@ -15,12 +14,12 @@
 #include <QStackedWidget>
 #include <QStyle>
 #include <QTreeView>
-#include <QUrl>
 #include <QVBoxLayout>
 #include <array>
 #include <utility>
 
 #include "archive/RestoreTexts.hpp"
+#include "shell/app/DesktopServices.hpp"
 #include "shell/views/Labels.hpp"
 #include "support/ByteCount.hpp"
 
@@ -312,9 +311,8 @@ QWidget* RestoreFrame::footer() {
     auto* buttons = new QHBoxLayout;
     auto* reveal = new QPushButton(uiText(texts::showInFileManager));
     reveal->setObjectName("showInFileManager");
-    connect(reveal, &QPushButton::clicked, this, [this] {
-        QDesktopServices::openUrl(QUrl::fromLocalFile(shown(model_.folderToShow().native())));
-    });
+    connect(reveal, &QPushButton::clicked, this,
+            [this] { showFolderInFileManager(model_.folderToShow()); });
     buttons->addWidget(reveal);
     buttons->addStretch();
     restoreTo_ = new QPushButton(uiText(texts::restoreTo));
@@ -375,9 +373,11 @@ void RestoreFrame::refresh() {
 
     const bool canRestore = model_.canRestore();
     restoreTo_->setEnabled(canRestore);
-    restoreToOriginal_->setEnabled(canRestore);
+    const std::string whyNot = model_.whyNotToOriginal();
+    restoreToOriginal_->setEnabled(canRestore && whyNot.empty());
     restoreTo_->setToolTip(uiText(texts::restoreToHelp(selected)));
-    restoreToOriginal_->setToolTip(uiText(texts::restoreToOriginalHelp(selected)));
+    restoreToOriginal_->setToolTip(
+        uiText(whyNot.empty() ? texts::restoreToOriginalHelp(selected) : whyNot));
 
     const bool running = model_.inProgress();
     restoreToOriginal_->setVisible(!running);

@@ -90,6 +90,8 @@ class RestoreFrame : public QWidget {
         std::function<void(std::string)> setSearchText;
         std::function<bool()> canRestore;
         std::function<void()> restoreToOriginal;
+        // Why the files can't go back to where they were; empty when they can.
+        std::function<std::string()> whyNotToOriginal;
         std::function<void(const std::filesystem::path&)> restoreTo;
         std::function<std::filesystem::path()> folderToShow;
         // The restore under way.
@@ -155,6 +157,7 @@ RestoreFrame::Model frameModelOf(ListModel& model, std::filesystem::path folderT
         .setSearchText = [&model](std::string words) { model.setSearchText(std::move(words)); },
         .canRestore = [&model] { return model.canRestore(); },
         .restoreToOriginal = [&model] { model.restoreToOriginal(); },
+        .whyNotToOriginal = [&model] { return model.whyNotToOriginal(); },
         .restoreTo = [&model](const std::filesystem::path& folder) { model.restoreTo(folder); },
         .folderToShow = [folderToShow] { return folderToShow; },
         .inProgress = [&model] { return model.run().inProgress(); },

@@ -28,9 +28,8 @@ std::string missingFolders(const std::vector<std::string>& folders) {
     return text + ".";
 }
 
-std::string checkSummary(std::size_t missing, std::size_t wrongSize, std::size_t differentContent,
-                         std::size_t expected) {
-    if (missing == 0 && wrongSize == 0 && differentContent == 0) {
+std::string checkSummary(std::size_t missing, std::size_t wrongSize, std::size_t expected) {
+    if (missing == 0 && wrongSize == 0) {
         // "All 1 file" stands as it is.
         return "All " + counted(expected, "file is", "files are") + " present and the right size.";
     }
@@ -39,11 +38,6 @@ std::string checkSummary(std::size_t missing, std::size_t wrongSize, std::size_t
     if (wrongSize > 0) {
         parts.push_back(counted(wrongSize, "file is", "files are") +
                         " a different size than when this was archived");
-    }
-    // A copy can keep every size and still have other bytes: the digests tell.
-    if (differentContent > 0) {
-        parts.push_back(counted(differentContent, "file has", "files have") +
-                        " different contents than when this was archived");
     }
     std::string text;
     for (std::size_t i = 0; i < parts.size(); ++i) {
@@ -97,14 +91,6 @@ std::string rebuildableOffer(std::string_view size, std::size_t folders) {
     return std::string(size) + " in " + counted(folders, "folder", "folders") +
            " your editing apps rebuild on their own. Removing it won't affect your footage or "
            "finished videos.";
-}
-
-std::string goesTo(std::string_view destinationPreview) {
-    return "Goes to " + std::string(destinationPreview);
-}
-
-std::string filingTitle(std::string_view name) {
-    return "Filing " + quoted(name) + "…";
 }
 
 }  // namespace quillstow::filingtext

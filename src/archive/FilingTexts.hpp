@@ -1,7 +1,8 @@
 #pragma once
 
-// Every word the filing of a finished project shows: the inspector's heads-ups, the manifest's
-// check, the filer's endings, the slimmer's offer and the screens of the flow, in one place.
+// Every word the filing of a finished project decides: the inspector's heads-ups, the manifest's
+// check, the filer's endings, the slimmer's offer and the flow's progress. The window's own
+// words live with the shell's texts.
 // Pure functions and constants; any thread.
 
 #include <cstdint>
@@ -23,8 +24,7 @@ inline constexpr std::string_view awkwardCharacters =
     "This name has characters that some apps handle badly, like : or /.";
 
 // Manifest check: "All {e} files are present and the right size." or the parts that failed.
-std::string checkSummary(std::size_t missing, std::size_t wrongSize, std::size_t differentContent,
-                         std::size_t expected);
+std::string checkSummary(std::size_t missing, std::size_t wrongSize, std::size_t expected);
 
 // Filer.
 std::string sourceMissing(std::string_view name);
@@ -43,35 +43,5 @@ std::string rebuildableOffer(std::string_view size, std::size_t folders);
 
 // Flow.
 inline constexpr std::string_view tidyingUp = "Tidying up files your apps can rebuild…";
-inline constexpr std::string_view chooseTitle = "File a finished project";
-inline constexpr std::string_view chooseBody =
-    "Pick a project folder you've finished with. It gets copied into your archive under the "
-    "right year — your original stays exactly where it is.";
-inline constexpr std::string_view chooseProjectButton = "Choose Project Folder…";
-inline constexpr std::string_view chooseProjectMessage = "Choose the finished project folder";
-inline constexpr std::string_view choosePrompt = "Choose";
-inline constexpr std::string_view worthALook = "Worth a look first";
-inline constexpr std::string_view fileAnyway = "You can file it anyway — this is just a heads-up.";
-inline constexpr std::string_view fileItAs = "File it as";
-inline constexpr std::string_view nameLabel = "Name";
-inline constexpr std::string_view yearLabel = "Year";
-inline constexpr std::string_view archiveFolder = "Archive folder";
-inline constexpr std::string_view notChosenYet = "Not chosen yet";
-inline constexpr std::string_view chooseArchiveButton = "Choose…";
-inline constexpr std::string_view changeArchiveButton = "Change…";
-inline constexpr std::string_view chooseArchiveMessage =
-    "Choose the folder your archive lives in — the one holding your year folders";
-std::string goesTo(std::string_view destinationPreview);
-inline constexpr std::string_view back = "Back";
-inline constexpr std::string_view fileIt = "File It";
-std::string filingTitle(std::string_view name);
-inline constexpr std::string_view copying = "Copying…";
-inline constexpr std::string_view originalUntouched = "Your original isn't being touched.";
-inline constexpr std::string_view filedHeading = "Filed";
-inline constexpr std::string_view notFiledHeading = "Couldn't file it";
-inline constexpr std::string_view filedIcon = "checkmark.circle.fill";
-inline constexpr std::string_view notFiledIcon = "exclamationmark.triangle.fill";
-inline constexpr std::string_view showInFileManager = "Show in File Manager";
-inline constexpr std::string_view fileAnother = "File Another";
 
 }  // namespace quillstow::filingtext

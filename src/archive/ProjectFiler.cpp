@@ -25,8 +25,6 @@ using Path = std::filesystem::path;
 constexpr const char* copyTrashName = ".Quillstow-Trash";
 // Progress goes to a window, which needs no more than this many reports a second.
 constexpr double secondsBetweenReports = 0.1;
-// Reading the original, copying, reading the copy: a third of the bar each.
-constexpr double phaseCount = 3;
 
 ProjectFilingOutcome endedWith(const ProjectFilingPlan& plan, std::string problem) {
     return {plan, 0, 0, std::nullopt, {std::move(problem)}};
@@ -47,8 +45,8 @@ bool holdsNothingVisible(const Path& folder) {
 }
 
 // The hidden folder the copy is made and proven in, beside its final place. When it goes
-// without having been published, it takes the copy with it, and the folders it made for the
-// year when they are empty: a filing that didn't succeed leaves the archive as it found it.
+// without having been published (a cancel, or a final name someone took meanwhile), it takes the
+// copy with it, and the folders it made for the year when they are empty.
 class StagingFolder {
   public:
     // Throws Failure when the year's folder or the hidden folder can't be made.
@@ -85,8 +83,9 @@ class StagingFolder {
 
     const Path& path() const { return path_; }
 
-    // Gives the proven copy its final name. Into a folder that already stands there (empty, or
-    // with hidden entries), the copy's entries move one by one, and back again if one can't.
+    // Gives the copy its final name, never replacing anything. Into a folder that already stands
+    // there (empty, or with hidden entries), the copy's entries move one by one, and back again if
+    // one can't.
     void publish(const Path& destination) {
         if (!files::exists(destination)) {
             fileSystem_.moveItem(path_, destination);
@@ -132,12 +131,15 @@ class StagingFolder {
     bool published_ = false;
 };
 
-// Gives a proven copy its final name; when it can't, the filing didn't succeed after all.
+// Gives the copy its final name. When a proven one can't have it, the filing didn't succeed
+// after all; a copy that failed keeps its own sentence, and goes with its hidden folder.
 void publish(StagingFolder& staging, ProjectFilingOutcome& outcome) {
     const auto& plan = outcome.plan;
+    const bool proven = outcome.isSuccess();
     try {
         staging.publish(plan.destination);
     } catch (const Failure& failure) {
+        if (!proven) return;
         const bool taken =
             errors::isPosix(failure.error(), EEXIST) || errors::isPosix(failure.error(), ENOTEMPTY);
         outcome.problems.push_back(
@@ -146,37 +148,23 @@ void publish(StagingFolder& staging, ProjectFilingOutcome& outcome) {
     }
 }
 
-// Maps each phase's own fraction onto the whole bar, and lets through at most ten reports a
-// second. Called on the filing's task only.
-class PhasedProgress {
+// Lets through at most ten of the copy's reports a second. Called on the filing's task only.
+class ThrottledProgress {
   public:
-    PhasedProgress(const ProjectFiler::Progress& onProgress, const Clock& clock)
+    ThrottledProgress(const ProjectFiler::Progress& onProgress, const Clock& clock)
         : onProgress_(onProgress), clock_(clock) {}
 
-    void report(int phase, double fraction, const std::string& text) {
-        if (!onProgress_) return;
-        const double now = clock_.now();
-        if (now - lastReport_ < secondsBetweenReports) return;
-        lastReport_ = now;
-        onProgress_((phase + std::clamp(fraction, 0.0, 1.0)) / phaseCount, text);
-    }
-
-    ProjectManifestWriter::Progress digests(int phase) {
-        return [this, phase](std::int64_t done, std::int64_t total, const std::string& path) {
-            report(phase, total > 0 ? double(done) / double(total) : 1.0, lastComponent(path));
+    FileCopier::ProgressCallback copy() {
+        return [this](double fraction, const std::string& text) {
+            if (!onProgress_) return;
+            const double now = clock_.now();
+            if (now - lastReport_ < secondsBetweenReports) return;
+            lastReport_ = now;
+            onProgress_(std::clamp(fraction, 0.0, 1.0), text);
         };
     }
 
-    FileCopier::ProgressCallback copy() {
-        return [this](double fraction, const std::string& text) { report(1, fraction, text); };
-    }
-
   private:
-    static std::string lastComponent(const std::string& path) {
-        const auto slash = path.rfind('/');
-        return slash == std::string::npos ? path : path.substr(slash + 1);
-    }
-
     const ProjectFiler::Progress& onProgress_;
     const Clock& clock_;
     double lastReport_ = -std::numeric_limits<double>::infinity();
@@ -194,8 +182,8 @@ ProjectFiler::ProjectFiler(FileSystem& fileManager, ProjectManifestWriter manife
 
 ProjectFilingOutcome ProjectFiler::file(const Plan& plan, const Progress& onProgress,
                                         std::stop_token stop, const Ended& onEnded) const {
-    // Declared first so that it goes last: a copy that didn't succeed is removed after its
-    // outcome has been told.
+    // Declared first so that it goes last: a cancelled copy is removed after its outcome has
+    // been told.
     std::optional<StagingFolder> staging;
     const Outcome outcome = [&] {
         if (auto refusal = refusalOf(plan)) return endedWith(plan, std::move(*refusal));
@@ -205,9 +193,9 @@ ProjectFilingOutcome ProjectFiler::file(const Plan& plan, const Progress& onProg
             return endedWith(plan,
                              filingtext::folderNotCreated(plan.year, failure.error().description));
         }
-        auto proven = copyAndProve(plan, staging->path(), onProgress, stop);
-        if (proven.isSuccess()) publish(*staging, proven);
-        return proven;
+        auto proof = copyAndProve(plan, staging->path(), onProgress, stop);
+        if (!proof.cancelled) publish(*staging, proof.outcome);
+        return proof.outcome;
     }();
     if (onEnded) onEnded(outcome);
     return outcome;
@@ -232,36 +220,37 @@ std::optional<std::string> ProjectFiler::refusalOf(const Plan& plan) {
     return std::nullopt;
 }
 
-ProjectFilingOutcome ProjectFiler::copyAndProve(const Plan& plan, const Path& stagedCopy,
-                                                const Progress& onProgress,
-                                                std::stop_token stop) const {
-    PhasedProgress progress(onProgress, clock_);
-    const ProjectManifest manifest =
-        manifests_.scan(plan.source, plan.name, wallClock_.now(), progress.digests(0), stop);
-    if (stop.stop_requested()) return cancelled(plan);
+ProjectFiler::Proof ProjectFiler::copyAndProve(const Plan& plan, const Path& stagedCopy,
+                                               const Progress& onProgress,
+                                               std::stop_token stop) const {
+    ThrottledProgress progress(onProgress, clock_);
+    const ProjectManifest manifest = manifests_.scan(plan.source, plan.name, wallClock_.now());
+    if (stop.stop_requested()) return {cancelled(plan), true};
     BackupResult run;
     try {
         run = copier_.scanAndCopy(plan.source, stagedCopy, stagedCopy / copyTrashName,
                                   filterForProfile(BackupProfile::standard), progress.copy(), stop);
     } catch (const FileOperationFailure& failure) {
-        return endedWith(plan,
-                         filingtext::copyFailed(plan.name, failure.error().underlying.description));
+        if (stop.stop_requested()) return {cancelled(plan), true};
+        return {endedWith(plan, filingtext::copyFailed(plan.name,
+                                                       failure.error().underlying.description)),
+                false};
     }
-    if (stop.stop_requested()) return cancelled(plan);
+    if (stop.stop_requested()) return {cancelled(plan), true};
     try {
         manifests_.write(manifest, stagedCopy);
     } catch (const Failure&) {
         // The proof uses the record in memory; a copy without its manifest file still stands.
     }
     if (beforeProof_) beforeProof_(stagedCopy);
+    if (stop.stop_requested()) return {cancelled(plan), true};
 
     Outcome outcome{plan, manifest.files.size(), run.bytesTransferred, std::nullopt, {}};
-    outcome.check = manifests_.check(stagedCopy, manifest, progress.digests(2), stop);
-    if (stop.stop_requested()) return cancelled(plan);
+    outcome.check = manifests_.check(stagedCopy, manifest);
     if (!run.errors.empty()) {
         outcome.problems.push_back(filingtext::filesNotCopied(run.errors.size()));
     }
-    return outcome;
+    return {std::move(outcome), false};
 }
 
 std::string ProjectFiler::summary(const Outcome& outcome) {

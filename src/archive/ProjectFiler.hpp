@@ -5,14 +5,15 @@
 //
 // The copy is made by the pass (each file under a temporary name, flushed, size-checked and
 // swapped) into a hidden folder beside the final one, ".quillstowtmp-…-{name}", and the proof
-// runs there. Only a proven copy is renamed to its final name; a copy that failed, was
-// cancelled or doesn't match is removed again, so the archive never shows a half-filed project
-// under its name. The original is only read. Every ending is an Outcome with words for the user;
-// `file` never throws.
+// runs there. Then the copy takes its final name, renamed and never over anything: a proven
+// one, and also one that failed or doesn't match, so that the result sentence ("Copied … but
+// the copy doesn't match") is true and the next attempt with the same plan finds something
+// already filed there. Only a cancelled copy is removed again, so a filing the user stopped
+// leaves no half-filed project under its name. The original is only read. Every ending is an
+// Outcome with words for the user; `file` never throws.
 //
 // `file` runs on a task of its own and polls its stop token between files and between the
-// chunks of one file; onProgress is called on that task, at most ten times a second and at
-// least once for every file and every few megabytes.
+// chunks of one file; onProgress is called on that task, at most ten times a second.
 
 #include <cstdint>
 #include <filesystem>
@@ -65,8 +66,8 @@ class ProjectFiler {
 
     void setBeforeProof(BeforeProof hook) { beforeProof_ = std::move(hook); }
 
-    // `onEnded` hears the outcome before a copy that didn't succeed is removed again, which for
-    // a large project may take seconds more; `file` returns once it is gone.
+    // `onEnded` hears the outcome before a cancelled copy is removed again, which for a large
+    // project may take seconds more; `file` returns once it is gone.
     Outcome file(const Plan& plan, const Progress& onProgress, std::stop_token stop = {},
                  const Ended& onEnded = nullptr) const;
 
@@ -76,8 +77,12 @@ class ProjectFiler {
   private:
     // Why the plan can't be filed before anything is made; nothing when it can.
     static std::optional<std::string> refusalOf(const Plan& plan);
-    Outcome copyAndProve(const Plan& plan, const std::filesystem::path& stagedCopy,
-                         const Progress& onProgress, std::stop_token stop) const;
+    struct Proof {
+        Outcome outcome;
+        bool cancelled = false;
+    };
+    Proof copyAndProve(const Plan& plan, const std::filesystem::path& stagedCopy,
+                       const Progress& onProgress, std::stop_token stop) const;
 
     FileSystem& fileManager_;
     FileCopier copier_;

@@ -53,6 +53,8 @@ TaskHandle TaskRunner::start(Body body) {
     {
         std::lock_guard lock(mutex_);
         ++running_;
+        std::erase_if(started_, [](const auto& task) { return task.expired(); });
+        started_.push_back(state);
     }
     std::thread([this, state, body = std::move(body)]() mutable {
         lowerToUtilityPriority();
@@ -71,6 +73,12 @@ TaskHandle TaskRunner::start(Body body) {
         if (--running_ == 0) idle_.notify_all();
     }).detach();
     return TaskHandle(std::move(state));
+}
+
+void TaskRunner::cancelAll() {
+    std::lock_guard lock(mutex_);
+    for (const auto& task : started_)
+        if (const auto state = task.lock()) state->stop.request_stop();
 }
 
 void startAbandonableTask(std::function<void()> body) {

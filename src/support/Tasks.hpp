@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <stop_token>
+#include <vector>
 
 namespace quillstow {
 
@@ -51,6 +52,8 @@ class TaskRunner {
     ~TaskRunner();
 
     TaskHandle start(Body body);
+    // Asks every task started here that is still running to stop, as a program that quits does.
+    void cancelAll();
 
     // Blocks until every task started here has ended.
     void waitUntilIdle();
@@ -61,6 +64,7 @@ class TaskRunner {
     std::mutex mutex_;
     std::condition_variable idle_;
     int running_ = 0;
+    std::vector<std::weak_ptr<TaskHandle::State>> started_;  // pruned as tasks end
 };
 
 // Starts a task that no one waits for, not even the program's quit: for a look at a disk that

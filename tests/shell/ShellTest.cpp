@@ -19,6 +19,7 @@
 #include "tray/StatusMenuBuilder.hpp"
 #include "viewmodels/ShellModel.hpp"
 #include "viewmodels/Texts.hpp"
+#include "views/FilingWindow.hpp"
 #include "views/Icons.hpp"
 #include "views/PairRowView.hpp"
 #include "views/PopoverView.hpp"
@@ -82,6 +83,7 @@ class ShellTest : public QObject {
     void everyStatusHasItsIconAndTooltip_data();
     void everyStatusHasItsIconAndTooltip();
     void aClickWithTheAboutWindowOpenOnlyClosesIt();
+    void theMenuOpensOneFilingWindowWithAFreshFlowEachTime();
     void thePopoverHidesWhenTheFocusLeavesItButNotForItsOwnDialogs();
     void launchAtLoginWritesAndRemovesTheAutostartEntry();
     void popoverRowsFollowAnEngineThroughAPassAndAnError();
@@ -193,6 +195,39 @@ void ShellTest::aClickWithTheAboutWindowOpenOnlyClosesIt() {
     addBackup->close();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     QVERIFY(!tray.addBackupWindow());
+    tray.stop();
+    application.stopEverything();
+}
+
+void ShellTest::theMenuOpensOneFilingWindowWithAFreshFlowEachTime() {
+    testing::TemporaryFolder settings;
+    QtMainQueue mainQueue;
+    Application application(mainQueue, settings.path());
+    TrayApplication tray(application, 0);
+    QVERIFY(!tray.filingWindow());
+    tray.menuActions().openPromote();
+    auto* filing = qobject_cast<FilingWindow*>(tray.filingWindow());
+    QVERIFY(filing && filing->isVisible());
+    QCOMPARE(filing->windowTitle(), QString("File a Finished Project"));
+    QCOMPARE(filing->size(), QSize(520, 420));
+
+    // Typed into and asked for again: the same window, as it stands.
+    filing->model().chooseArchive(settings.path());
+    tray.menuActions().openPromote();
+    QCOMPARE(tray.filingWindow(), filing);
+    QVERIFY(filing->model().archiveRoot());
+    // The icon's click clears away only the About, welcome and restore windows.
+    tray.statusItemClicked();
+    QVERIFY(filing->isVisible());
+    QVERIFY(tray.popover().isShown());
+
+    filing->close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(!tray.filingWindow());
+    tray.menuActions().openPromote();
+    filing = qobject_cast<FilingWindow*>(tray.filingWindow());
+    QVERIFY(filing && filing->isVisible());
+    QVERIFY2(!filing->model().archiveRoot(), "a window opened again starts a new flow");
     tray.stop();
     application.stopEverything();
 }
@@ -355,9 +390,10 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
     QStringList top;
     for (QAction* action : menu.actions())
         if (!action->isSeparator()) top << action->text();
-    QCOMPARE(top, (QStringList{"Open Quillstow", "Back Up All Now", "⚠  Work", "○  Photos",
-                               "Add Backup…", "Recent Activity", "Settings", "How Quillstow Works",
-                               "About Quillstow", "Quit Quillstow"}));
+    QCOMPARE(top,
+             (QStringList{"Open Quillstow", "Back Up All Now", "⚠  Work", "○  Photos",
+                          "Add Backup…", "File a Finished Project…", "Recent Activity", "Settings",
+                          "How Quillstow Works", "About Quillstow", "Quit Quillstow"}));
 
     const QString workId = qt(work.id.text());
     const QString photosId = qt(photos.id.text());
@@ -365,6 +401,7 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
         {"Open Quillstow", "popover"},
         {"Back Up All Now", "all"},
         {"Add Backup…", "add"},
+        {"File a Finished Project…", "promote"},
         {"How Quillstow Works", "learn"},
         {"About Quillstow", "about"},
         {"Quit Quillstow", "quit"},

@@ -3,7 +3,7 @@
 # only its system tray (a StatusNotifierItem host and an XEmbed tray), and Quillstow with two
 # pairs. Clicks the icon (button 1: the popover, button 3: the menu), checks what shows through
 # the program's widget dump, and saves screenshots of the tray on a light and a dark panel, the
-# popover and the menu.
+# popover, the menu, and the filing window from its first screen to a project filed.
 #
 # usage: look.sh QUILLSTOW SCREENSHOT-TOOL OUTPUT-FOLDER
 # Exit 0 when everything showed, 1 when something didn't, 77 (skipped) where it can't run.
@@ -26,7 +26,7 @@ if [[ "${1:-}" != "--inside" ]]; then
     work=$(mktemp -d)
     trap 'kill $xvfb 2>/dev/null; wait 2>/dev/null; rm -rf "$work"' EXIT
     mkdir -p "$out"
-    rm -f "$out"/{tray-light,tray-dark,popover,menu,no-tray}.png
+    rm -f "$out"/{tray-light,tray-dark,popover,menu,no-tray}.png "$out"/filing-window-*.png
     # Xvfb picks a free display and writes its number once it takes connections.
     Xvfb -displayfd 3 -screen 0 1024x600x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
     xvfb=$!
@@ -166,7 +166,7 @@ xdotool mousemove "$iconX" "$iconY" click 3
 # Over XEmbed the program shows its own menu; a StatusNotifierItem host draws the menu it was
 # given and asks for it to be brought up to date first.
 if waitFor "  item: Open Quillstow" || waitFor "tray menu opened: 1"; then
-    for item in "Open Quillstow" "Back Up All Now" "●  Projects" "⚠  Photos" "Add Backup…" "Recent Activity" \
+    for item in "Open Quillstow" "Back Up All Now" "●  Projects" "⚠  Photos" "Add Backup…" "File a Finished Project…" "Recent Activity" \
         "Settings" "How Quillstow Works" "About Quillstow" "Quit Quillstow"; do
         grep -qF "item: $item" "$dump" || fail "the menu has no \"$item\""
     done
@@ -176,6 +176,80 @@ else
     fail "a right click did not open the menu"
 fi
 xdotool key Escape
+sleep 0.3
+
+# The filing window, from the menu's "File a Finished Project…": its first screen, then a
+# project picked and an archive chosen in the desktop's folder dialog, and the proven result.
+for folder in "1 Documents" "2 Project Files" "3 Media" "4 Renders" "5 Drafts" "6 Finals"; do
+    mkdir -p "$work/Finished/Spring Campaign 2023/$folder"
+done
+mkdir -p "$work/Archive"
+echo "final cut" >"$work/Finished/Spring Campaign 2023/6 Finals/Campaign.mp4"
+echo "brief" >"$work/Finished/Spring Campaign 2023/1 Documents/brief.txt"
+
+# The window's frame on the screen, as "x y width height".
+windowFrame() {
+    xwininfo -name "$1" 2>/dev/null | awk '/Absolute upper-left X/ {x=$NF} /Absolute upper-left Y/ {y=$NF}
+        /^ *Width/ {w=$NF} /^ *Height/ {h=$NF} END {if (w) print x, y, w, h}'
+}
+# Clicks a point of a window given from its bottom-right corner.
+clickFromBottomRight() {
+    read -r wx wy ww wh < <(windowFrame "$1")
+    xdotool mousemove $((wx + ww - $2)) $((wy + wh - $3)) click 1
+}
+# Types a folder into the open folder dialog called $1 and takes it.
+pickInDialog() {
+    for _ in $(seq 30); do
+        xwininfo -name "$1" >/dev/null 2>&1 && break
+        sleep 0.1
+    done
+    dialog=$(xdotool search --name "^$1\$" | head -1)
+    [[ -n "$dialog" ]] || return 1
+    xdotool windowfocus --sync "$dialog" 2>/dev/null
+    sleep 0.3
+    xdotool type --delay 5 "$2"
+    xdotool key Return
+    sleep 0.5
+}
+filingShot() {
+    read -r wx wy ww wh < <(windowFrame "File a Finished Project")
+    "$screenshot" "$out/filing-window-$1.png" "$wx" "$wy" "$ww" "$wh" || fail "no screenshot of the filing window ($1)"
+}
+
+xdotool mousemove "$iconX" "$iconY" click 3
+sleep 0.7
+# Down through Open Quillstow, Back Up All Now, the two pairs and Add Backup… to the sixth item.
+xdotool key Down Down Down Down Down Down Return
+if waitFor "window: filing File a Finished Project"; then
+    sleep 0.5
+    grep -qF "label: File a finished project" "$dump" || fail "the filing window has no title line"
+    grep -qF "button: Choose Project Folder…" "$dump" || fail "the filing window has no \"Choose Project Folder…\""
+    filingShot choose
+    clickFromBottomRight "File a Finished Project" 84 32
+    pickInDialog "Choose the finished project folder" "$work/Finished/Spring Campaign 2023" ||
+        fail "the project's folder dialog did not open"
+    if waitFor "label: Spring Campaign 2023"; then
+        clickFromBottomRight "File a Finished Project" 60 246
+        pickInDialog "Choose the folder your archive lives in — the one holding your year folders" "$work/Archive" ||
+            fail "the archive's folder dialog did not open"
+        waitFor "button: Change…" || fail "the archive folder was not taken"
+        sleep 0.3
+        filingShot review
+        clickFromBottomRight "File a Finished Project" 64 32
+        if waitFor "label: Filed"; then
+            sleep 0.3
+            filingShot filed
+            [[ -f "$work/Archive/2023/Spring Campaign 2023/6 Finals/Campaign.mp4" ]] ||
+                fail "the project was not filed into the archive"
+        else
+            fail "the filing did not end as filed"
+        fi
+    else
+        fail "picking a project did not lead to its review"
+    fi
+else
+    fail "the menu's \"File a Finished Project…\" did not open the filing window"
+fi
 cp "$dump" "$out/widgets.txt"
 
 # Without any tray: the popover opens as a window of its own.

@@ -75,18 +75,27 @@ TEST(TaskRunnerTest, TasksRunAtUtilityPriorityAndTheRunnerWaitsForThem) {
 
 TEST(TaskRunnerTest, ACancelReachesTheTasksStopToken) {
     TaskRunner runner;
-    const TaskHandle task = runner.start([](std::stop_token stop) {
+    const auto waitForStop = [](std::stop_token stop) {
         std::mutex mutex;
         std::condition_variable_any wakeUp;
         std::unique_lock lock(mutex);
         wakeUp.wait(lock, stop, [] { return false; });
-    });
+    };
+    const TaskHandle task = runner.start(waitForStop);
     task.cancel();
     task.wait();
     EXPECT_TRUE(task.isEnded());
     TaskHandle empty;
     empty.wait();  // at once
     EXPECT_TRUE(empty.isEnded());
+
+    // Cancelling all reaches every task still running, and none that is over.
+    const TaskHandle first = runner.start(waitForStop);
+    const TaskHandle second = runner.start(waitForStop);
+    EXPECT_FALSE(runner.waitUntilIdle(0.01));
+    runner.cancelAll();
+    EXPECT_TRUE(runner.waitUntilIdle(10.0));
+    EXPECT_TRUE(first.isEnded() && second.isEnded());
 }
 
 TEST(RunLoopTest, RunsWorkFromAnyThreadOnItsOwnUntilQuit) {

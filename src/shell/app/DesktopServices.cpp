@@ -24,15 +24,27 @@ QDBusMessage callSessionBus(const char* service, const char* path, const char* i
     return QDBusConnection::sessionBus().call(call, QDBus::Block, callTimeoutMs);
 }
 
+// Answers whether a file manager took the call.
+bool askFileManager(const char* method, const std::filesystem::path& item) {
+    const QString url = QUrl::fromLocalFile(QString::fromStdString(item.string())).toString();
+    const QDBusMessage reply =
+        callSessionBus("org.freedesktop.FileManager1", "/org/freedesktop/FileManager1",
+                       "org.freedesktop.FileManager1", method, {QStringList{url}, QString()});
+    return reply.type() == QDBusMessage::ReplyMessage;
+}
+
+void openInDefaultApplication(const std::filesystem::path& folder) {
+    QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(folder.string())));
+}
+
 }  // namespace
 
 void showFolderInFileManager(const std::filesystem::path& folder) {
-    const QString url = QUrl::fromLocalFile(QString::fromStdString(folder.string())).toString();
-    const QDBusMessage reply = callSessionBus(
-        "org.freedesktop.FileManager1", "/org/freedesktop/FileManager1",
-        "org.freedesktop.FileManager1", "ShowFolders", {QStringList{url}, QString()});
-    if (reply.type() == QDBusMessage::ReplyMessage) return;
-    QDesktopServices::openUrl(QUrl(url));
+    if (!askFileManager("ShowFolders", folder)) openInDefaultApplication(folder);
+}
+
+void showItemInFileManager(const std::filesystem::path& item) {
+    if (!askFileManager("ShowItems", item)) openInDefaultApplication(item.parent_path());
 }
 
 std::filesystem::path autostartEntryPath() {

@@ -9,11 +9,13 @@
 #include <QTimer>
 
 #include "app/DesktopServices.hpp"
+#include "app/FilingServices.hpp"
 #include "environment/CloudSyncDetector.hpp"
 #include "shell/views/AddBackupWindow.hpp"
 #include "tray/PopoverPlacement.hpp"
 #include "tray/StatusMenuBuilder.hpp"
 #include "viewmodels/Texts.hpp"
+#include "views/FilingWindow.hpp"
 #include "views/Icons.hpp"
 #include "views/InfoWindows.hpp"
 #include "views/PopoverView.hpp"
@@ -101,6 +103,7 @@ void TrayApplication::stop() {
     if (trayIcon_) trayIcon_->hide();
     delete about_.data();
     delete addBackup_.data();
+    delete filing_.data();
     delete learn_.data();
     popover_.reset();
     model_.reset();
@@ -208,6 +211,15 @@ void TrayApplication::openAddBackup() {
         addBackup_->setAttribute(Qt::WA_DeleteOnClose);
     }
     showSingleton(addBackup_, nullptr);
+}
+
+void TrayApplication::openFiling() {
+    if (!filing_) {
+        if (!filingServices_) filingServices_ = std::make_unique<FilingServices>();
+        filing_ = new FilingWindow(filingServices_->makeModel());
+        filing_->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    showSingleton(filing_, nullptr);
 }
 
 void TrayApplication::showSingleton(QPointer<QWidget>& slot, QWidget* (*make)()) {
@@ -343,7 +355,7 @@ MenuActions TrayApplication::menuActions() {
         .revealInFileManager = [this](const Uuid& id) { revealInFileManager(id); },
         .removePair = [this](const Uuid& id) { removeFromMenu(id); },
         .addFolder = [this] { openAddBackup(); },
-        .openPromote = nullptr,
+        .openPromote = [this] { openFiling(); },
         .setBackupInterval =
             [&store, &manager](BackupInterval interval) {
                 AppConfig config = store.appConfig();

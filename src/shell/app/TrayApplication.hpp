@@ -22,6 +22,7 @@
 
 namespace quillstow::shell {
 
+class FilingServices;
 class PopoverView;
 
 class TrayApplication final : public QObject {
@@ -48,6 +49,8 @@ class TrayApplication final : public QObject {
     // The one place the add-backup window is opened from, by the popover's "+" and the menu's
     // "Add Backup…": one window at a time, brought forward when it is already open.
     void openAddBackup();
+    // "File a Finished Project…": one filing window at a time, with a fresh model each time.
+    void openFiling();
 
     MenuActions menuActions();
     ShellModel& model() { return *model_; }
@@ -56,6 +59,7 @@ class TrayApplication final : public QObject {
     QSystemTrayIcon* trayIcon() const { return trayIcon_; }
     QWidget* aboutWindow() const { return about_; }
     QWidget* addBackupWindow() const { return addBackup_; }
+    QWidget* filingWindow() const { return filing_; }
 
   private slots:
     // The server's ActionInvoked: a click on one of our notifications opens the popover.
@@ -92,6 +96,8 @@ class TrayApplication final : public QObject {
     QPointer<QWidget> about_;
     QPointer<QWidget> learn_;
     QPointer<QWidget> addBackup_;
+    QPointer<QWidget> filing_;
+    std::unique_ptr<FilingServices> filingServices_;  // made with the first filing window
     bool menuRebuildPending_ = false;
     const Logger log_{"app"};
 };

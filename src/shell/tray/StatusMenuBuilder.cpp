@@ -119,7 +119,7 @@ void buildMenu(QMenu& menu, const MenuState& state, const MenuActions& actions,
         addPairMenu(menu, pair, actions);
     menu.addSeparator();
     addItem(menu, texts::addBackupMenu, actions.addFolder);
-    if (options.withFiling) addItem(menu, texts::fileAFinishedProject, actions.openPromote);
+    addItem(menu, texts::fileAFinishedProject, actions.openPromote);
     menu.addSeparator();
     addRecentActivity(menu, state, actions);
     addSettings(menu, state, actions, options);

@@ -17,8 +17,6 @@ struct MenuOptions {
     // The update items, only in a build with the update check.
     bool withUpdateCheck = false;
     bool autoChecksForUpdates = false;
-    // Whether the program can file finished projects yet.
-    bool withFiling = false;
 };
 
 // Replaces everything in `menu`.

@@ -289,4 +289,12 @@ const LearnTopic* learnTopics() {
     return topics;
 }
 
+std::string goesTo(const std::string& destinationPreview) {
+    return "Goes to " + destinationPreview;
+}
+
+std::string filingTitle(const std::string& name) {
+    return "Filing \"" + name + "\"…";
+}
+
 }  // namespace quillstow::shell::texts

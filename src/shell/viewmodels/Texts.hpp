@@ -130,4 +130,38 @@ inline constexpr const char* noTrayBody =
     "GNOME, install and turn on the AppIndicator extension (gnome-shell-extension-appindicator), "
     "then start Quillstow again.";
 
+// The window that files a finished project.
+inline constexpr const char* filingWindowTitle = "File a Finished Project";
+inline constexpr const char* filingChooseTitle = "File a finished project";
+inline constexpr const char* filingChooseBody =
+    "Pick a project folder you've finished with. It gets copied into your archive under the "
+    "right year — your original stays exactly where it is.";
+inline constexpr const char* chooseProjectButton = "Choose Project Folder…";
+inline constexpr const char* chooseProjectMessage = "Choose the finished project folder";
+inline constexpr const char* choosePrompt = "Choose";
+inline constexpr const char* worthALook = "Worth a look first";
+inline constexpr const char* fileAnyway = "You can file it anyway — this is just a heads-up.";
+inline constexpr const char* fileItAs = "File it as";
+inline constexpr const char* filingNameLabel = "Name";
+inline constexpr const char* filingYearLabel = "Year";
+inline constexpr const char* archiveFolder = "Archive folder";
+inline constexpr const char* notChosenYet = "Not chosen yet";
+inline constexpr const char* chooseArchiveButton = "Choose…";
+inline constexpr const char* changeArchiveButton = "Change…";
+inline constexpr const char* chooseArchiveMessage =
+    "Choose the folder your archive lives in — the one holding your year folders";
+// "Goes to {destination}".
+std::string goesTo(const std::string& destinationPreview);
+inline constexpr const char* filingBack = "Back";
+inline constexpr const char* fileIt = "File It";
+// "Filing "{name}"…".
+std::string filingTitle(const std::string& name);
+inline constexpr const char* filingCopying = "Copying…";
+inline constexpr const char* originalUntouched = "Your original isn't being touched.";
+inline constexpr const char* filedHeading = "Filed";
+inline constexpr const char* notFiledHeading = "Couldn't file it";
+inline constexpr const char* filedIcon = "checkmark.circle.fill";
+inline constexpr const char* notFiledIcon = "exclamationmark.triangle.fill";
+inline constexpr const char* fileAnother = "File Another";
+
 }  // namespace quillstow::shell::texts

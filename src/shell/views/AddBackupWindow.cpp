@@ -23,6 +23,7 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
+#include "shell/views/Labels.hpp"
 #include "support/Paths.hpp"
 
 namespace quillstow::shell {
@@ -45,11 +46,6 @@ fs::path pathOf(const QString& local) {
     return fs::path(QFile::encodeName(local).toStdString());
 }
 
-// A tooltip that shows a folder's name as it is: Qt would read "<b>" in it as markup.
-QString plainToolTip(const QString& words) {
-    return "<p style=\"white-space:pre-wrap\">" + words.toHtmlEscaped() + "</p>";
-}
-
 // Our symbolic icon named after the symbol, else the desktop theme's, else Qt's own.
 QIcon symbol(const char* name, const char* themeName, QStyle::StandardPixmap standard) {
     const QIcon own = QIcon::fromTheme(QString::fromUtf8(name) + "-symbolic");
@@ -63,49 +59,6 @@ QLabel* iconLabel(const QIcon& icon, int size) {
     label->setFixedSize(size, size);
     return label;
 }
-
-QLabel* wrapped(const QString& words, const char* name = nullptr) {
-    auto* label = new QLabel(words);
-    // Folder names are shown as they are, never read as markup.
-    label->setTextFormat(Qt::PlainText);
-    label->setWordWrap(true);
-    if (name) label->setObjectName(name);
-    return label;
-}
-
-QLabel* secondary(QLabel* label) {
-    QFont font = label->font();
-    font.setPointSizeF(font.pointSizeF() * 0.85);
-    label->setFont(font);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    return label;
-}
-
-// One line that shows as much of a long text as fits, the rest as "…", and all of it as a
-// tooltip: paths are often longer than the sheet is wide.
-class ElidedLabel final : public QLabel {
-  public:
-    explicit ElidedLabel(QString full, Qt::TextElideMode mode = Qt::ElideMiddle)
-        : full_(std::move(full)), mode_(mode) {
-        setTextFormat(Qt::PlainText);
-        setToolTip(plainToolTip(full_));
-        setProperty("elides", true);
-        setMinimumWidth(1);
-        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-        setText(full_);
-    }
-    const QString& fullText() const { return full_; }
-
-  protected:
-    void resizeEvent(QResizeEvent* event) override {
-        QLabel::resizeEvent(event);
-        setText(fontMetrics().elidedText(full_, mode_, width()));
-    }
-
-  private:
-    QString full_;
-    Qt::TextElideMode mode_;
-};
 
 // A frame that acts as a button: a click, Space or Enter activates it.
 class ActivatableFrame : public QFrame {
@@ -149,7 +102,7 @@ class ClickableRow final : public ActivatableFrame {
         auto* words = new QVBoxLayout;
         words->setSpacing(0);
         words->addWidget(new ElidedLabel(title, Qt::ElideRight));
-        if (!detail.isEmpty()) words->addWidget(secondary(new ElidedLabel(detail)));
+        if (!detail.isEmpty()) words->addWidget(dimmed(new ElidedLabel(detail)));
         layout->addLayout(words, 1);
         if (!mark.isNull()) layout->addWidget(iconLabel(mark, 16));
     }
@@ -348,7 +301,7 @@ QWidget* AddBackupWindow::sourcePage() {
     layout->addStretch(1);
     layout->addWidget(
         iconLine(symbol("lightbulb.fill", "dialog-information", QStyle::SP_MessageBoxInformation),
-                 secondary(wrapped(text(texts::sourceTip), "tip"))));
+                 dimmed(wrapped(text(texts::sourceTip), "tip"))));
     return page;
 }
 
@@ -356,7 +309,7 @@ QWidget* AddBackupWindow::destinationPage() {
     auto* page = new QWidget;
     auto* layout = pageLayout(page);
     layout->addWidget(question(texts::destinationQuestion));
-    layout->addWidget(secondary(wrapped(text(texts::destinationExplanation))));
+    layout->addWidget(dimmed(wrapped(text(texts::destinationExplanation))));
     const QIcon folder = symbol("folder", "folder", QStyle::SP_DirIcon);
     for (const auto& earlier : model_.earlierDestinations()) {
         layout->addWidget(new ClickableRow(folder, text(paths::lastPathComponent(earlier)),
@@ -374,7 +327,7 @@ QWidget* AddBackupWindow::destinationPage() {
             text(volume.kind + " · " + volume.freeSpace),
             [this, url = volume.url] { checkDestination(url); }, isSelected ? checkmark : QIcon()));
     }
-    if (volumes.empty()) layout->addWidget(secondary(wrapped(text(texts::noVolumes), "noVolumes")));
+    if (volumes.empty()) layout->addWidget(dimmed(wrapped(text(texts::noVolumes), "noVolumes")));
     auto* any = new ClickableRow(
         QIcon(), text(texts::chooseAnyFolder), {}, [this] { openDestinationPanel(); },
         symbol("chevron.right", "go-next", QStyle::SP_ArrowRight));
@@ -388,7 +341,7 @@ QWidget* AddBackupWindow::offsitePage() {
     auto* page = new QWidget;
     auto* layout = pageLayout(page);
     layout->addWidget(question(texts::offsiteQuestion));
-    layout->addWidget(secondary(wrapped(text(texts::offsiteExplanation))));
+    layout->addWidget(dimmed(wrapped(text(texts::offsiteExplanation))));
     const auto clouds = model_.cloudFolders();
     for (const auto& cloud : clouds) {
         const bool isICloud = cloud.provider == CloudSyncDetector::Provider::iCloud;
@@ -402,7 +355,7 @@ QWidget* AddBackupWindow::offsitePage() {
         auto* none = wrapped(text(texts::noCloudFolders), "noCloudFolders");
         layout->addWidget(iconLine(
             symbol("icloud.slash", "network-offline", QStyle::SP_MessageBoxInformation), none));
-        layout->addWidget(secondary(wrapped(text(texts::anyOffsiteFolder))));
+        layout->addWidget(dimmed(wrapped(text(texts::anyOffsiteFolder))));
     }
     layout->addWidget(new ClickableRow(
         QIcon(), text(texts::chooseAnyFolder), {}, [this] { openOffsitePanel(std::nullopt); },
@@ -426,21 +379,21 @@ QWidget* AddBackupWindow::confirmPage() {
         auto* rows = new QGridLayout(summary);
         rows->setContentsMargins(8, 6, 8, 6);
         rows->setColumnStretch(1, 1);
-        rows->addWidget(secondary(new QLabel(text(texts::from))), 0, 0, Qt::AlignTop);
+        rows->addWidget(dimmed(new QLabel(text(texts::from))), 0, 0, Qt::AlignTop);
         rows->addWidget(new ElidedLabel(text(paths::lastPathComponent(source)), Qt::ElideRight), 0,
                         1);
-        rows->addWidget(secondary(new ElidedLabel(shown(source))), 1, 1);
+        rows->addWidget(dimmed(new ElidedLabel(shown(source))), 1, 1);
         rows->addWidget(iconLabel(arrow, 16), 2, 0, Qt::AlignTop | Qt::AlignHCenter);
         rows->addWidget(
             new ElidedLabel(text(paths::lastPathComponent(destination)), Qt::ElideRight), 2, 1);
-        rows->addWidget(secondary(new ElidedLabel(shown(destination))), 3, 1);
+        rows->addWidget(dimmed(new ElidedLabel(shown(destination))), 3, 1);
         layout->addWidget(summary);
     }
     if (const auto& offsite = model_.offsite()) {
         layout->addWidget(iconLine(symbol("cloud.fill", "folder-cloud", QStyle::SP_DirIcon),
                                    wrapped(text(offsiteLineOf(*offsite)), "offsiteLine")));
     }
-    layout->addWidget(secondary(wrapped(text(summaryOf(model_.sources().size())), "summaryLine")));
+    layout->addWidget(dimmed(wrapped(text(summaryOf(model_.sources().size())), "summaryLine")));
     layout->addStretch(1);
     // Beside the button it blocks, in sight however many sources there are.
     addWarning(footer_);

@@ -20,6 +20,7 @@
 
 #include "archive/RestoreTexts.hpp"
 #include "shell/app/DesktopServices.hpp"
+#include "shell/views/Labels.hpp"
 #include "support/ByteCount.hpp"
 
 namespace quillstow::shell {
@@ -40,14 +41,6 @@ QLabel* plainLabel(const QString& words, const char* name) {
     auto* label = new QLabel(words);
     label->setTextFormat(Qt::PlainText);
     label->setObjectName(name);
-    return label;
-}
-
-QLabel* secondary(QLabel* label) {
-    QFont font = label->font();
-    font.setPointSizeF(font.pointSizeF() * 0.9);
-    label->setFont(font);
-    label->setForegroundRole(QPalette::PlaceholderText);
     return label;
 }
 
@@ -210,7 +203,7 @@ QWidget* RestoreFrame::statePage(const QString& words, const QString& detail, bo
     title->setWordWrap(true);
     layout->addWidget(title);
     if (!detail.isEmpty()) {
-        auto* more = secondary(plainLabel(detail, "emptyDetail"));
+        auto* more = dimmed(plainLabel(detail, "emptyDetail"));
         more->setAlignment(Qt::AlignHCenter);
         more->setWordWrap(true);
         layout->addWidget(more);
@@ -243,8 +236,8 @@ QWidget* RestoreFrame::listPage(FileRowsModel::Source source, bool showsTime) {
             [this] { model_.setAllSelected(!model_.isAllSelected()); });
     counters->addWidget(selectAll_);
     counters->addStretch();
-    selectedCounter_ = secondary(plainLabel({}, "selectedCounter"));
-    fileCounter_ = secondary(plainLabel({}, "fileCounter"));
+    selectedCounter_ = dimmed(plainLabel({}, "selectedCounter"));
+    fileCounter_ = dimmed(plainLabel({}, "fileCounter"));
     counters->addWidget(selectedCounter_);
     counters->addSpacing(12);
     counters->addWidget(fileCounter_);
@@ -274,7 +267,7 @@ QWidget* RestoreFrame::listPage(FileRowsModel::Source source, bool showsTime) {
         rows_->setData(box, checked ? Qt::Unchecked : Qt::Checked, Qt::CheckStateRole);
     });
     layout->addWidget(list_, 1);
-    noMatch_ = secondary(plainLabel(uiText(texts::noMatch), "noMatch"));
+    noMatch_ = dimmed(plainLabel(uiText(texts::noMatch), "noMatch"));
     noMatch_->setAlignment(Qt::AlignCenter);
     layout->addWidget(noMatch_, 1);
     return page;
@@ -293,7 +286,7 @@ QWidget* RestoreFrame::footer() {
     progressBar_ = new QProgressBar;
     progressBar_->setObjectName("progressBar");
     progressBar_->setTextVisible(false);
-    progressText_ = secondary(plainLabel({}, "progress"));
+    progressText_ = dimmed(plainLabel({}, "progress"));
     figures->addWidget(progressBar_);
     figures->addWidget(progressText_);
     progress->addLayout(figures, 1);

@@ -15,6 +15,7 @@
 #include "app/DesktopServices.hpp"
 #include "app/QtMainQueue.hpp"
 #include "app/TrayApplication.hpp"
+#include "shell/viewmodels/AddBackupModel.hpp"
 #include "tray/PopoverPlacement.hpp"
 #include "tray/StatusMenuBuilder.hpp"
 #include "viewmodels/ShellModel.hpp"
@@ -82,6 +83,7 @@ class ShellTest : public QObject {
     void everyStatusHasItsIconAndTooltip_data();
     void everyStatusHasItsIconAndTooltip();
     void aClickWithTheAboutWindowOpenOnlyClosesIt();
+    void aRestoreRequestOpensTheWindowOfThatPairOnly();
     void thePopoverHidesWhenTheFocusLeavesItButNotForItsOwnDialogs();
     void launchAtLoginWritesAndRemovesTheAutostartEntry();
     void popoverRowsFollowAnEngineThroughAPassAndAnError();
@@ -193,6 +195,59 @@ void ShellTest::aClickWithTheAboutWindowOpenOnlyClosesIt() {
     addBackup->close();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     QVERIFY(!tray.addBackupWindow());
+    tray.stop();
+    application.stopEverything();
+}
+
+void ShellTest::aRestoreRequestOpensTheWindowOfThatPairOnly() {
+    testing::TemporaryFolder settings;
+    testing::TemporaryFolder folders;
+    QtMainQueue mainQueue;
+    Application application(mainQueue, settings.path());
+    std::vector<BackupPair> pairs;
+    for (const char* name : {"Work", "Photos"}) {
+        std::filesystem::create_directories(folders.path() / name);
+        pairs.push_back(newPairOf(folders.path() / name, folders.path() / "Drive", std::nullopt,
+                                  SystemWallClock().now()));
+        QVERIFY(!application.statusManager().addPair(pairs.back()));
+    }
+    TrayApplication tray(application, 0);
+    NotificationCenter& center = application.notificationCenter();
+
+    center.post("quillstowShowRestore", {{"object", Uuid::random()}});
+    center.post("quillstowShowRestore", {{"object", std::string("not an id")}});
+    center.post("quillstowShowRestore", {});
+    QVERIFY(!tray.restoreWindow());
+
+    // Through the popover row's "Restore Files…", which posts the request.
+    emit qobject_cast<PopoverView*>(tray.popover().window())->restoreRequested(pairs[0].id);
+    QWidget* restore = tray.restoreWindow();
+    QVERIFY(restore && restore->isVisible());
+    QCOMPARE(restore->windowTitle(), QString("Restore — Work"));
+    QCOMPARE(restore->size(), QSize(480, 520));
+    // A second pair's request while it shows brings the same window forward.
+    center.post("quillstowShowRestore", {{"object", pairs[1].id}});
+    QCOMPARE(tray.restoreWindow(), restore);
+    QCOMPARE(restore->windowTitle(), QString("Restore — Work"));
+
+    // A click orders the window out and leaves the popover shut; the next one opens it.
+    tray.statusItemClicked();
+    QVERIFY(!restore->isVisible());
+    QVERIFY(!tray.popover().isShown());
+    tray.statusItemClicked();
+    QVERIFY(tray.popover().isShown());
+
+    // Ordered out, the window is replaced by one for the pair asked for now.
+    tray.menuActions().restorePair(pairs[1].id);
+    QVERIFY(tray.restoreWindow() && tray.restoreWindow()->isVisible());
+    QCOMPARE(tray.restoreWindow()->windowTitle(), QString("Restore — Photos"));
+
+    // "Recover Deleted Files…" of the row and of the menu, by the same rule.
+    tray.menuActions().recoverDeletedFiles(Uuid::random());
+    QVERIFY(!tray.recoveryWindow());
+    emit qobject_cast<PopoverView*>(tray.popover().window())->recoverRequested(pairs[0].id);
+    QVERIFY(tray.recoveryWindow() && tray.recoveryWindow()->isVisible());
+    QCOMPARE(tray.recoveryWindow()->windowTitle(), QString("Recover Deleted Files — Work"));
     tray.stop();
     application.stopEverything();
 }
@@ -335,6 +390,8 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
         .togglePausePair = notePair("pause"),
         .relinkPair = notePair("relink"),
         .revealInFileManager = notePair("reveal"),
+        .restorePair = notePair("restore"),
+        .recoverDeletedFiles = notePair("recover"),
         .removePair = notePair("remove"),
         .addFolder = note("add"),
         .openPromote = note("promote"),
@@ -386,9 +443,11 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
     QStringList workItems;
     for (QAction* action : workMenu->actions())
         if (!action->isSeparator()) workItems << action->text();
-    QCOMPARE(workItems, (QStringList{"Back Up Now", "Pause", "Change Destination…",
-                                     "Show in File Manager", "Remove This Backup…"}));
-    const QStringList expectedWork{"backup", "pause", "relink", "reveal", "remove"};
+    QCOMPARE(workItems,
+             (QStringList{"Back Up Now", "Pause", "Change Destination…", "Show in File Manager",
+                          "Restore Files…", "Recover Deleted Files…", "Remove This Backup…"}));
+    const QStringList expectedWork{"backup",  "pause",   "relink", "reveal",
+                                   "restore", "recover", "remove"};
     for (int i = 0; i < workItems.size(); ++i) {
         called.clear();
         findAction(*workMenu, workItems[i])->trigger();

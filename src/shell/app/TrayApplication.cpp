@@ -11,6 +11,8 @@
 #include "app/DesktopServices.hpp"
 #include "environment/CloudSyncDetector.hpp"
 #include "shell/views/AddBackupWindow.hpp"
+#include "shell/views/DeletedFilesWindow.hpp"
+#include "shell/views/RestoreWindow.hpp"
 #include "tray/PopoverPlacement.hpp"
 #include "tray/StatusMenuBuilder.hpp"
 #include "viewmodels/Texts.hpp"
@@ -25,6 +27,9 @@ namespace {
 QString qt(const std::string& text) {
     return QString::fromStdString(text);
 }
+
+// Posted by a pair's "Restore Files…", with the pair's id as "object".
+constexpr const char* showRestoreNotification = "quillstowShowRestore";
 
 // Where removable drives appear; the row's folder dialog starts there when it exists.
 QString drivesFolder() {
@@ -54,8 +59,9 @@ TrayApplication::TrayApplication(Application& application, int trayPatienceMs, Q
     connect(popoverView_, &PopoverView::revealRequested, this,
             &TrayApplication::revealInFileManager);
     connect(popoverView_, &PopoverView::restoreRequested, this, [this](const Uuid& id) {
-        application_.notificationCenter().post("quillstowShowRestore", {{"object", id}});
+        application_.notificationCenter().post(showRestoreNotification, {{"object", id}});
     });
+    connect(popoverView_, &PopoverView::recoverRequested, this, &TrayApplication::openRecovery);
     connect(model_.get(), &ShellModel::changed, this, [this] {
         // Coalesced: a pass changes many things at once.
         if (std::exchange(menuRebuildPending_, true)) return;
@@ -76,6 +82,16 @@ TrayApplication::TrayApplication(Application& application, int trayPatienceMs, Q
     rebuildMenu();
     listenForNotificationClicks();
     listenForScreenLock();
+    observeRequests();
+}
+
+void TrayApplication::observeRequests() {
+    NotificationCenter& center = application_.notificationCenter();
+    requests_.push_back(center.observe(showRestoreNotification, [this](const auto& info) {
+        const auto object = info.find("object");
+        if (object == info.end()) return;
+        if (const Uuid* id = std::get_if<Uuid>(&object->second)) openRestore(*id);
+    }));
 }
 
 TrayApplication::~TrayApplication() {
@@ -98,10 +114,10 @@ void TrayApplication::start() {
 
 void TrayApplication::stop() {
     if (!model_) return;
+    requests_.clear();
     if (trayIcon_) trayIcon_->hide();
-    delete about_.data();
-    delete addBackup_.data();
-    delete learn_.data();
+    for (QPointer<QWidget>* window : {&about_, &addBackup_, &learn_, &restore_, &recovery_})
+        delete window->data();
     popover_.reset();
     model_.reset();
 }
@@ -184,13 +200,16 @@ void TrayApplication::openPopover() {
 
 void TrayApplication::statusItemClicked() {
     if (!popover_) return;
-    if (about_ && about_->isVisible()) {
-        about_->hide();
-        return;
+    bool clearedAWindow = false;
+    for (QWidget* window : {about_.data(), welcome_.data(), restore_.data()}) {
+        if (window && window->isVisible()) {
+            window->hide();
+            clearedAWindow = true;
+        }
     }
     if (popover_->isShown())
         popover_->hide();
-    else
+    else if (!clearedAWindow)
         openPopover();
 }
 
@@ -200,24 +219,26 @@ void TrayApplication::showMenu() {
 }
 
 void TrayApplication::openAddBackup() {
-    if (popover_ && popover_->style() == PopoverController::Style::anchored) popover_->hide();
-    if (!addBackup_) {
+    showSingleton(addBackup_, [this] {
         StatusManager& manager = application_.statusManager();
-        addBackup_ = new AddBackupWindow(manager, manager.volumeMonitor());
+        auto* window = new AddBackupWindow(manager, manager.volumeMonitor());
         // A window serves one run of the flow.
-        addBackup_->setAttribute(Qt::WA_DeleteOnClose);
-    }
-    showSingleton(addBackup_, nullptr);
+        window->setAttribute(Qt::WA_DeleteOnClose);
+        return window;
+    });
 }
 
-void TrayApplication::showSingleton(QPointer<QWidget>& slot, QWidget* (*make)()) {
+void TrayApplication::showSingleton(QPointer<QWidget>& slot,
+                                    const std::function<QWidget*()>& make) {
     if (popover_ && popover_->style() == PopoverController::Style::anchored) popover_->hide();
     if (slot && slot->isVisible()) {
         slot->raise();
         slot->activateWindow();
         return;
     }
-    if (!slot && make) slot = make();
+    // A window closed or ordered out is kept until a new one of its kind takes its place.
+    if (slot) slot->deleteLater();
+    slot = make();
     if (!slot) return;
     if (const auto icon = iconGeometry()) {
         if (QScreen* screen = QGuiApplication::screenAt(icon->center()))
@@ -235,6 +256,18 @@ void TrayApplication::openAbout() {
 
 void TrayApplication::openLearn() {
     showSingleton(learn_, [] { return makeLearnWindow(); });
+}
+
+void TrayApplication::openRestore(const Uuid& id) {
+    const auto pair = findPair(id);
+    if (!pair) return;
+    showSingleton(restore_, [&pair] { return new RestoreWindow(*pair); });
+}
+
+void TrayApplication::openRecovery(const Uuid& id) {
+    const auto pair = findPair(id);
+    if (!pair) return;
+    showSingleton(recovery_, [&pair] { return new DeletedFilesWindow(*pair); });
 }
 
 std::optional<BackupPair> TrayApplication::findPair(const Uuid& id) const {
@@ -341,6 +374,11 @@ MenuActions TrayApplication::menuActions() {
         .togglePausePair = [&manager](const Uuid& id) { manager.togglePausePair(id); },
         .relinkPair = [this](const Uuid& id) { relinkFromMenu(id); },
         .revealInFileManager = [this](const Uuid& id) { revealInFileManager(id); },
+        .restorePair =
+            [this](const Uuid& id) {
+                application_.notificationCenter().post(showRestoreNotification, {{"object", id}});
+            },
+        .recoverDeletedFiles = [this](const Uuid& id) { openRecovery(id); },
         .removePair = [this](const Uuid& id) { removeFromMenu(id); },
         .addFolder = [this] { openAddBackup(); },
         .openPromote = nullptr,

@@ -39,11 +39,15 @@ class TrayApplication final : public QObject {
     void stop();
 
     void openPopover();
-    // A left click on the icon: clears the About window away first, else toggles the popover.
+    // A left click on the icon: orders out the visible About, welcome and restore windows
+    // first; only when none was visible does it toggle the popover.
     void statusItemClicked();
     void showMenu();
     void openAbout();
     void openLearn();
+    // The restore and recovery windows of a pair in the settings; an unknown id opens nothing.
+    void openRestore(const Uuid& id);
+    void openRecovery(const Uuid& id);
 
     // The one place the add-backup window is opened from, by the popover's "+" and the menu's
     // "Add Backup…": one window at a time, brought forward when it is already open.
@@ -56,6 +60,8 @@ class TrayApplication final : public QObject {
     QSystemTrayIcon* trayIcon() const { return trayIcon_; }
     QWidget* aboutWindow() const { return about_; }
     QWidget* addBackupWindow() const { return addBackup_; }
+    QWidget* restoreWindow() const { return restore_; }
+    QWidget* recoveryWindow() const { return recovery_; }
 
   private slots:
     // The server's ActionInvoked: a click on one of our notifications opens the popover.
@@ -70,7 +76,10 @@ class TrayApplication final : public QObject {
     void listenForNotificationClicks();
     void listenForScreenLock();
     std::optional<QRect> iconGeometry() const;
-    void showSingleton(QPointer<QWidget>& slot, QWidget* (*make)());
+    void observeRequests();
+    // The one rule of the small windows: one of a kind, a visible one brought forward as it
+    // is, a closed one replaced by a new one, placed under the icon where that is known.
+    void showSingleton(QPointer<QWidget>& slot, const std::function<QWidget*()>& make);
     std::optional<BackupPair> findPair(const Uuid& id) const;
     void relinkFromMenu(const Uuid& id);
     void relinkFromRow(const Uuid& id);
@@ -92,6 +101,10 @@ class TrayApplication final : public QObject {
     QPointer<QWidget> about_;
     QPointer<QWidget> learn_;
     QPointer<QWidget> addBackup_;
+    QPointer<QWidget> welcome_;
+    QPointer<QWidget> restore_;
+    QPointer<QWidget> recovery_;
+    std::vector<Subscription> requests_;
     bool menuRebuildPending_ = false;
     const Logger log_{"app"};
 };

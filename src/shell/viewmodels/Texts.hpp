@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 
+#include "archive/RestoreTexts.hpp"
 #include "control/CopyRedundancy.hpp"
 #include "model/AppConfig.hpp"
 #include "model/BackupEvent.hpp"
@@ -68,6 +69,8 @@ inline constexpr const char* changeDestination = "Change Destination…";
 inline constexpr const char* showInFileManager = "Show in File Manager";
 inline constexpr const char* removeThisBackup = "Remove This Backup…";
 inline constexpr const char* restoreFiles = "Restore Files…";
+// The recovery window's own item, worded beside that window's texts.
+inline constexpr const char* recoverDeletedFiles = restoretext::recoveryMenuItem.data();
 inline constexpr const char* deletedPair = "(Deleted)";
 
 // Popover.

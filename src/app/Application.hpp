@@ -39,6 +39,7 @@ class Application {
     void stopEverything();
     void save();
 
+    MainQueue& mainQueue() { return mainQueue_; }
     ConfigStore& configStore() { return *configStore_; }
     StatusManager& statusManager() { return *statusManager_; }
     NotificationCenter& notificationCenter() { return notificationCenter_; }

@@ -12,7 +12,9 @@
 #include "environment/CloudSyncDetector.hpp"
 #include "shell/views/AddBackupWindow.hpp"
 #include "shell/views/DeletedFilesWindow.hpp"
+#include "shell/views/ProfileSuggestionWindow.hpp"
 #include "shell/views/RestoreWindow.hpp"
+#include "shell/views/WelcomeWindow.hpp"
 #include "tray/PopoverPlacement.hpp"
 #include "tray/StatusMenuBuilder.hpp"
 #include "viewmodels/Texts.hpp"
@@ -92,6 +94,8 @@ void TrayApplication::observeRequests() {
         if (object == info.end()) return;
         if (const Uuid* id = std::get_if<Uuid>(&object->second)) openRestore(*id);
     }));
+    requests_.push_back(center.observe(profileSuggestedNotificationName,
+                                       [this](const auto& info) { openProfileSuggestion(info); }));
 }
 
 TrayApplication::~TrayApplication() {
@@ -100,6 +104,8 @@ TrayApplication::~TrayApplication() {
 
 void TrayApplication::start() {
     hostWatch_.start();
+    if (!application_.configStore().appConfig().hasCompletedOnboarding)
+        welcomeDue_ = application_.mainQueue().postDelayed(0.1, [this] { openWelcome(); });
     // The setting wins over an entry removed by hand, as at every start.
     if (application_.configStore().appConfig().launchAtLogin &&
         !std::filesystem::exists(autostartEntryPath())) {
@@ -115,8 +121,10 @@ void TrayApplication::start() {
 void TrayApplication::stop() {
     if (!model_) return;
     requests_.clear();
+    welcomeDue_.cancel();
     if (trayIcon_) trayIcon_->hide();
-    for (QPointer<QWidget>* window : {&about_, &addBackup_, &learn_, &restore_, &recovery_})
+    for (QPointer<QWidget>* window :
+         {&about_, &addBackup_, &learn_, &restore_, &recovery_, &welcome_, &profileSuggestion_})
         delete window->data();
     popover_.reset();
     model_.reset();
@@ -251,7 +259,7 @@ void TrayApplication::showSingleton(QPointer<QWidget>& slot,
 }
 
 void TrayApplication::openAbout() {
-    showSingleton(about_, [] { return makeAboutWindow(QCoreApplication::applicationVersion()); });
+    showSingleton(about_, [] { return makeAboutWindow(QUILLSTOW_VERSION); });
 }
 
 void TrayApplication::openLearn() {
@@ -268,6 +276,23 @@ void TrayApplication::openRecovery(const Uuid& id) {
     const auto pair = findPair(id);
     if (!pair) return;
     showSingleton(recovery_, [&pair] { return new DeletedFilesWindow(*pair); });
+}
+
+void TrayApplication::openWelcome() {
+    showSingleton(welcome_, [this] {
+        StatusManager& manager = application_.statusManager();
+        return new WelcomeWindow(manager, manager.volumeMonitor());
+    });
+}
+
+void TrayApplication::openProfileSuggestion(const NotificationInfo& info) {
+    const auto suggestion = profileSuggestionOf(info);
+    if (!suggestion) return;
+    showSingleton(profileSuggestion_, [this, &suggestion] {
+        return new ProfileSuggestionWindow(*suggestion, [this, accepted = *suggestion] {
+            acceptSuggestion(application_.statusManager().configStore(), accepted);
+        });
+    });
 }
 
 std::optional<BackupPair> TrayApplication::findPair(const Uuid& id) const {

@@ -34,6 +34,7 @@ class TrayApplication final : public QObject {
     ~TrayApplication() override;
 
     // Waits for the tray, then shows the icon, or the popover as a window when there is none.
+    // Until the first backup pair was set up, the welcome window follows 0.1 s later.
     void start();
     // Ends the observation and closes every window, before the program stops.
     void stop();
@@ -48,6 +49,9 @@ class TrayApplication final : public QObject {
     // The restore and recovery windows of a pair in the settings; an unknown id opens nothing.
     void openRestore(const Uuid& id);
     void openRecovery(const Uuid& id);
+    void openWelcome();
+    // The smart-setup offer of a request with all four keys right; anything else is ignored.
+    void openProfileSuggestion(const NotificationInfo& info);
 
     // The one place the add-backup window is opened from, by the popover's "+" and the menu's
     // "Add Backup…": one window at a time, brought forward when it is already open.
@@ -62,6 +66,8 @@ class TrayApplication final : public QObject {
     QWidget* addBackupWindow() const { return addBackup_; }
     QWidget* restoreWindow() const { return restore_; }
     QWidget* recoveryWindow() const { return recovery_; }
+    QWidget* welcomeWindow() const { return welcome_; }
+    QWidget* profileSuggestionWindow() const { return profileSuggestion_; }
 
   private slots:
     // The server's ActionInvoked: a click on one of our notifications opens the popover.
@@ -104,6 +110,8 @@ class TrayApplication final : public QObject {
     QPointer<QWidget> welcome_;
     QPointer<QWidget> restore_;
     QPointer<QWidget> recovery_;
+    QPointer<QWidget> profileSuggestion_;
+    DelayedWork welcomeDue_;
     std::vector<Subscription> requests_;
     bool menuRebuildPending_ = false;
     const Logger log_{"app"};

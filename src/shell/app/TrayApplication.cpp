@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QCursor>
 #include <QDBusConnection>
+#include <QDesktopServices>
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QScreen>
@@ -50,7 +51,12 @@ TrayApplication::TrayApplication(Application& application, int trayPatienceMs, Q
       popoverView_(new PopoverView(*model_)),
       popover_(std::make_unique<PopoverController>(popoverView_, PopoverController::Style::window)),
       menu_(std::make_unique<QMenu>()),
-      hostWatch_(trayPatienceMs) {
+      hostWatch_(trayPatienceMs)
+#ifdef QUILLSTOW_UPDATE_CHECK
+      ,
+      reminderDelegate_(application.notificationCenter())
+#endif
+{
     connect(popoverView_, &PopoverView::addBackupRequested, this, &TrayApplication::openAddBackup);
     connect(popoverView_, &PopoverView::gearTapped, this, [this] {
         popover_->hide();
@@ -122,6 +128,9 @@ void TrayApplication::stop() {
     if (!model_) return;
     requests_.clear();
     welcomeDue_.cancel();
+#ifdef QUILLSTOW_UPDATE_CHECK
+    updater_.reset();
+#endif
     if (trayIcon_) trayIcon_->hide();
     for (QPointer<QWidget>* window :
          {&about_, &addBackup_, &learn_, &restore_, &recovery_, &welcome_, &profileSuggestion_})
@@ -166,8 +175,51 @@ void TrayApplication::updateIcon() {
 
 void TrayApplication::rebuildMenu() {
     if (!model_) return;
-    buildMenu(*menu_, model_->menu(), menuActions());
+    MenuOptions options;
+#ifdef QUILLSTOW_UPDATE_CHECK
+    options.withUpdateCheck = true;
+    options.autoChecksForUpdates = updater().automaticallyChecksForUpdates();
+#endif
+    buildMenu(*menu_, model_->menu(), menuActions(), options);
 }
+
+#ifdef QUILLSTOW_UPDATE_CHECK
+UpdateService& TrayApplication::updater() {
+    if (!updater_) {
+        updater_ = std::make_unique<UpdateService>(
+            UpdateService::Settings{QUrl(QUILLSTOW_UPDATE_FEED_URL), QUILLSTOW_VERSION},
+            application_.userDefaults(), application_.mainQueue(), wallClock_, reminderDelegate_,
+            [this](const Release& release) { remindOfRelease(release); });
+        connect(updater_.get(), &UpdateService::checked, this,
+                [this](UpdateService::Outcome outcome, const QString& detail, bool byUser) {
+                    if (byUser) reportUserCheck(outcome, detail);
+                });
+    }
+    return *updater_;
+}
+
+void TrayApplication::remindOfRelease(const Release& release) {
+    releasePage_ = qt(release.releasePage);
+    try {
+        application_.desktopNotifications().deliver(
+            {texts::updateNotificationId, texts::updateAvailableTitle(release.version),
+             texts::updateAvailableBody, texts::openReleasePageKey, texts::openReleasePage});
+    } catch (const Failure& failure) {
+        log_.error("Failed to deliver notification: %{public}s", failure.error().description);
+    }
+}
+
+void TrayApplication::reportUserCheck(UpdateService::Outcome outcome, const QString& detail) {
+    // The user asked: an answer either way. A newer release was told by its notification.
+    if (outcome == UpdateService::Outcome::newer) return;
+    const bool failed = outcome == UpdateService::Outcome::failed;
+    auto* alert = new QMessageBox(failed ? QMessageBox::Warning : QMessageBox::Information,
+                                  failed ? texts::updateCheckFailed : texts::upToDate,
+                                  failed ? detail : qt(texts::upToDateDetail(QUILLSTOW_VERSION)));
+    alert->setAttribute(Qt::WA_DeleteOnClose);
+    alert->open();
+}
+#endif
 
 void TrayApplication::listenForScreenLock() {
     // The screen saver starting or the screens going to sleep close the popover.
@@ -191,8 +243,12 @@ void TrayApplication::listenForNotificationClicks() {
 }
 
 void TrayApplication::onNotificationAction(uint serverId, const QString& action) {
-    if (action == "default" && application_.desktopNotifications().hasShown(serverId))
-        openPopover();
+    if (!application_.desktopNotifications().hasShown(serverId)) return;
+    if (action == "default") openPopover();
+#ifdef QUILLSTOW_UPDATE_CHECK
+    if (action == texts::openReleasePageKey && !releasePage_.isEmpty())
+        QDesktopServices::openUrl(QUrl(releasePage_));
+#endif
 }
 
 std::optional<QRect> TrayApplication::iconGeometry() const {
@@ -423,8 +479,17 @@ MenuActions TrayApplication::menuActions() {
                 store.setAppConfig(config);
                 store.save();
             },
+#ifdef QUILLSTOW_UPDATE_CHECK
+        .toggleAutoUpdate =
+            [this] {
+                updater().setAutomaticallyChecksForUpdates(
+                    !updater().automaticallyChecksForUpdates());
+            },
+        .checkForUpdates = [this] { updater().checkForUpdates(); },
+#else
         .toggleAutoUpdate = nullptr,
         .checkForUpdates = nullptr,
+#endif
         .clearHistory =
             [&store] {
                 store.setEvents({});

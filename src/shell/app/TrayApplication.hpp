@@ -18,6 +18,9 @@
 #include "tray/MenuActions.hpp"
 #include "tray/PopoverController.hpp"
 #include "tray/TrayHostWatch.hpp"
+#ifdef QUILLSTOW_UPDATE_CHECK
+#include "app/UpdateService.hpp"
+#endif
 #include "viewmodels/ShellModel.hpp"
 
 namespace quillstow::shell {
@@ -58,16 +61,40 @@ class TrayApplication final : public QObject {
     void openAddBackup();
 
     MenuActions menuActions();
-    ShellModel& model() { return *model_; }
-    PopoverController& popover() { return *popover_; }
-    QMenu& menu() { return *menu_; }
-    QSystemTrayIcon* trayIcon() const { return trayIcon_; }
-    QWidget* aboutWindow() const { return about_; }
-    QWidget* addBackupWindow() const { return addBackup_; }
-    QWidget* restoreWindow() const { return restore_; }
-    QWidget* recoveryWindow() const { return recovery_; }
-    QWidget* welcomeWindow() const { return welcome_; }
-    QWidget* profileSuggestionWindow() const { return profileSuggestion_; }
+#ifdef QUILLSTOW_UPDATE_CHECK
+    // Made with the first menu, which tray hosts take at start-up.
+    UpdateService& updater();
+#endif
+    ShellModel& model() {
+        return *model_;
+    }
+    PopoverController& popover() {
+        return *popover_;
+    }
+    QMenu& menu() {
+        return *menu_;
+    }
+    QSystemTrayIcon* trayIcon() const {
+        return trayIcon_;
+    }
+    QWidget* aboutWindow() const {
+        return about_;
+    }
+    QWidget* addBackupWindow() const {
+        return addBackup_;
+    }
+    QWidget* restoreWindow() const {
+        return restore_;
+    }
+    QWidget* recoveryWindow() const {
+        return recovery_;
+    }
+    QWidget* welcomeWindow() const {
+        return welcome_;
+    }
+    QWidget* profileSuggestionWindow() const {
+        return profileSuggestion_;
+    }
 
   private slots:
     // The server's ActionInvoked: a click on one of our notifications opens the popover.
@@ -113,6 +140,13 @@ class TrayApplication final : public QObject {
     QPointer<QWidget> profileSuggestion_;
     DelayedWork welcomeDue_;
     std::vector<Subscription> requests_;
+#ifdef QUILLSTOW_UPDATE_CHECK
+    void remindOfRelease(const Release& release);
+    void reportUserCheck(UpdateService::Outcome outcome, const QString& detail);
+    GentleReminderDelegate reminderDelegate_;
+    std::unique_ptr<UpdateService> updater_;
+    QString releasePage_;
+#endif
     bool menuRebuildPending_ = false;
     const Logger log_{"app"};
 };

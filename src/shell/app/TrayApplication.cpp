@@ -308,6 +308,11 @@ void TrayApplication::showSingleton(QPointer<QWidget>& slot,
         if (QScreen* screen = QGuiApplication::screenAt(icon->center()))
             slot->move(
                 placePopover(icon, QCursor::pos(), slot->size(), screen->availableGeometry()));
+    } else if (QScreen* screen = QGuiApplication::primaryScreen()) {
+        // Where the icon's place is unknown, the window stands in the middle of the screen.
+        QRect frame(QPoint(), slot->size());
+        frame.moveCenter(screen->availableGeometry().center());
+        slot->move(frame.topLeft());
     }
     slot->show();
     slot->raise();

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "../control/EngineHarness.hpp"
+#include "Screenshots.hpp"
 #include "TestTree.hpp"
 #include "app/TrayApplication.hpp"
 #include "shell/viewmodels/ProfileSuggestion.hpp"
@@ -23,16 +24,9 @@ using namespace quillstow;
 using namespace quillstow::shell;
 namespace fs = std::filesystem;
 
-namespace {
+using testing::saveShot;
 
-// Where QUILLSTOW_SCREENSHOTS says, a picture of the window, to be looked at by a person.
-void saveShot(QWidget& widget, const QString& name) {
-    const QString folder = qEnvironmentVariable("QUILLSTOW_SCREENSHOTS");
-    if (folder.isEmpty()) return;
-    QDir().mkpath(folder);
-    QCoreApplication::processEvents();
-    widget.grab().save(folder + "/" + name);
-}
+namespace {
 
 QStringList visibleLabels(QWidget& window) {
     QCoreApplication::processEvents();

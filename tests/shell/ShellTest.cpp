@@ -11,6 +11,7 @@
 #include <fstream>
 
 #include "../control/EngineHarness.hpp"
+#include "Screenshots.hpp"
 #include "TestTree.hpp"
 #include "app/DesktopServices.hpp"
 #include "app/QtMainQueue.hpp"
@@ -28,6 +29,8 @@ using namespace quillstow;
 using namespace quillstow::shell;
 using Case = BackupStatus::Case;
 
+using testing::saveShot;
+
 namespace {
 
 QString qt(const std::string& text) {
@@ -42,15 +45,6 @@ QAction* findAction(QMenu& menu, const QString& title) {
             if (QAction* inner = findAction(*action->menu(), title)) return inner;
     }
     return nullptr;
-}
-
-// Where QUILLSTOW_SCREENSHOTS says, a picture of the widget, to be looked at by a person.
-void saveShot(QWidget& widget, const QString& name) {
-    const QString folder = qEnvironmentVariable("QUILLSTOW_SCREENSHOTS");
-    if (folder.isEmpty()) return;
-    QDir().mkpath(folder);
-    QCoreApplication::processEvents();
-    widget.grab().save(folder + "/" + name);
 }
 
 // A status manager over real folders in virtual time, and the shell's model over it.

@@ -60,9 +60,9 @@ QByteArray feedOf(const char* version) {
 
 // The service over a local feed, in virtual time, counting reminders and notifications.
 struct Checker {
-    explicit Checker(const char* feedVersion, const char* currentVersion = "0.1.0")
+    explicit Checker(const char* feedVersion, bool allowLoopbackHttp = true)
         : feed(feedOf(feedVersion)),
-          service({feed.url(), currentVersion, true}, defaults, queue, wallClock, delegate,
+          service({feed.url(), "0.1.0", allowLoopbackHttp}, defaults, queue, wallClock, delegate,
                   [this](const Release& release) { reminders.push_back(release); }) {
         active = center.observe(updateReminderActiveNotification,
                                 [this](const auto&) { notes << "active"; });
@@ -248,20 +248,16 @@ void UpdateTest::checksOnItsOwnOnlyAfterTheUserOptedIn() {
 }
 
 void UpdateTest::refusesPlainHttpOutsideTheLoopback() {
-    ManualClock clock;
-    VirtualMainQueue queue{clock};
-    ManualWallClock wallClock{Date{std::chrono::seconds(1'700'000'000)}};
-    InMemoryUserDefaults defaults;
-    NotificationCenter center;
-    GentleReminderDelegate delegate{center};
-    QVERIFY(delegate.supportsGentleScheduledUpdateReminders());
     // The program's own service never takes plain HTTP, loopback or not.
-    UpdateService service({QUrl("http://127.0.0.1:9/feed.json"), "0.1.0", false}, defaults, queue,
-                          wallClock, delegate, [](const Release&) { QFAIL("no reminder"); });
-    QSignalSpy checked(&service, &UpdateService::checked);
-    service.checkForUpdates();
+    Checker checker("0.2.0", false);
+    QVERIFY(checker.delegate.supportsGentleScheduledUpdateReminders());
+    QSignalSpy checked(&checker.service, &UpdateService::checked);
+    checker.service.checkForUpdates();
     QCOMPARE(checked.count(), 1);
     QCOMPARE(checked[0][0].value<UpdateService::Outcome>(), UpdateService::Outcome::failed);
+    QCoreApplication::processEvents();
+    QCOMPARE(checker.feed.requests, 0);
+    QVERIFY(checker.reminders.empty());
 }
 #endif
 

@@ -46,6 +46,35 @@ QIcon symbol(const char* name, const char* themeName, QStyle::StandardPixmap sta
     return QIcon::fromTheme(themeName, QApplication::style()->standardIcon(standard));
 }
 
+QIcon symbol(const std::string& name) {
+    struct Fallback {
+        const char* symbol;
+        const char* theme;
+        QStyle::StandardPixmap standard;
+    };
+    static constexpr Fallback fallbacks[] = {
+        {"shield.checkered", "security-high", QStyle::SP_DialogSaveButton},
+        {"checkmark.shield", "emblem-ok", QStyle::SP_DialogApplyButton},
+        {"waveform.badge.magnifyingglass", "edit-find", QStyle::SP_FileDialogContentsView},
+        {"bolt.slash", "network-offline", QStyle::SP_DriveNetIcon},
+        {"tortoise", "media-playback-pause", QStyle::SP_MediaPause},
+        {"battery.25percent", "battery-caution", QStyle::SP_ComputerIcon},
+        {"doc.on.doc", "edit-copy", QStyle::SP_FileIcon},
+        {"trash.slash", "user-trash", QStyle::SP_TrashIcon},
+        {"folder.badge.questionmark", "folder", QStyle::SP_DirIcon},
+        {"folder", "folder", QStyle::SP_DirIcon},
+        {"film", "video-x-generic", QStyle::SP_MediaPlay},
+        {"photo.stack", "image-x-generic", QStyle::SP_FileIcon},
+        {"music.note", "audio-x-generic", QStyle::SP_MediaVolume},
+        {"chevron.left.forwardslash.chevron.right", "text-x-script", QStyle::SP_FileIcon},
+        {"doc.text", "x-office-document", QStyle::SP_FileIcon},
+    };
+    for (const Fallback& fallback : fallbacks)
+        if (name == fallback.symbol)
+            return symbol(fallback.symbol, fallback.theme, fallback.standard);
+    return symbol(name.c_str(), "dialog-information", QStyle::SP_MessageBoxInformation);
+}
+
 QLabel* iconLabel(const QIcon& icon, int size) {
     auto* label = new QLabel;
     label->setPixmap(icon.pixmap(size, size));

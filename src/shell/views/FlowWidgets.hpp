@@ -31,6 +31,8 @@ QString plainToolTip(const QString& words);
 
 // Our own icon named after the symbol, else the desktop theme's `themeName`, else Qt's own.
 QIcon symbol(const char* name, const char* themeName, QStyle::StandardPixmap standard);
+// The same, for the symbols of the learn topics and the profiles, whose fallbacks are known.
+QIcon symbol(const std::string& name);
 QLabel* iconLabel(const QIcon& icon, int size);
 // Plain text, wrapped: folder names are never read as markup.
 QLabel* wrapped(const QString& words, const char* name = nullptr);

@@ -21,30 +21,6 @@ QLabel* centred(QLabel* label) {
     return label;
 }
 
-// The desktop theme's icon and Qt's own for a topic's symbol, where we draw none of our own.
-QIcon topicIcon(const char* name) {
-    struct Fallback {
-        const char* symbol;
-        const char* theme;
-        QStyle::StandardPixmap standard;
-    };
-    static constexpr Fallback fallbacks[] = {
-        {"shield.checkered", "security-high", QStyle::SP_DialogSaveButton},
-        {"checkmark.shield", "emblem-ok", QStyle::SP_DialogApplyButton},
-        {"waveform.badge.magnifyingglass", "edit-find", QStyle::SP_FileDialogContentsView},
-        {"bolt.slash", "network-offline", QStyle::SP_DriveNetIcon},
-        {"tortoise", "media-playback-pause", QStyle::SP_MediaPause},
-        {"battery.25percent", "battery-caution", QStyle::SP_ComputerIcon},
-        {"doc.on.doc", "edit-copy", QStyle::SP_FileIcon},
-        {"trash.slash", "user-trash", QStyle::SP_TrashIcon},
-        {"folder.badge.questionmark", "folder", QStyle::SP_DirIcon},
-    };
-    for (const Fallback& fallback : fallbacks)
-        if (std::string_view(name) == fallback.symbol)
-            return symbol(fallback.symbol, fallback.theme, fallback.standard);
-    return symbol(name, "dialog-information", QStyle::SP_MessageBoxInformation);
-}
-
 // One topic: icon, title and subtitle; a click opens its explanation under the subtitle.
 QWidget* topicRow(const texts::LearnTopic& topic) {
     QLabel* explanation = wrapped(topic.explanation, "explanation");
@@ -55,7 +31,7 @@ QWidget* topicRow(const texts::LearnTopic& topic) {
     row->setAccessibleName(topic.title);
     auto* layout = new QHBoxLayout(row);
     layout->setContentsMargins(6, 6, 6, 6);
-    layout->addWidget(iconLabel(topicIcon(topic.icon), 24), 0, Qt::AlignTop);
+    layout->addWidget(iconLabel(symbol(std::string(topic.icon)), 24), 0, Qt::AlignTop);
     auto* words = new QVBoxLayout;
     words->setSpacing(1);
     words->addWidget(bold(wrapped(topic.title, "title")));

@@ -18,27 +18,6 @@ namespace words = SmartSetupTexts;
 
 namespace {
 
-// The desktop theme's name and Qt's own icon for the profile's symbol.
-QIcon profileIcon(const std::string& name) {
-    struct Fallback {
-        const char* symbol;
-        const char* theme;
-        QStyle::StandardPixmap standard;
-    };
-    static constexpr Fallback fallbacks[] = {
-        {"folder", "folder", QStyle::SP_DirIcon},
-        {"film", "video-x-generic", QStyle::SP_MediaPlay},
-        {"photo.stack", "image-x-generic", QStyle::SP_FileIcon},
-        {"music.note", "audio-x-generic", QStyle::SP_MediaVolume},
-        {"chevron.left.forwardslash.chevron.right", "text-x-script", QStyle::SP_FileIcon},
-        {"doc.text", "x-office-document", QStyle::SP_FileIcon},
-    };
-    for (const Fallback& fallback : fallbacks)
-        if (name == fallback.symbol)
-            return symbol(fallback.symbol, fallback.theme, fallback.standard);
-    return symbol(name.c_str(), "folder", QStyle::SP_DirIcon);
-}
-
 QWidget* linesBox(const std::vector<std::string>& lines, const char* name, bool asBullets) {
     auto* box = new QWidget;
     box->setObjectName(name);
@@ -72,7 +51,7 @@ ProfileSuggestionWindow::ProfileSuggestionWindow(const ProfileSuggestion& sugges
     auto* page = new QWidget;
     auto* content = new QVBoxLayout(page);
     content->setContentsMargins(0, 0, 0, 0);
-    content->addWidget(iconLabel(profileIcon(offer.icon), 36), 0, Qt::AlignHCenter);
+    content->addWidget(iconLabel(symbol(offer.icon), 36), 0, Qt::AlignHCenter);
     auto* title = bold(wrapped(text(offer.title), "title"), 1.25);
     title->setAlignment(Qt::AlignCenter);
     content->addWidget(title);

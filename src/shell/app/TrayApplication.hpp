@@ -61,40 +61,20 @@ class TrayApplication final : public QObject {
     void openAddBackup();
 
     MenuActions menuActions();
+    ShellModel& model() { return *model_; }
+    PopoverController& popover() { return *popover_; }
+    QMenu& menu() { return *menu_; }
+    QSystemTrayIcon* trayIcon() const { return trayIcon_; }
+    QWidget* aboutWindow() const { return about_; }
+    QWidget* addBackupWindow() const { return addBackup_; }
+    QWidget* restoreWindow() const { return restore_; }
+    QWidget* recoveryWindow() const { return recovery_; }
+    QWidget* welcomeWindow() const { return welcome_; }
+    QWidget* profileSuggestionWindow() const { return profileSuggestion_; }
 #ifdef QUILLSTOW_UPDATE_CHECK
     // Made with the first menu, which tray hosts take at start-up.
     UpdateService& updater();
 #endif
-    ShellModel& model() {
-        return *model_;
-    }
-    PopoverController& popover() {
-        return *popover_;
-    }
-    QMenu& menu() {
-        return *menu_;
-    }
-    QSystemTrayIcon* trayIcon() const {
-        return trayIcon_;
-    }
-    QWidget* aboutWindow() const {
-        return about_;
-    }
-    QWidget* addBackupWindow() const {
-        return addBackup_;
-    }
-    QWidget* restoreWindow() const {
-        return restore_;
-    }
-    QWidget* recoveryWindow() const {
-        return recovery_;
-    }
-    QWidget* welcomeWindow() const {
-        return welcome_;
-    }
-    QWidget* profileSuggestionWindow() const {
-        return profileSuggestion_;
-    }
 
   private slots:
     // The server's ActionInvoked: a click on one of our notifications opens the popover.

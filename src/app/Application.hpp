@@ -40,6 +40,8 @@ class Application {
     void stopEverything();
     void save();
 
+    MainQueue& mainQueue() { return mainQueue_; }
+    UserDefaults& userDefaults() { return defaults_; }
     ConfigStore& configStore() { return *configStore_; }
     StatusManager& statusManager() { return *statusManager_; }
     NotificationCenter& notificationCenter() { return notificationCenter_; }

@@ -21,6 +21,10 @@ struct UserNotification {
     std::string identifier;
     std::string title;
     std::string body;
+    // A button of its own beside the click that opens the program, where the desktop shows
+    // buttons: the key the desktop answers with, and the button's words. Empty: none.
+    std::string actionKey = {};
+    std::string actionLabel = {};
 
     bool operator==(const UserNotification&) const = default;
 };

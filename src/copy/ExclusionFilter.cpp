@@ -254,6 +254,16 @@ ExclusionFilter filterForPair(const BackupPair& pair) {
     return filterForProfile(pair.profile);
 }
 
+std::vector<std::string> profileExcludedNames(BackupProfile profile) {
+    const Names& names = tablesOf(profile).names;
+    return {names.begin(), names.end()};
+}
+
+std::vector<std::string> profileExcludedExtensions(BackupProfile profile) {
+    const Names& extensions = tablesOf(profile).extensions;
+    return {extensions.begin(), extensions.end()};
+}
+
 bool isPackageUnit(std::string_view extension, BackupProfile profile) {
     return packageExtensionsByProfile().at(profile).contains(lowercased(extension));
 }

@@ -51,6 +51,11 @@ ExclusionFilter filterForPair(const BackupPair& pair);
 ExclusionFilter filterForProfile(BackupProfile profile,
                                  const std::vector<std::string>& additionalNames = {});
 
+// What the profile leaves out beyond the tables every pair shares: folder names and
+// lower-case extensions, in the tables' order. Empty for standard and documents.
+std::vector<std::string> profileExcludedNames(BackupProfile profile);
+std::vector<std::string> profileExcludedExtensions(BackupProfile profile);
+
 // Whether a folder with this extension is copied as one item under the profile.
 bool isPackageUnit(std::string_view extension, BackupProfile profile);
 

@@ -52,11 +52,18 @@ void DesktopNotifications::deliver(const UserNotification& notification) {
         notifications, "Notify",
         [&](sd_bus_message* message) {
             // A server without actions ignores the default one; a click elsewhere opens us.
-            return sd_bus_message_append(message, "susssasa{sv}i", applicationName, replaces,
-                                         applicationId, notification.title.c_str(),
-                                         notification.body.c_str(), 2, "default", "Open Quillstow",
-                                         2, "sound-name", "s", defaultSound, "desktop-entry", "s",
-                                         applicationId, serverDecidesTimeout);
+            int status =
+                sd_bus_message_append(message, "susss", applicationName, replaces, applicationId,
+                                      notification.title.c_str(), notification.body.c_str());
+            if (status < 0) return status;
+            status = notification.actionKey.empty()
+                         ? sd_bus_message_append(message, "as", 2, "default", "Open Quillstow")
+                         : sd_bus_message_append(message, "as", 4, "default", "Open Quillstow",
+                                                 notification.actionKey.c_str(),
+                                                 notification.actionLabel.c_str());
+            if (status < 0) return status;
+            return sd_bus_message_append(message, "a{sv}i", 2, "sound-name", "s", defaultSound,
+                                         "desktop-entry", "s", applicationId, serverDecidesTimeout);
         },
         [&](sd_bus_message* reply) { return sd_bus_message_read(reply, "u", &serverId); });
     if (failure) fail(*failure);

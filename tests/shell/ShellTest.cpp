@@ -11,10 +11,12 @@
 #include <fstream>
 
 #include "../control/EngineHarness.hpp"
+#include "Screenshots.hpp"
 #include "TestTree.hpp"
 #include "app/DesktopServices.hpp"
 #include "app/QtMainQueue.hpp"
 #include "app/TrayApplication.hpp"
+#include "shell/viewmodels/AddBackupModel.hpp"
 #include "tray/PopoverPlacement.hpp"
 #include "tray/StatusMenuBuilder.hpp"
 #include "viewmodels/ShellModel.hpp"
@@ -27,6 +29,8 @@
 using namespace quillstow;
 using namespace quillstow::shell;
 using Case = BackupStatus::Case;
+
+using testing::saveShot;
 
 namespace {
 
@@ -42,15 +46,6 @@ QAction* findAction(QMenu& menu, const QString& title) {
             if (QAction* inner = findAction(*action->menu(), title)) return inner;
     }
     return nullptr;
-}
-
-// Where QUILLSTOW_SCREENSHOTS says, a picture of the widget, to be looked at by a person.
-void saveShot(QWidget& widget, const QString& name) {
-    const QString folder = qEnvironmentVariable("QUILLSTOW_SCREENSHOTS");
-    if (folder.isEmpty()) return;
-    QDir().mkpath(folder);
-    QCoreApplication::processEvents();
-    widget.grab().save(folder + "/" + name);
 }
 
 // A status manager over real folders in virtual time, and the shell's model over it.
@@ -84,6 +79,7 @@ class ShellTest : public QObject {
     void everyStatusHasItsIconAndTooltip();
     void aClickWithTheAboutWindowOpenOnlyClosesIt();
     void theMenuOpensOneFilingWindowWithAFreshFlowEachTime();
+    void aRestoreRequestOpensTheWindowOfThatPairOnly();
     void thePopoverHidesWhenTheFocusLeavesItButNotForItsOwnDialogs();
     void launchAtLoginWritesAndRemovesTheAutostartEntry();
     void popoverRowsFollowAnEngineThroughAPassAndAnError();
@@ -232,6 +228,59 @@ void ShellTest::theMenuOpensOneFilingWindowWithAFreshFlowEachTime() {
     application.stopEverything();
 }
 
+void ShellTest::aRestoreRequestOpensTheWindowOfThatPairOnly() {
+    testing::TemporaryFolder settings;
+    testing::TemporaryFolder folders;
+    QtMainQueue mainQueue;
+    Application application(mainQueue, settings.path());
+    std::vector<BackupPair> pairs;
+    for (const char* name : {"Work", "Photos"}) {
+        std::filesystem::create_directories(folders.path() / name);
+        pairs.push_back(newPairOf(folders.path() / name, folders.path() / "Drive", std::nullopt,
+                                  SystemWallClock().now()));
+        QVERIFY(!application.statusManager().addPair(pairs.back()));
+    }
+    TrayApplication tray(application, 0);
+    NotificationCenter& center = application.notificationCenter();
+
+    center.post("quillstowShowRestore", {{"object", Uuid::random()}});
+    center.post("quillstowShowRestore", {{"object", std::string("not an id")}});
+    center.post("quillstowShowRestore", {});
+    QVERIFY(!tray.restoreWindow());
+
+    // Through the popover row's "Restore Files…", which posts the request.
+    emit qobject_cast<PopoverView*>(tray.popover().window())->restoreRequested(pairs[0].id);
+    QWidget* restore = tray.restoreWindow();
+    QVERIFY(restore && restore->isVisible());
+    QCOMPARE(restore->windowTitle(), QString("Restore — Work"));
+    QCOMPARE(restore->size(), QSize(480, 520));
+    // A second pair's request while it shows brings the same window forward.
+    center.post("quillstowShowRestore", {{"object", pairs[1].id}});
+    QCOMPARE(tray.restoreWindow(), restore);
+    QCOMPARE(restore->windowTitle(), QString("Restore — Work"));
+
+    // A click orders the window out and leaves the popover shut; the next one opens it.
+    tray.statusItemClicked();
+    QVERIFY(!restore->isVisible());
+    QVERIFY(!tray.popover().isShown());
+    tray.statusItemClicked();
+    QVERIFY(tray.popover().isShown());
+
+    // Ordered out, the window is replaced by one for the pair asked for now.
+    tray.menuActions().restorePair(pairs[1].id);
+    QVERIFY(tray.restoreWindow() && tray.restoreWindow()->isVisible());
+    QCOMPARE(tray.restoreWindow()->windowTitle(), QString("Restore — Photos"));
+
+    // "Recover Deleted Files…" of the row and of the menu, by the same rule.
+    tray.menuActions().recoverDeletedFiles(Uuid::random());
+    QVERIFY(!tray.recoveryWindow());
+    emit qobject_cast<PopoverView*>(tray.popover().window())->recoverRequested(pairs[0].id);
+    QVERIFY(tray.recoveryWindow() && tray.recoveryWindow()->isVisible());
+    QCOMPARE(tray.recoveryWindow()->windowTitle(), QString("Recover Deleted Files — Work"));
+    tray.stop();
+    application.stopEverything();
+}
+
 void ShellTest::thePopoverHidesWhenTheFocusLeavesItButNotForItsOwnDialogs() {
     auto* content = new QWidget;
     content->resize(300, 360);
@@ -370,6 +419,8 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
         .togglePausePair = notePair("pause"),
         .relinkPair = notePair("relink"),
         .revealInFileManager = notePair("reveal"),
+        .restorePair = notePair("restore"),
+        .recoverDeletedFiles = notePair("recover"),
         .removePair = notePair("remove"),
         .addFolder = note("add"),
         .openPromote = note("promote"),
@@ -423,9 +474,11 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
     QStringList workItems;
     for (QAction* action : workMenu->actions())
         if (!action->isSeparator()) workItems << action->text();
-    QCOMPARE(workItems, (QStringList{"Back Up Now", "Pause", "Change Destination…",
-                                     "Show in File Manager", "Remove This Backup…"}));
-    const QStringList expectedWork{"backup", "pause", "relink", "reveal", "remove"};
+    QCOMPARE(workItems,
+             (QStringList{"Back Up Now", "Pause", "Change Destination…", "Show in File Manager",
+                          "Restore Files…", "Recover Deleted Files…", "Remove This Backup…"}));
+    const QStringList expectedWork{"backup",  "pause",   "relink", "reveal",
+                                   "restore", "recover", "remove"};
     for (int i = 0; i < workItems.size(); ++i) {
         called.clear();
         findAction(*workMenu, workItems[i])->trigger();

@@ -3,7 +3,9 @@
 # only its system tray (a StatusNotifierItem host and an XEmbed tray), and Quillstow with two
 # pairs. Clicks the icon (button 1: the popover, button 3: the menu), checks what shows through
 # the program's widget dump, and saves screenshots of the tray on a light and a dark panel, the
-# popover, the menu, and the filing window from its first screen to a project filed.
+# popover, the menu, the filing window from its first screen to a project filed, and each small
+# window (welcome, About, learn, smart setup, restore and recovery), opened through the
+# program's test commands.
 #
 # usage: look.sh QUILLSTOW SCREENSHOT-TOOL OUTPUT-FOLDER
 # Exit 0 when everything showed, 1 when something didn't, 77 (skipped) where it can't run.
@@ -26,7 +28,7 @@ if [[ "${1:-}" != "--inside" ]]; then
     work=$(mktemp -d)
     trap 'kill $xvfb 2>/dev/null; wait 2>/dev/null; rm -rf "$work"' EXIT
     mkdir -p "$out"
-    rm -f "$out"/{tray-light,tray-dark,popover,menu,no-tray}.png "$out"/filing-window-*.png
+    rm -f "$out"/{tray-light,tray-dark,popover,menu,no-tray}.png "$out"/filing-window-*.png "$out"/look-*.png
     # Xvfb picks a free display and writes its number once it takes connections.
     Xvfb -displayfd 3 -screen 0 1024x600x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
     xvfb=$!
@@ -39,7 +41,7 @@ if [[ "${1:-}" != "--inside" ]]; then
     export DISPLAY=$display HOME=$work XDG_CONFIG_HOME=$work/config XDG_CACHE_HOME=$work/cache \
         XDG_DATA_HOME=$work/data XDG_RUNTIME_DIR=$work/runtime LOOK_WORK=$work
     mkdir -p "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
-    timeout 75 dbus-run-session -- "$0" --inside "$program" "$screenshot" "$out"
+    timeout 110 dbus-run-session -- "$0" --inside "$program" "$screenshot" "$out"
     exit $?
 fi
 
@@ -109,8 +111,9 @@ for _ in $(seq 100); do
 done
 xwininfo -root -tree 2>/dev/null | grep -q '"xfce4-panel"' || skip "xfce4-panel did not start: $(tail -2 "$work/panel.log")"
 
-QUILLSTOW_WIDGET_DUMP=$dump QUILLSTOW_TRAY_PATIENCE_MS=5000 QT_QPA_PLATFORM=xcb \
-    "$program" >"$work/app.log" 2>&1 &
+commands=$work/commands.txt
+QUILLSTOW_WIDGET_DUMP=$dump QUILLSTOW_TEST_COMMANDS=$commands QUILLSTOW_TRAY_PATIENCE_MS=5000 \
+    QT_QPA_PLATFORM=xcb "$program" >"$work/app.log" 2>&1 &
 app=$!
 cleanup() {
     kill "$app" 2>/dev/null
@@ -251,6 +254,28 @@ else
     fail "the menu's \"File a Finished Project…\" did not open the filing window"
 fi
 cp "$dump" "$out/widgets.txt"
+
+# The small windows, each opened as its menu item or request would, looked at, then closed.
+echo close-windows >>"$commands"
+sleep 0.5
+projects=E621E1F8-C36C-495A-93FC-0C247A3E6E5F
+lookAt() {  # command, words the window must show, screenshot name
+    echo "$1" >>"$commands"
+    if waitFor "$2"; then
+        sleep 0.7
+        "$screenshot" "$out/look-$3.png" 0 0 1024 600 || fail "no screenshot of $3"
+    else
+        fail "\"$1\" did not show \"$2\""
+    fi
+    echo close-windows >>"$commands"
+    sleep 0.5
+}
+lookAt welcome "label: Step 1 of 4 — Choose a folder to protect" welcome
+lookAt about "label: Version " about
+lookAt learn "label: How Quillstow Keeps Your Files Safe" learn
+lookAt "smart-setup $projects Projects developer 3400000" "label: Looks like a code project." smart-setup
+lookAt "restore $projects" "Restore — Projects" restore
+lookAt "recover $projects" "Recover Deleted Files — Projects" recover
 
 # Without any tray: the popover opens as a window of its own.
 cleanup

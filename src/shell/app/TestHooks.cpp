@@ -2,6 +2,7 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QFile>
 #include <QLabel>
 #include <QMenu>
 #include <QSaveFile>
@@ -53,9 +54,46 @@ QStringList visibleTexts(TrayApplication& tray, int menuOpenings) {
     return lines;
 }
 
+void runCommand(TrayApplication& tray, const QStringList& words) {
+    const QString command = words.value(0);
+    const auto id = Uuid::parse(words.value(1).toStdString());
+    if (command == "close-windows") {
+        for (QWidget* window : QApplication::topLevelWidgets())
+            if (window->isVisible() && window != tray.popover().window()) window->close();
+    }
+    if (command == "about") tray.openAbout();
+    if (command == "learn") tray.openLearn();
+    if (command == "welcome") tray.openWelcome();
+    if (command == "restore" && id) tray.openRestore(*id);
+    if (command == "recover" && id) tray.openRecovery(*id);
+    if (command == "smart-setup" && id && words.size() == 5) {
+        tray.openProfileSuggestion({{"pairId", *id},
+                                    {"pairName", words[2].toStdString()},
+                                    {"recommendedProfile", words[3].toStdString()},
+                                    {"approximateBytes", std::int64_t(words[4].toLongLong())}});
+    }
+}
+
+void runCommands(TrayApplication& tray, const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite)) return;
+    const QString commands = QString::fromUtf8(file.readAll());
+    file.resize(0);
+    for (const QString& line : commands.split('\n', Qt::SkipEmptyParts))
+        runCommand(tray, line.split(' ', Qt::SkipEmptyParts));
+}
+
 }  // namespace
 
 void installTestHooks(TrayApplication& tray) {
+    const QString commands = qEnvironmentVariable("QUILLSTOW_TEST_COMMANDS");
+    if (!commands.isEmpty()) {
+        auto* timer = new QTimer(&tray);
+        timer->setInterval(200);
+        QObject::connect(timer, &QTimer::timeout, &tray,
+                         [&tray, commands] { runCommands(tray, commands); });
+        timer->start();
+    }
     const QString path = qEnvironmentVariable("QUILLSTOW_WIDGET_DUMP");
     if (path.isEmpty()) return;
     auto openings = std::make_shared<int>(0);

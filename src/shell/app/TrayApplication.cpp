@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QCursor>
 #include <QDBusConnection>
+#include <QDesktopServices>
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QScreen>
@@ -12,6 +13,10 @@
 #include "app/FilingServices.hpp"
 #include "environment/CloudSyncDetector.hpp"
 #include "shell/views/AddBackupWindow.hpp"
+#include "shell/views/DeletedFilesWindow.hpp"
+#include "shell/views/ProfileSuggestionWindow.hpp"
+#include "shell/views/RestoreWindow.hpp"
+#include "shell/views/WelcomeWindow.hpp"
 #include "tray/PopoverPlacement.hpp"
 #include "tray/StatusMenuBuilder.hpp"
 #include "viewmodels/Texts.hpp"
@@ -27,6 +32,9 @@ namespace {
 QString qt(const std::string& text) {
     return QString::fromStdString(text);
 }
+
+// Posted by a pair's "Restore Files…", with the pair's id as "object".
+constexpr const char* showRestoreNotification = "quillstowShowRestore";
 
 // Where removable drives appear; the row's folder dialog starts there when it exists.
 QString drivesFolder() {
@@ -45,7 +53,12 @@ TrayApplication::TrayApplication(Application& application, int trayPatienceMs, Q
       popoverView_(new PopoverView(*model_)),
       popover_(std::make_unique<PopoverController>(popoverView_, PopoverController::Style::window)),
       menu_(std::make_unique<QMenu>()),
-      hostWatch_(trayPatienceMs) {
+      hostWatch_(trayPatienceMs)
+#ifdef QUILLSTOW_UPDATE_CHECK
+      ,
+      reminderDelegate_(application.notificationCenter())
+#endif
+{
     connect(popoverView_, &PopoverView::addBackupRequested, this, &TrayApplication::openAddBackup);
     connect(popoverView_, &PopoverView::gearTapped, this, [this] {
         popover_->hide();
@@ -56,8 +69,9 @@ TrayApplication::TrayApplication(Application& application, int trayPatienceMs, Q
     connect(popoverView_, &PopoverView::revealRequested, this,
             &TrayApplication::revealInFileManager);
     connect(popoverView_, &PopoverView::restoreRequested, this, [this](const Uuid& id) {
-        application_.notificationCenter().post("quillstowShowRestore", {{"object", id}});
+        application_.notificationCenter().post(showRestoreNotification, {{"object", id}});
     });
+    connect(popoverView_, &PopoverView::recoverRequested, this, &TrayApplication::openRecovery);
     connect(model_.get(), &ShellModel::changed, this, [this] {
         // Coalesced: a pass changes many things at once.
         if (std::exchange(menuRebuildPending_, true)) return;
@@ -78,6 +92,18 @@ TrayApplication::TrayApplication(Application& application, int trayPatienceMs, Q
     rebuildMenu();
     listenForNotificationClicks();
     listenForScreenLock();
+    observeRequests();
+}
+
+void TrayApplication::observeRequests() {
+    NotificationCenter& center = application_.notificationCenter();
+    requests_.push_back(center.observe(showRestoreNotification, [this](const auto& info) {
+        const auto object = info.find("object");
+        if (object == info.end()) return;
+        if (const Uuid* id = std::get_if<Uuid>(&object->second)) openRestore(*id);
+    }));
+    requests_.push_back(center.observe(profileSuggestedNotificationName,
+                                       [this](const auto& info) { openProfileSuggestion(info); }));
 }
 
 TrayApplication::~TrayApplication() {
@@ -86,6 +112,8 @@ TrayApplication::~TrayApplication() {
 
 void TrayApplication::start() {
     hostWatch_.start();
+    if (!application_.configStore().appConfig().hasCompletedOnboarding)
+        welcomeDue_ = application_.mainQueue().postDelayed(0.1, [this] { openWelcome(); });
     // The setting wins over an entry removed by hand, as at every start.
     if (application_.configStore().appConfig().launchAtLogin &&
         !std::filesystem::exists(autostartEntryPath())) {
@@ -100,11 +128,15 @@ void TrayApplication::start() {
 
 void TrayApplication::stop() {
     if (!model_) return;
+    requests_.clear();
+    welcomeDue_.cancel();
+#ifdef QUILLSTOW_UPDATE_CHECK
+    updater_.reset();
+#endif
     if (trayIcon_) trayIcon_->hide();
-    delete about_.data();
-    delete addBackup_.data();
-    delete filing_.data();
-    delete learn_.data();
+    for (QPointer<QWidget>* window : {&about_, &addBackup_, &filing_, &learn_, &restore_,
+                                      &recovery_, &welcome_, &profileSuggestion_})
+        delete window->data();
     popover_.reset();
     model_.reset();
 }
@@ -145,8 +177,51 @@ void TrayApplication::updateIcon() {
 
 void TrayApplication::rebuildMenu() {
     if (!model_) return;
-    buildMenu(*menu_, model_->menu(), menuActions());
+    MenuOptions options;
+#ifdef QUILLSTOW_UPDATE_CHECK
+    options.withUpdateCheck = true;
+    options.autoChecksForUpdates = updater().automaticallyChecksForUpdates();
+#endif
+    buildMenu(*menu_, model_->menu(), menuActions(), options);
 }
+
+#ifdef QUILLSTOW_UPDATE_CHECK
+UpdateService& TrayApplication::updater() {
+    if (!updater_) {
+        updater_ = std::make_unique<UpdateService>(
+            UpdateService::Settings{QUrl(QUILLSTOW_UPDATE_FEED_URL), QUILLSTOW_VERSION},
+            application_.userDefaults(), application_.mainQueue(), wallClock_, reminderDelegate_,
+            [this](const Release& release) { remindOfRelease(release); });
+        connect(updater_.get(), &UpdateService::checked, this,
+                [this](UpdateService::Outcome outcome, const QString& detail, bool byUser) {
+                    if (byUser) reportUserCheck(outcome, detail);
+                });
+    }
+    return *updater_;
+}
+
+void TrayApplication::remindOfRelease(const Release& release) {
+    releasePage_ = qt(release.releasePage);
+    try {
+        application_.desktopNotifications().deliver(
+            {texts::updateNotificationId, texts::updateAvailableTitle(release.version),
+             texts::updateAvailableBody, texts::openReleasePageKey, texts::openReleasePage});
+    } catch (const Failure& failure) {
+        log_.error("Failed to deliver notification: %{public}s", failure.error().description);
+    }
+}
+
+void TrayApplication::reportUserCheck(UpdateService::Outcome outcome, const QString& detail) {
+    // The user asked: an answer either way. A newer release was told by its notification.
+    if (outcome == UpdateService::Outcome::newer) return;
+    const bool failed = outcome == UpdateService::Outcome::failed;
+    auto* alert = new QMessageBox(failed ? QMessageBox::Warning : QMessageBox::Information,
+                                  failed ? texts::updateCheckFailed : texts::upToDate,
+                                  failed ? detail : qt(texts::upToDateDetail(QUILLSTOW_VERSION)));
+    alert->setAttribute(Qt::WA_DeleteOnClose);
+    alert->open();
+}
+#endif
 
 void TrayApplication::listenForScreenLock() {
     // The screen saver starting or the screens going to sleep close the popover.
@@ -170,8 +245,12 @@ void TrayApplication::listenForNotificationClicks() {
 }
 
 void TrayApplication::onNotificationAction(uint serverId, const QString& action) {
-    if (action == "default" && application_.desktopNotifications().hasShown(serverId))
-        openPopover();
+    if (!application_.desktopNotifications().hasShown(serverId)) return;
+    if (action == "default") openPopover();
+#ifdef QUILLSTOW_UPDATE_CHECK
+    if (action == texts::openReleasePageKey && !releasePage_.isEmpty())
+        QDesktopServices::openUrl(QUrl(releasePage_));
+#endif
 }
 
 std::optional<QRect> TrayApplication::iconGeometry() const {
@@ -187,13 +266,16 @@ void TrayApplication::openPopover() {
 
 void TrayApplication::statusItemClicked() {
     if (!popover_) return;
-    if (about_ && about_->isVisible()) {
-        about_->hide();
-        return;
+    bool clearedAWindow = false;
+    for (QWidget* window : {about_.data(), welcome_.data(), restore_.data()}) {
+        if (window && window->isVisible()) {
+            window->hide();
+            clearedAWindow = true;
+        }
     }
     if (popover_->isShown())
         popover_->hide();
-    else
+    else if (!clearedAWindow)
         openPopover();
 }
 
@@ -203,38 +285,46 @@ void TrayApplication::showMenu() {
 }
 
 void TrayApplication::openAddBackup() {
-    if (popover_ && popover_->style() == PopoverController::Style::anchored) popover_->hide();
-    if (!addBackup_) {
+    showSingleton(addBackup_, [this] {
         StatusManager& manager = application_.statusManager();
-        addBackup_ = new AddBackupWindow(manager, manager.volumeMonitor());
+        auto* window = new AddBackupWindow(manager, manager.volumeMonitor());
         // A window serves one run of the flow.
-        addBackup_->setAttribute(Qt::WA_DeleteOnClose);
-    }
-    showSingleton(addBackup_, nullptr);
+        window->setAttribute(Qt::WA_DeleteOnClose);
+        return window;
+    });
 }
 
 void TrayApplication::openFiling() {
-    if (!filing_) {
+    showSingleton(filing_, [this] {
         if (!filingServices_) filingServices_ = std::make_unique<FilingServices>();
-        filing_ = new FilingWindow(filingServices_->makeModel());
-        filing_->setAttribute(Qt::WA_DeleteOnClose);
-    }
-    showSingleton(filing_, nullptr);
+        auto* window = new FilingWindow(filingServices_->makeModel());
+        // A window serves one run of the flow.
+        window->setAttribute(Qt::WA_DeleteOnClose);
+        return window;
+    });
 }
 
-void TrayApplication::showSingleton(QPointer<QWidget>& slot, QWidget* (*make)()) {
+void TrayApplication::showSingleton(QPointer<QWidget>& slot,
+                                    const std::function<QWidget*()>& make) {
     if (popover_ && popover_->style() == PopoverController::Style::anchored) popover_->hide();
     if (slot && slot->isVisible()) {
         slot->raise();
         slot->activateWindow();
         return;
     }
-    if (!slot && make) slot = make();
+    // A window closed or ordered out is kept until a new one of its kind takes its place.
+    if (slot) slot->deleteLater();
+    slot = make();
     if (!slot) return;
     if (const auto icon = iconGeometry()) {
         if (QScreen* screen = QGuiApplication::screenAt(icon->center()))
             slot->move(
                 placePopover(icon, QCursor::pos(), slot->size(), screen->availableGeometry()));
+    } else if (QScreen* screen = QGuiApplication::primaryScreen()) {
+        // Where the icon's place is unknown, the window stands in the middle of the screen.
+        QRect frame(QPoint(), slot->size());
+        frame.moveCenter(screen->availableGeometry().center());
+        slot->move(frame.topLeft());
     }
     slot->show();
     slot->raise();
@@ -242,11 +332,42 @@ void TrayApplication::showSingleton(QPointer<QWidget>& slot, QWidget* (*make)())
 }
 
 void TrayApplication::openAbout() {
-    showSingleton(about_, [] { return makeAboutWindow(QCoreApplication::applicationVersion()); });
+    showSingleton(about_, [] { return makeAboutWindow(QUILLSTOW_VERSION); });
 }
 
 void TrayApplication::openLearn() {
     showSingleton(learn_, [] { return makeLearnWindow(); });
+}
+
+void TrayApplication::openRestore(const Uuid& id) {
+    const auto pair = findPair(id);
+    if (!pair) return;
+    showSingleton(restore_, [&pair] { return new RestoreWindow(*pair); });
+}
+
+void TrayApplication::openRecovery(const Uuid& id) {
+    const auto pair = findPair(id);
+    if (!pair) return;
+    showSingleton(recovery_, [this, &pair] {
+        return new DeletedFilesWindow(*pair, application_.configStore().pairs());
+    });
+}
+
+void TrayApplication::openWelcome() {
+    showSingleton(welcome_, [this] {
+        StatusManager& manager = application_.statusManager();
+        return new WelcomeWindow(manager, manager.volumeMonitor());
+    });
+}
+
+void TrayApplication::openProfileSuggestion(const NotificationInfo& info) {
+    const auto suggestion = profileSuggestionOf(info);
+    if (!suggestion) return;
+    showSingleton(profileSuggestion_, [this, &suggestion] {
+        return new ProfileSuggestionWindow(*suggestion, [this, accepted = *suggestion] {
+            acceptSuggestion(application_.statusManager().configStore(), accepted);
+        });
+    });
 }
 
 std::optional<BackupPair> TrayApplication::findPair(const Uuid& id) const {
@@ -353,6 +474,11 @@ MenuActions TrayApplication::menuActions() {
         .togglePausePair = [&manager](const Uuid& id) { manager.togglePausePair(id); },
         .relinkPair = [this](const Uuid& id) { relinkFromMenu(id); },
         .revealInFileManager = [this](const Uuid& id) { revealInFileManager(id); },
+        .restorePair =
+            [this](const Uuid& id) {
+                application_.notificationCenter().post(showRestoreNotification, {{"object", id}});
+            },
+        .recoverDeletedFiles = [this](const Uuid& id) { openRecovery(id); },
         .removePair = [this](const Uuid& id) { removeFromMenu(id); },
         .addFolder = [this] { openAddBackup(); },
         .openPromote = [this] { openFiling(); },
@@ -372,8 +498,17 @@ MenuActions TrayApplication::menuActions() {
                 store.setAppConfig(config);
                 store.save();
             },
+#ifdef QUILLSTOW_UPDATE_CHECK
+        .toggleAutoUpdate =
+            [this] {
+                updater().setAutomaticallyChecksForUpdates(
+                    !updater().automaticallyChecksForUpdates());
+            },
+        .checkForUpdates = [this] { updater().checkForUpdates(); },
+#else
         .toggleAutoUpdate = nullptr,
         .checkForUpdates = nullptr,
+#endif
         .clearHistory =
             [&store] {
                 store.setEvents({});

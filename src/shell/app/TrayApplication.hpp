@@ -18,6 +18,9 @@
 #include "tray/MenuActions.hpp"
 #include "tray/PopoverController.hpp"
 #include "tray/TrayHostWatch.hpp"
+#ifdef QUILLSTOW_UPDATE_CHECK
+#include "app/UpdateService.hpp"
+#endif
 #include "viewmodels/ShellModel.hpp"
 
 namespace quillstow::shell {
@@ -35,16 +38,24 @@ class TrayApplication final : public QObject {
     ~TrayApplication() override;
 
     // Waits for the tray, then shows the icon, or the popover as a window when there is none.
+    // Until the first backup pair was set up, the welcome window follows 0.1 s later.
     void start();
     // Ends the observation and closes every window, before the program stops.
     void stop();
 
     void openPopover();
-    // A left click on the icon: clears the About window away first, else toggles the popover.
+    // A left click on the icon: orders out the visible About, welcome and restore windows
+    // first; only when none was visible does it toggle the popover.
     void statusItemClicked();
     void showMenu();
     void openAbout();
     void openLearn();
+    // The restore and recovery windows of a pair in the settings; an unknown id opens nothing.
+    void openRestore(const Uuid& id);
+    void openRecovery(const Uuid& id);
+    void openWelcome();
+    // The smart-setup offer of a request with all four keys right; anything else is ignored.
+    void openProfileSuggestion(const NotificationInfo& info);
 
     // The one place the add-backup window is opened from, by the popover's "+" and the menu's
     // "Add Backup…": one window at a time, brought forward when it is already open.
@@ -60,6 +71,14 @@ class TrayApplication final : public QObject {
     QWidget* aboutWindow() const { return about_; }
     QWidget* addBackupWindow() const { return addBackup_; }
     QWidget* filingWindow() const { return filing_; }
+    QWidget* restoreWindow() const { return restore_; }
+    QWidget* recoveryWindow() const { return recovery_; }
+    QWidget* welcomeWindow() const { return welcome_; }
+    QWidget* profileSuggestionWindow() const { return profileSuggestion_; }
+#ifdef QUILLSTOW_UPDATE_CHECK
+    // Made with the first menu, which tray hosts take at start-up.
+    UpdateService& updater();
+#endif
 
   private slots:
     // The server's ActionInvoked: a click on one of our notifications opens the popover.
@@ -74,7 +93,10 @@ class TrayApplication final : public QObject {
     void listenForNotificationClicks();
     void listenForScreenLock();
     std::optional<QRect> iconGeometry() const;
-    void showSingleton(QPointer<QWidget>& slot, QWidget* (*make)());
+    void observeRequests();
+    // The one rule of the small windows: one of a kind, a visible one brought forward as it
+    // is, a closed one replaced by a new one, placed under the icon where that is known.
+    void showSingleton(QPointer<QWidget>& slot, const std::function<QWidget*()>& make);
     std::optional<BackupPair> findPair(const Uuid& id) const;
     void relinkFromMenu(const Uuid& id);
     void relinkFromRow(const Uuid& id);
@@ -98,6 +120,19 @@ class TrayApplication final : public QObject {
     QPointer<QWidget> addBackup_;
     QPointer<QWidget> filing_;
     std::unique_ptr<FilingServices> filingServices_;  // made with the first filing window
+    QPointer<QWidget> welcome_;
+    QPointer<QWidget> restore_;
+    QPointer<QWidget> recovery_;
+    QPointer<QWidget> profileSuggestion_;
+    DelayedWork welcomeDue_;
+    std::vector<Subscription> requests_;
+#ifdef QUILLSTOW_UPDATE_CHECK
+    void remindOfRelease(const Release& release);
+    void reportUserCheck(UpdateService::Outcome outcome, const QString& detail);
+    GentleReminderDelegate reminderDelegate_;
+    std::unique_ptr<UpdateService> updater_;
+    QString releasePage_;
+#endif
     bool menuRebuildPending_ = false;
     const Logger log_{"app"};
 };

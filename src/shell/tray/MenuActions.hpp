@@ -22,6 +22,8 @@ struct MenuActions {
     PairAction togglePausePair;
     PairAction relinkPair;
     PairAction revealInFileManager;
+    PairAction restorePair;
+    PairAction recoverDeletedFiles;
     PairAction removePair;
     Action addFolder;
     Action openPromote;

@@ -45,6 +45,8 @@ void addPairMenu(QMenu& menu, const MenuPairItem& pair, const MenuActions& actio
             withId(actions.togglePausePair));
     addItem(*submenu, texts::changeDestination, withId(actions.relinkPair));
     addItem(*submenu, texts::showInFileManager, withId(actions.revealInFileManager));
+    addItem(*submenu, texts::restoreFiles, withId(actions.restorePair));
+    addItem(*submenu, texts::recoverDeletedFiles, withId(actions.recoverDeletedFiles));
     submenu->addSeparator();
     // Menus of tray hosts draw no colours; the destructive item says so in its name.
     addItem(*submenu, texts::removeThisBackup, withId(actions.removePair));

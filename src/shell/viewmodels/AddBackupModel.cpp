@@ -186,22 +186,29 @@ void AddBackupModel::pickSources(const std::vector<fs::path>& folders) {
     moveTo(Step::chooseDestination);
 }
 
-void AddBackupModel::dropItems(std::vector<fs::path> items) {
-    std::weak_ptr<int> alive = aliveToken_;
-    std::thread([this, alive, items = std::move(items)] {
+void readFoldersInBackground(std::vector<fs::path> items, std::weak_ptr<int> alive,
+                             std::function<void(std::vector<fs::path>)> onMain) {
+    std::thread([alive = std::move(alive), items = std::move(items),
+                 onMain = std::move(onMain)]() mutable {
         std::vector<fs::path> folders;
         for (const auto& item : items) {
             std::error_code error;
             if (fs::is_directory(item, error)) folders.push_back(item);
         }
-        // The hand-over runs on the main thread, where the model is known to be alive or gone.
+        // The hand-over runs on the main thread, where the owner is known to be alive or gone.
         QMetaObject::invokeMethod(
             QCoreApplication::instance(),
-            [this, alive, folders = std::move(folders)]() mutable {
-                if (alive.lock()) takeDroppedFolders(std::move(folders));
+            [alive, folders = std::move(folders), onMain = std::move(onMain)]() mutable {
+                if (alive.lock()) onMain(std::move(folders));
             },
             Qt::QueuedConnection);
     }).detach();
+}
+
+void AddBackupModel::dropItems(std::vector<fs::path> items) {
+    readFoldersInBackground(std::move(items), aliveToken_, [this](std::vector<fs::path> folders) {
+        takeDroppedFolders(std::move(folders));
+    });
 }
 
 void AddBackupModel::takeDroppedFolders(std::vector<fs::path> folders) {

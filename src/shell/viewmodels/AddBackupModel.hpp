@@ -115,6 +115,12 @@ std::optional<std::string> validationWarningOf(
 BackupPair newPairOf(const std::filesystem::path& source, const std::filesystem::path& destination,
                      const std::optional<std::filesystem::path>& offsite, Date now);
 
+// Keeps the items that are folders, read on a thread of its own (a folder on a slow share must
+// not freeze a window), and hands them to `onMain` on the main thread, unless `alive` has
+// gone by then.
+void readFoldersInBackground(std::vector<std::filesystem::path> items, std::weak_ptr<int> alive,
+                             std::function<void(std::vector<std::filesystem::path>)> onMain);
+
 class AddBackupModel : public QObject {
     Q_OBJECT
 

@@ -237,6 +237,14 @@ std::string versionLine(const std::string& version) {
     return "Version " + (version.empty() ? std::string("1.0") : version) + " (Beta)";
 }
 
+std::string updateAvailableTitle(const std::string& version) {
+    return "Quillstow " + version + " is available";
+}
+
+std::string upToDateDetail(const std::string& version) {
+    return "Quillstow " + version + " is the newest version available.";
+}
+
 const LearnTopic* learnTopics() {
     static constexpr LearnTopic topics[learnTopicCount] = {
         {"shield.checkered", "Safe Copies", "Your files are never half-written.",

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 
+#include "archive/RestoreTexts.hpp"
 #include "control/CopyRedundancy.hpp"
 #include "model/AppConfig.hpp"
 #include "model/BackupEvent.hpp"
@@ -68,6 +69,8 @@ inline constexpr const char* changeDestination = "Change Destination…";
 inline constexpr const char* showInFileManager = "Show in File Manager";
 inline constexpr const char* removeThisBackup = "Remove This Backup…";
 inline constexpr const char* restoreFiles = "Restore Files…";
+// The recovery window's own item, worded beside that window's texts.
+inline constexpr const char* recoverDeletedFiles = restoretext::recoveryMenuItem.data();
 inline constexpr const char* deletedPair = "(Deleted)";
 
 // Popover.
@@ -122,6 +125,19 @@ struct LearnTopic {
 };
 inline constexpr int learnTopicCount = 9;
 const LearnTopic* learnTopics();
+
+// The update reminder of a source build.
+inline constexpr const char* updateNotificationId = "quillstow-update";
+inline constexpr const char* openReleasePageKey = "open-release-page";
+inline constexpr const char* openReleasePage = "Open release page";
+// "Quillstow {version} is available".
+std::string updateAvailableTitle(const std::string& version);
+inline constexpr const char* updateAvailableBody =
+    "A newer version of Quillstow is out. Its release page says what changed and how to get it.";
+inline constexpr const char* upToDate = "You're up to date";
+// "Quillstow {version} is the newest version available."
+std::string upToDateDetail(const std::string& version);
+inline constexpr const char* updateCheckFailed = "Quillstow couldn't check for updates";
 
 // No system tray.
 inline constexpr const char* noTrayTitle = "Quillstow has no tray icon";

@@ -23,154 +23,14 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
-#include "shell/views/Labels.hpp"
+#include "shell/views/FlowWidgets.hpp"
 #include "support/Paths.hpp"
 
 namespace quillstow::shell {
 
 namespace fs = std::filesystem;
 namespace texts = AddBackupTexts;
-
-namespace {
-
-QString text(const std::string& words) {
-    return QString::fromStdString(words);
-}
-QString text(const char* words) {
-    return QString::fromUtf8(words);
-}
-QString shown(const fs::path& path) {
-    return QFile::decodeName(path.native().c_str());
-}
-fs::path pathOf(const QString& local) {
-    return fs::path(QFile::encodeName(local).toStdString());
-}
-
-// Our symbolic icon named after the symbol, else the desktop theme's, else Qt's own.
-QIcon symbol(const char* name, const char* themeName, QStyle::StandardPixmap standard) {
-    const QIcon own = QIcon::fromTheme(QString::fromUtf8(name) + "-symbolic");
-    if (!own.isNull()) return own;
-    return QIcon::fromTheme(themeName, QApplication::style()->standardIcon(standard));
-}
-
-QLabel* iconLabel(const QIcon& icon, int size) {
-    auto* label = new QLabel;
-    label->setPixmap(icon.pixmap(size, size));
-    label->setFixedSize(size, size);
-    return label;
-}
-
-// A frame that acts as a button: a click, Space or Enter activates it.
-class ActivatableFrame : public QFrame {
-  public:
-    explicit ActivatableFrame(std::function<void()> onActivate)
-        : onActivate_(std::move(onActivate)) {
-        setFocusPolicy(Qt::StrongFocus);
-        setCursor(Qt::PointingHandCursor);
-        setAttribute(Qt::WA_Hover);
-    }
-
-  protected:
-    void mouseReleaseEvent(QMouseEvent* event) override {
-        QFrame::mouseReleaseEvent(event);
-        if (rect().contains(event->position().toPoint())) onActivate_();
-    }
-    void keyPressEvent(QKeyEvent* event) override {
-        if (event->key() == Qt::Key_Space || event->key() == Qt::Key_Return ||
-            event->key() == Qt::Key_Enter) {
-            onActivate_();
-            return;
-        }
-        QFrame::keyPressEvent(event);
-    }
-
-  private:
-    std::function<void()> onActivate_;
-};
-
-// A row of a list to pick from: icon, a title, a detail under it, and an optional mark.
-class ClickableRow final : public ActivatableFrame {
-  public:
-    ClickableRow(const QIcon& icon, const QString& title, const QString& detail,
-                 std::function<void()> onSelect, const QIcon& mark = {})
-        : ActivatableFrame(std::move(onSelect)) {
-        setObjectName("row");
-        setAccessibleName(title);
-        auto* layout = new QHBoxLayout(this);
-        layout->setContentsMargins(6, 4, 6, 4);
-        layout->addWidget(iconLabel(icon, 20));
-        auto* words = new QVBoxLayout;
-        words->setSpacing(0);
-        words->addWidget(new ElidedLabel(title, Qt::ElideRight));
-        if (!detail.isEmpty()) words->addWidget(dimmed(new ElidedLabel(detail)));
-        layout->addLayout(words, 1);
-        if (!mark.isNull()) layout->addWidget(iconLabel(mark, 16));
-    }
-};
-
-// Takes folders dropped as file URLs; activated, it opens the folder dialog.
-class DropZone final : public ActivatableFrame {
-  public:
-    DropZone(std::function<void(std::vector<fs::path>)> onDrop, std::function<void()> onActivate)
-        : ActivatableFrame(std::move(onActivate)), onDrop_(std::move(onDrop)) {
-        setObjectName("dropZone");
-        setAcceptDrops(true);
-        setAccessibleName(texts::dropZoneName);
-        setAccessibleDescription(texts::dropZoneHint);
-        setMinimumHeight(104);
-        auto* layout = new QVBoxLayout(this);
-        auto* icon = iconLabel(symbol("folder.badge.plus", "folder-new", QStyle::SP_DirIcon), 32);
-        layout->addWidget(icon, 0, Qt::AlignHCenter);
-        auto* words = wrapped(text(texts::dropZone));
-        words->setAlignment(Qt::AlignCenter);
-        layout->addWidget(words);
-        setTargeted(false);
-    }
-
-  protected:
-    void dragEnterEvent(QDragEnterEvent* event) override {
-        if (!localFiles(event->mimeData()).empty()) {
-            event->acceptProposedAction();
-            setTargeted(true);
-        }
-    }
-    void dragLeaveEvent(QDragLeaveEvent*) override { setTargeted(false); }
-    void dropEvent(QDropEvent* event) override {
-        setTargeted(false);
-        auto files = localFiles(event->mimeData());
-        if (files.empty()) return;
-        event->acceptProposedAction();
-        onDrop_(std::move(files));
-    }
-
-  private:
-    static std::vector<fs::path> localFiles(const QMimeData* data) {
-        std::vector<fs::path> files;
-        if (!data || !data->hasUrls()) return files;
-        for (const QUrl& url : data->urls()) {
-            if (url.isLocalFile()) files.push_back(pathOf(url.toLocalFile()));
-        }
-        return files;
-    }
-    void setTargeted(bool targeted) {
-        setProperty("targeted", targeted);
-        style()->unpolish(this);
-        style()->polish(this);
-    }
-
-    std::function<void(std::vector<fs::path>)> onDrop_;
-};
-
-constexpr const char* sheetStyle = R"(
-QFrame#row { border-radius: 6px; }
-QFrame#row:hover, QFrame#row:focus { background: palette(midlight); }
-QFrame#dropZone { border: 2px dashed palette(mid); border-radius: 10px; }
-QFrame#dropZone:focus { border-color: palette(highlight); }
-QFrame#dropZone[targeted="true"] { border-color: palette(highlight); background: palette(alternate-base); }
-QFrame#summary { border-radius: 6px; background: palette(alternate-base); }
-)";
-
-}  // namespace
+using namespace flow;
 
 AddBackupWindow::AddBackupWindow(StatusManager& statusManager, VolumeMonitor& volumes,
                                  QWidget* parent)
@@ -259,41 +119,14 @@ void AddBackupWindow::refresh() {
     footer_->parentWidget()->setVisible(footer_->count() > 0);
 }
 
-namespace {
-
-QVBoxLayout* pageLayout(QWidget* page) {
-    auto* layout = new QVBoxLayout(page);
-    layout->setContentsMargins(12, 10, 12, 12);
-    layout->setSpacing(8);
-    return layout;
-}
-
-QLabel* question(const char* words) {
-    auto* label = wrapped(text(words), "question");
-    QFont font = label->font();
-    font.setBold(true);
-    label->setFont(font);
-    return label;
-}
-
-QWidget* iconLine(const QIcon& icon, QLabel* words) {
-    auto* line = new QWidget;
-    auto* layout = new QHBoxLayout(line);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(iconLabel(icon, 16), 0, Qt::AlignTop);
-    layout->addWidget(words, 1);
-    return line;
-}
-
-}  // namespace
-
 QWidget* AddBackupWindow::sourcePage() {
     auto* page = new QWidget;
     auto* layout = pageLayout(page);
     layout->addWidget(question(texts::sourceQuestion));
-    layout->addWidget(
-        new DropZone([this](std::vector<fs::path> items) { model_.dropItems(std::move(items)); },
-                     [this] { openSourcePanel(); }));
+    layout->addWidget(new DropZone(
+        {texts::dropZone, texts::dropZoneName, texts::dropZoneHint},
+        [this](std::vector<fs::path> items) { model_.dropItems(std::move(items)); },
+        [this] { openSourcePanel(); }));
     auto* choose = new QPushButton(text(texts::chooseFolder));
     choose->setObjectName("chooseFolder");
     connect(choose, &QPushButton::clicked, this, [this] { openSourcePanel(); });
@@ -301,7 +134,7 @@ QWidget* AddBackupWindow::sourcePage() {
     layout->addStretch(1);
     layout->addWidget(
         iconLine(symbol("lightbulb.fill", "dialog-information", QStyle::SP_MessageBoxInformation),
-                 dimmed(wrapped(text(texts::sourceTip), "tip"))));
+                 secondary(wrapped(text(texts::sourceTip), "tip"))));
     return page;
 }
 
@@ -309,7 +142,7 @@ QWidget* AddBackupWindow::destinationPage() {
     auto* page = new QWidget;
     auto* layout = pageLayout(page);
     layout->addWidget(question(texts::destinationQuestion));
-    layout->addWidget(dimmed(wrapped(text(texts::destinationExplanation))));
+    layout->addWidget(secondary(wrapped(text(texts::destinationExplanation))));
     const QIcon folder = symbol("folder", "folder", QStyle::SP_DirIcon);
     for (const auto& earlier : model_.earlierDestinations()) {
         layout->addWidget(new ClickableRow(folder, text(paths::lastPathComponent(earlier)),
@@ -327,7 +160,7 @@ QWidget* AddBackupWindow::destinationPage() {
             text(volume.kind + " · " + volume.freeSpace),
             [this, url = volume.url] { checkDestination(url); }, isSelected ? checkmark : QIcon()));
     }
-    if (volumes.empty()) layout->addWidget(dimmed(wrapped(text(texts::noVolumes), "noVolumes")));
+    if (volumes.empty()) layout->addWidget(secondary(wrapped(text(texts::noVolumes), "noVolumes")));
     auto* any = new ClickableRow(
         QIcon(), text(texts::chooseAnyFolder), {}, [this] { openDestinationPanel(); },
         symbol("chevron.right", "go-next", QStyle::SP_ArrowRight));
@@ -341,7 +174,7 @@ QWidget* AddBackupWindow::offsitePage() {
     auto* page = new QWidget;
     auto* layout = pageLayout(page);
     layout->addWidget(question(texts::offsiteQuestion));
-    layout->addWidget(dimmed(wrapped(text(texts::offsiteExplanation))));
+    layout->addWidget(secondary(wrapped(text(texts::offsiteExplanation))));
     const auto clouds = model_.cloudFolders();
     for (const auto& cloud : clouds) {
         const bool isICloud = cloud.provider == CloudSyncDetector::Provider::iCloud;
@@ -355,7 +188,7 @@ QWidget* AddBackupWindow::offsitePage() {
         auto* none = wrapped(text(texts::noCloudFolders), "noCloudFolders");
         layout->addWidget(iconLine(
             symbol("icloud.slash", "network-offline", QStyle::SP_MessageBoxInformation), none));
-        layout->addWidget(dimmed(wrapped(text(texts::anyOffsiteFolder))));
+        layout->addWidget(secondary(wrapped(text(texts::anyOffsiteFolder))));
     }
     layout->addWidget(new ClickableRow(
         QIcon(), text(texts::chooseAnyFolder), {}, [this] { openOffsitePanel(std::nullopt); },
@@ -379,21 +212,21 @@ QWidget* AddBackupWindow::confirmPage() {
         auto* rows = new QGridLayout(summary);
         rows->setContentsMargins(8, 6, 8, 6);
         rows->setColumnStretch(1, 1);
-        rows->addWidget(dimmed(new QLabel(text(texts::from))), 0, 0, Qt::AlignTop);
+        rows->addWidget(secondary(new QLabel(text(texts::from))), 0, 0, Qt::AlignTop);
         rows->addWidget(new ElidedLabel(text(paths::lastPathComponent(source)), Qt::ElideRight), 0,
                         1);
-        rows->addWidget(dimmed(new ElidedLabel(shown(source))), 1, 1);
+        rows->addWidget(secondary(new ElidedLabel(shown(source))), 1, 1);
         rows->addWidget(iconLabel(arrow, 16), 2, 0, Qt::AlignTop | Qt::AlignHCenter);
         rows->addWidget(
             new ElidedLabel(text(paths::lastPathComponent(destination)), Qt::ElideRight), 2, 1);
-        rows->addWidget(dimmed(new ElidedLabel(shown(destination))), 3, 1);
+        rows->addWidget(secondary(new ElidedLabel(shown(destination))), 3, 1);
         layout->addWidget(summary);
     }
     if (const auto& offsite = model_.offsite()) {
         layout->addWidget(iconLine(symbol("cloud.fill", "folder-cloud", QStyle::SP_DirIcon),
                                    wrapped(text(offsiteLineOf(*offsite)), "offsiteLine")));
     }
-    layout->addWidget(dimmed(wrapped(text(summaryOf(model_.sources().size())), "summaryLine")));
+    layout->addWidget(secondary(wrapped(text(summaryOf(model_.sources().size())), "summaryLine")));
     layout->addStretch(1);
     // Beside the button it blocks, in sight however many sources there are.
     addWarning(footer_);
@@ -416,50 +249,22 @@ void AddBackupWindow::addWarning(QVBoxLayout* layout) {
 }
 
 void AddBackupWindow::openSourcePanel() {
-    openFolderPanel(texts::sourcePanelPrompt, texts::sourcePanelMessage, std::nullopt, true,
+    openFolderPanel(this, texts::sourcePanelPrompt, texts::sourcePanelMessage, std::nullopt, true,
                     [this](const Paths& folders) { model_.pickSources(folders); });
 }
 
 void AddBackupWindow::openDestinationPanel() {
-    openFolderPanel(texts::destinationPanelPrompt, texts::destinationPanelMessage,
+    openFolderPanel(this, texts::destinationPanelPrompt, texts::destinationPanelMessage,
                     model_.destination(), false, [this](const Paths& folders) {
                         if (!folders.empty()) checkDestination(folders.front());
                     });
 }
 
 void AddBackupWindow::openOffsitePanel(const std::optional<fs::path>& startAt) {
-    openFolderPanel(texts::offsitePanelPrompt, texts::offsitePanelMessage, startAt, false,
+    openFolderPanel(this, texts::offsitePanelPrompt, texts::offsitePanelMessage, startAt, false,
                     [this](const Paths& folders) {
                         if (!folders.empty()) model_.pickOffsite(folders.front());
                     });
-}
-
-void AddBackupWindow::openFolderPanel(const char* prompt, const char* message,
-                                      const std::optional<fs::path>& startAt, bool several,
-                                      std::function<void(const Paths&)> onPicked) {
-    activateWindow();
-    // Qt uses the desktop's own dialog (the portal's, or the desktop toolkit's) where its
-    // platform theme has one, and its own otherwise.
-    auto* panel = new QFileDialog(this, text(message), startAt ? shown(*startAt) : QString());
-    panel->setObjectName("folderPanel");
-    panel->setAttribute(Qt::WA_DeleteOnClose);
-    panel->setFileMode(QFileDialog::Directory);
-    panel->setOption(QFileDialog::ShowDirsOnly);
-    panel->setLabelText(QFileDialog::Accept, text(prompt));
-    if (several) {
-        // Qt's own dialog picks one folder unless its views are told otherwise.
-        for (auto* view : panel->findChildren<QAbstractItemView*>()) {
-            view->setSelectionMode(QAbstractItemView::ExtendedSelection);
-        }
-    }
-    connect(panel, &QFileDialog::filesSelected, this,
-            [onPicked = std::move(onPicked)](const QStringList& files) {
-                Paths folders;
-                for (const auto& file : files)
-                    folders.push_back(pathOf(file));
-                onPicked(folders);
-            });
-    panel->open();
 }
 
 void AddBackupWindow::checkDestination(const fs::path& folder) {

@@ -56,9 +56,6 @@ class AddBackupWindow : public QWidget {
     void openSourcePanel();
     void openDestinationPanel();
     void openOffsitePanel(const std::optional<std::filesystem::path>& startAt);
-    void openFolderPanel(const char* prompt, const char* message,
-                         const std::optional<std::filesystem::path>& startAt, bool several,
-                         std::function<void(const Paths&)> onPicked);
     // The destination check: the cloud alert first, where the folder is synced.
     void checkDestination(const std::filesystem::path& folder);
 

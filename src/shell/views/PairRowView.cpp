@@ -198,6 +198,7 @@ void PairRowView::showContextMenu(const QPoint& at) {
     menu.addAction(texts::changeDestination, this, [this, id] { emit relinkRequested(id); });
     menu.addAction(texts::showInFileManager, this, [this, id] { emit revealRequested(id); });
     menu.addAction(texts::restoreFiles, this, [this, id] { emit restoreRequested(id); });
+    menu.addAction(texts::recoverDeletedFiles, this, [this, id] { emit recoverRequested(id); });
     menu.addSeparator();
     menu.addAction(QIcon::fromTheme("edit-delete"), texts::removeThisBackup, this,
                    [this, id] { emit removeRequested(id); });

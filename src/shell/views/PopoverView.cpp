@@ -129,6 +129,7 @@ PairRowView* PopoverView::makeRow(const PairRowState& state) {
     connect(row, &PairRowView::relinkRequested, this, &PopoverView::relinkRequested);
     connect(row, &PairRowView::revealRequested, this, &PopoverView::revealRequested);
     connect(row, &PairRowView::restoreRequested, this, &PopoverView::restoreRequested);
+    connect(row, &PairRowView::recoverRequested, this, &PopoverView::recoverRequested);
     connect(row, &PairRowView::removeRequested, this, &PopoverView::removeRequested);
     return row;
 }

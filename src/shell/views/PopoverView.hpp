@@ -40,6 +40,7 @@ class PopoverView final : public QWidget {
     void relinkRequested(const Uuid& id);
     void revealRequested(const Uuid& id);
     void restoreRequested(const Uuid& id);
+    void recoverRequested(const Uuid& id);
     void removeRequested(const Uuid& id);
 
   protected:

@@ -19,7 +19,8 @@
 #include <future>
 
 #include "../archive/ProjectFolders.hpp"
-#include "../copy/FaultyFileSystem.hpp"
+#include "copy/FaultyFileSystem.hpp"
+#include "support/ManualClocks.hpp"
 #include "PrivateMounts.hpp"
 #include "TestTree.hpp"
 #include "app/QtMainQueue.hpp"

@@ -151,6 +151,8 @@ void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
 
         welcome->mainButton()->click();
         QVERIFY(!welcome->isVisible());
+        // The settings are written on their own thread: wait for the disk.
+        second.application.configStore().flush();
         const auto config = configOf(settings.path());
         QVERIFY(config["appConfig"]["hasCompletedOnboarding"].get<bool>());
         QCOMPARE(config["pairs"].size(), 1u);

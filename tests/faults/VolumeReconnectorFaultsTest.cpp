@@ -59,6 +59,10 @@ TEST_F(VolumeReconnectorFaultsTest, AShareThatComesBackIsResumedAtTheNextTrigger
     wake.fire();
     h.queue.runPending();
     h.queue.advance(VolumeReconnector::attemptDelay);
+    // The probe answers from a task of its own: its answer must be in before the share comes
+    // back, or it would find the share that the next lines mount.
+    h.queue.runPending();
+    ASSERT_TRUE(h.queue.waitForPosted(10));
     h.settle();
     EXPECT_EQ(status(), Case::destinationUnreachable) << "the mount point alone is no share";
 

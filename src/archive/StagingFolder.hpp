@@ -6,11 +6,10 @@
 //
 // Removing a large copy takes long (tens of seconds for many gigabytes on some drives), and a
 // program that quits must not wait for it: once a stop has been asked for, removing goes on for
-// a quarter of a second more (and the file in hand, whose removal may take as long again), and
-// what is left stays hidden. The next filing into the same year
-// sweeps such leftovers before it copies. Every filing holds a shared lock on its year's folder
-// for its life, and a filing sweeps only what it listed while it held the lock alone, so no
-// filing ever sweeps another one's copy under way, in this process or another.
+// a quarter of a second more, with small files only, and what is left stays hidden. The next filing
+// into the same year sweeps such leftovers before it copies. Every filing holds a shared lock on
+// its year's folder for its life, and a filing sweeps only what it listed while it held the lock
+// alone, so no filing ever sweeps another one's copy under way, in this process or another.
 //
 // Used on the filing's task only.
 
@@ -30,8 +29,9 @@ namespace quillstow {
 using OnRemoved = std::function<void(const std::string& name)>;
 
 // Removes `item` with everything in it, entry by entry, never through a link. Once `stop` has
-// been asked for, it goes on for at most `graceSeconds` by `clock`. Answers whether all is gone;
-// entries that can't be removed stay, and so does the rest once time is up.
+// been asked for, it goes on for at most `graceSeconds` by `clock`, and passes over files of
+// 64 MiB and more. Answers whether all is gone; entries that can't be removed stay, and so does
+// the rest once time is up.
 bool removeWithinGrace(const std::filesystem::path& item, std::stop_token stop, const Clock& clock,
                        double graceSeconds, const OnRemoved& onRemoved = nullptr);
 

@@ -15,6 +15,7 @@
 #include "ProjectFolders.hpp"
 #include "TestTree.hpp"
 #include "archive/ProjectFiler.hpp"
+#include "archive/StagingFolder.hpp"
 #include "copy/FaultyFileSystem.hpp"
 #include "copy/StreamedCopy.hpp"
 #include "support/FileInfo.hpp"
@@ -243,6 +244,27 @@ TEST(ProjectFiler, ReportsFromInsideABigFileAndStopsThere) {
     EXPECT_FALSE(files::exists(plan.destination));
     EXPECT_TRUE(holdsOnlyHidden(f.archive() / "2024"));
     EXPECT_EQ(snapshotOf(project), before);
+}
+
+TEST(ProjectFiler, RemovesAStoppedCopysSmallFilesAndLeavesTheBigOnesForTheSweep) {
+    for (const bool stopped : {false, true}) {
+        TemporaryFolder root;
+        const auto copy = root / ".quillstowtmp-0123ABCD-Cut";
+        writeBigFile(copy / "3 Media/A001.mov");
+        writeFile(copy / "1 Documents/notes.txt", "notes");
+        writeFile(copy / "3 Media/B001.mov", std::string(1 << 20, 'b'));
+        std::stop_source stop;
+        if (stopped) stop.request_stop();
+        const ManualClock frozen;
+        std::vector<std::string> removed;
+        const bool gone = removeWithinGrace(copy, stop.get_token(), frozen, 0.25,
+                                            [&](const auto& name) { removed.push_back(name); });
+        EXPECT_EQ(gone, !stopped);
+        EXPECT_EQ(files::exists(copy / "3 Media/A001.mov"), stopped);
+        EXPECT_FALSE(files::exists(copy / "3 Media/B001.mov"));
+        EXPECT_FALSE(files::exists(copy / "1 Documents"));
+        EXPECT_EQ(removed.size(), stopped ? 2u : 3u);
+    }
 }
 
 TEST(ProjectFiler, NamesEachFileAsItWalksTheOriginalAndTheProof) {

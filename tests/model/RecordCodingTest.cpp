@@ -129,19 +129,6 @@ TEST(BackupPairCoding, OlderPairsReadAsStandardNotYetSuggested) {
     EXPECT_EQ(pair.createdAt, sys_days{2026y / March / 1} + 9h + 30min);
 }
 
-TEST(BackupPairCoding, WritesAbsentOptionalsAsNoKeyAtAll) {
-    BackupPair pair = backupPairFromJson(minimalPair());
-    const json::Value value = toJson(pair);
-    for (const char* key : {"sourceBookmark", "destinationBookmark", "lastBackupAt",
-                            "lastBackupFileCount", "lastBackupByteCount", "offsiteURL",
-                            "offsiteBookmark", "lastOffsiteAt", "lastOffsiteFileCount"}) {
-        EXPECT_FALSE(value.contains(key)) << key;
-    }
-    EXPECT_EQ(value.size(), 8u);
-    EXPECT_NE(json::write(value).find("\"sourceURL\": \"file:\\/\\/\\/home\\/ana\\/Projects\\/\""),
-              std::string::npos);
-}
-
 TEST(BackupPairCoding, RoundTripsEveryFieldAndLosesOnlyFractionsOfDates) {
     BackupPair pair;
     pair.id = Uuid::random();

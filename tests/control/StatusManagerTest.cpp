@@ -60,15 +60,6 @@ class StatusManagerTest : public ::testing::Test {
         return pair;
     }
 
-    // A pair whose destination is another drive than the harness's.
-    BackupPair pairOnDrive(const std::string& name, const std::string& drive) {
-        BackupPair pair = h.makePair(name);
-        pair.destinationURL = h.root / drive;
-        fs::create_directories(pair.destinationURL);
-        h.store->updatePair(pair);
-        return pair;
-    }
-
     void setAppConfig(BackupInterval interval) {
         AppConfig config = h.store->appConfig();
         config.backupInterval = interval;
@@ -287,7 +278,7 @@ TEST_F(StatusManagerTest, ARelinkWhoseBookmarkCannotBeMadeShowsAccessDenied) {
 TEST_F(StatusManagerTest, ADriveThatGoesAndComesBackStopsAndRestartsItsPairsOneAtATime) {
     const BackupPair one = h.makePair("One");
     const BackupPair two = h.makePair("Two");
-    const BackupPair elsewhere = pairOnDrive("Elsewhere", "drive 2");
+    const BackupPair elsewhere = h.makePair("Elsewhere", h.root / "drive 2");
     startManager();
     finishRuns();
 
@@ -339,7 +330,7 @@ TEST_F(StatusManagerTest, AMountLeavesAPairThatIsNotWaitingForItsDriveAlone) {
 TEST_F(StatusManagerTest, APairWhoseMirrorFolderIsAnothersIsRefusedOnAddAndRelink) {
     const BackupPair documents = h.makePair("Documents");
     writeFile(documents.sourceURL / "mine.txt", "mine");
-    const BackupPair photos = pairOnDrive("Photos", "other-drive");
+    const BackupPair photos = h.makePair("Photos", h.root / "other-drive");
     startManager();
     finishRuns();
 

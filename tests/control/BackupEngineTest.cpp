@@ -28,6 +28,13 @@ class BackupEngineTest : public ::testing::Test {
     bool runUntilStatus(BackupEngine& engine, Case kind) {
         return h.runUntil([&] { return engine.status().kind() == kind; });
     }
+    // A pair whose source holds `count` small files.
+    BackupPair pairWithFiles(int count) {
+        const BackupPair pair = h.makePair();
+        for (int i = 0; i < count; ++i)
+            writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
+        return pair;
+    }
 };
 
 TEST_F(BackupEngineTest, AStartedPairRunsAFirstPassRecordsItAndSettlesToIdleAfterFiveSeconds) {
@@ -218,9 +225,7 @@ INSTANTIATE_TEST_SUITE_P(Engine, EarlyEndTest, ::testing::ValuesIn(earlyEndCases
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(BackupEngineTest, AStopDuringThePassReturnsToIdleAndRecordsNothing) {
-    const BackupPair pair = h.makePair();
-    for (int i = 0; i < 20; ++i)
-        writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
+    const BackupPair pair = pairWithFiles(20);
     CopyGate& gate = h.holdAtCopy(5);
     auto engine = h.makeEngine(pair);
     StatusHistory history(*engine);
@@ -271,9 +276,7 @@ TEST(EngineTriggers, ACancelledTriggerThatWaitsEndsWithoutAPass) {
 }
 
 TEST_F(BackupEngineTest, AStatusSetAfterAStopIsNotOverwrittenByTheRunThatEnds) {
-    const BackupPair pair = h.makePair();
-    for (int i = 0; i < 20; ++i)
-        writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
+    const BackupPair pair = pairWithFiles(20);
     CopyGate& gate = h.holdAtCopy(3);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
@@ -286,9 +289,7 @@ TEST_F(BackupEngineTest, AStatusSetAfterAStopIsNotOverwrittenByTheRunThatEnds) {
 }
 
 TEST_F(BackupEngineTest, AJobThatOutrunsTheHourIsReportedAsTimedOut) {
-    const BackupPair pair = h.makePair();
-    for (int i = 0; i < 5; ++i)
-        writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
+    const BackupPair pair = pairWithFiles(5);
     CopyGate& gate = h.holdAtCopy(2);
     auto engine = h.makeEngine(pair);
     engine->start(pair);
@@ -349,9 +350,7 @@ TEST_F(BackupEngineTest, AProfileSuggestionIsPostedWithWhatThePassFound) {
 }
 
 TEST_F(BackupEngineTest, ProgressIsReportedAtMostEveryFiftyMilliseconds) {
-    const BackupPair pair = h.makePair();
-    for (int i = 0; i < 5; ++i)
-        writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
+    const BackupPair pair = pairWithFiles(5);
     auto engine = h.makeEngine(pair);
     StatusHistory history(*engine);
     engine->start(pair);
@@ -611,14 +610,6 @@ TEST(SourceChangedSinceCopy, JudgesByTheDatesBeyondTwoSeconds) {
     };
     for (const auto& test : cases)
         EXPECT_EQ(sourceChangedSinceCopy(test.source, test.copy), test.changed) << test.name;
-}
-
-TEST(MappedError, KeepsBackupErrorsAndWrapsEverythingElse) {
-    EXPECT_EQ(mappedError(BackupFailure(BackupError::timedOut())), BackupError::timedOut());
-    const FileOperationFailure refused(
-        {"/d", "validatePath", errors::quillstow(ErrorCode::rootFolder, "root")});
-    EXPECT_EQ(mappedError(refused), BackupError::watcherFailed("root"));
-    EXPECT_EQ(mappedError(std::runtime_error("odd")), BackupError::watcherFailed("odd"));
 }
 
 }  // namespace

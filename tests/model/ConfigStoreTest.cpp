@@ -336,6 +336,10 @@ TEST_F(ConfigStoreTest, AConfigThatCannotBeReadIsRecoveredAndNeverCostsTheBackup
             EXPECT_THAT(messages[0], StartsWith("Failed to load config.json: "));
             EXPECT_EQ(messages[1], "Recovered from config.json.backup");
         }
+        // A file that could be read but not decoded is replaced by the recovered settings.
+        if (fs::is_regular_file(fs::symlink_status(folder / "config.json"))) {
+            EXPECT_EQ(pairsIn("config.json"), std::vector<BackupPair>{rescued}) << "rewritten";
+        }
         store->addPair(pairNamed("Later"));
         EXPECT_EQ(pairsIn("config.json.backup"), std::vector<BackupPair>{rescued});
         for (int start = 2; start <= 3; ++start) {

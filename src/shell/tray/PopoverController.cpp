@@ -79,8 +79,9 @@ void PopoverController::onFocusWindowChanged(QWindow* focused) {
         hadFocus_ = true;
         return;
     }
-    // While one of its dialogs is open the focus is there, not gone.
-    if (QApplication::activeModalWidget()) return;
+    // While one of its dialogs is open the focus is there, not gone; the tray's menu, opened
+    // by a right click, shows in front of the popover, which stays.
+    if (QApplication::activeModalWidget() || QApplication::activePopupWidget()) return;
     if (hadFocus_) hide();
 }
 

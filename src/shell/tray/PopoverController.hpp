@@ -36,7 +36,7 @@ class PopoverController final : public QObject {
 
   public slots:
     // Hides an anchored popover once the focus, after being on it, went to another window
-    // that is not one of its own dialogs.
+    // that is not one of its own dialogs nor a menu of the program.
     void onFocusWindowChanged(QWindow* focused);
 
   private:

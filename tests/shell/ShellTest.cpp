@@ -779,6 +779,14 @@ void ShellTest::aRightClickKeepsThePopoverOpenAndAnotherWorkspaceClosesIt() {
     popover.onFocusWindowChanged(t.tray->menu().windowHandle());
     QVERIFY2(popover.isShown(), "the menu shows in front of the popover");
     t.tray->menu().close();
+    // A tray host draws the menu itself and takes the focus while it shows.
+    emit t.tray->menu().aboutToShow();
+    popover.onFocusWindowChanged(nullptr);
+    QVERIFY2(popover.isShown(), "the host's menu shows in front of the popover");
+    emit t.tray->menu().aboutToHide();
+    popover.onFocusWindowChanged(nullptr);
+    QVERIFY2(!popover.isShown(), "the menu closed and the focus went elsewhere");
+    t.tray->openPopover();
     emit t.tray->workspaceWatch().switched();
     QVERIFY(!popover.isShown());
     // As a window of its own (no tray, Wayland), it stays on its workspace.

@@ -179,6 +179,10 @@ else
     fail "a left click did not open the popover"
 fi
 
+# With the popover open, a right click shows the menu in front of it; the popover stays.
+xdotool mousemove "$iconX" "$iconY" click 1
+waitFor "window: popover" || fail "a left click did not open the popover again"
+sleep 0.3
 xdotool mousemove "$iconX" "$iconY" click 3
 # Over XEmbed the program shows its own menu; a StatusNotifierItem host draws the menu it was
 # given and asks for it to be brought up to date first.
@@ -201,6 +205,9 @@ else
 fi
 xdotool key Escape
 sleep 0.3
+grep -qF "window: popover" "$dump" || fail "the menu took the popover away"
+xdotool mousemove "$iconX" "$iconY" click 1
+waitGone "window: popover" || fail "a left click did not close the popover"
 
 # The filing window, from the menu's "File a Finished Project…": its first screen, then a
 # project picked and an archive chosen in the desktop's folder dialog, and the proven result.

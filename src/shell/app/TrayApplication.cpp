@@ -88,7 +88,13 @@ TrayApplication::TrayApplication(Application& application, int trayPatienceMs, Q
         });
     });
     connect(model_.get(), &ShellModel::overallStatusChanged, this, &TrayApplication::updateIcon);
-    connect(menu_.get(), &QMenu::aboutToShow, this, &TrayApplication::rebuildMenu);
+    connect(menu_.get(), &QMenu::aboutToShow, this, [this] {
+        rebuildMenu();
+        if (popover_) popover_->setMenuShowing(true);
+    });
+    connect(menu_.get(), &QMenu::aboutToHide, this, [this] {
+        if (popover_) popover_->setMenuShowing(false);
+    });
     connect(&workspaceWatch_, &WorkspaceWatch::switched, this,
             &TrayApplication::closeAnchoredPopover);
     connect(&hostWatch_, &TrayHostWatch::decided, this, [this](bool hasTray) {

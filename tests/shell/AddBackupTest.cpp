@@ -19,6 +19,7 @@
 #include "../control/EngineHarness.hpp"
 #include "environment/CloudSyncDetector.hpp"
 #include "shell/views/AddBackupWindow.hpp"
+#include "shell/views/FlowWidgets.hpp"
 
 namespace quillstow::shell {
 namespace {
@@ -140,6 +141,7 @@ class AddBackupTest : public QObject {
     void aRefusalAtTheCommitKeepsWhatIsLeftAndSaysWhy();
     void theSourceDialogTakesSeveralFolders();
     void volumeRowsAndEarlierDestinations();
+    void aVolumeRowShowsItsKindUnderItsNameAndItsFreeSpaceAtTheEnd();
     void screenshotsOfEachStepShowEveryTextWhole();
 };
 
@@ -418,6 +420,27 @@ void AddBackupTest::volumeRowsAndEarlierDestinations() {
     QCOMPARE(earlierDestinationsOf({onStick, inHome, again, onShare},
                                    {cases[0].volume, cases[1].volume}),
              (std::vector<fs::path>{"/home/ana/Backups", "/mnt/share/x"}));
+}
+
+void AddBackupTest::aVolumeRowShowsItsKindUnderItsNameAndItsFreeSpaceAtTheEnd() {
+    const VolumeRow volume =
+        volumeRowOf({"/media/ana/STICK", "STICK", 8'000'000'000, 1'300'000, false, true});
+    const auto qt = [](const std::string& text) { return QString::fromStdString(text); };
+    flow::ClickableRow row(
+        QIcon(), qt(volume.name), qt(volume.kind), [] {}, QIcon(), qt(volume.freeSpace));
+    row.resize(280, row.sizeHint().height());
+    row.show();
+    QCoreApplication::processEvents();
+    std::map<QString, QRect> placed;
+    for (auto* label : row.findChildren<QLabel*>())
+        placed[label->text()] = label->geometry();
+    QVERIFY(placed.contains("STICK") && placed.contains("External Drive"));
+    QCOMPARE(row.findChild<QLabel*>("aside")->text(), QString("1.3 MB free"));
+    const QRect name = placed["STICK"], kind = placed["External Drive"];
+    const QRect free = placed["1.3 MB free"];
+    QVERIFY2(kind.top() >= name.bottom(), "the kind stands under the name");
+    QVERIFY2(free.left() > std::max(name.right(), kind.right()), "the free space at the end");
+    QVERIFY(row.grab().save(QDir(QUILLSTOW_SCREENSHOTS).filePath("add-backup-volume-row.png")));
 }
 
 // Saves each step under build/screenshots/ and checks what a person would see first: no line

@@ -2,10 +2,11 @@
 # Looks at the tray application as a person would: Xvfb, a private session bus, xfce4-panel with
 # only its system tray (a StatusNotifierItem host and an XEmbed tray), and Quillstow with two
 # pairs. Clicks the icon (button 1: the popover, button 3: the menu), checks what shows through
-# the program's widget dump, and saves screenshots of the tray on a light and a dark panel, the
-# popover, the menu, the filing window from its first screen to a project filed, and each small
-# window (welcome, About, learn, smart setup, restore and recovery), opened through the
-# program's test commands.
+# the program's widget dump (the popover closing on a workspace switch and staying behind the
+# menu), and saves screenshots of the tray on a light and a dark panel, the popover, the menu
+# and a pair's submenu with its red "Remove This Backup…", the filing window from its first
+# screen to a project filed, and each small window (welcome, About, learn, smart setup, restore
+# and recovery), opened through the program's test commands.
 #
 # usage: look.sh QUILLSTOW SCREENSHOT-TOOL OUTPUT-FOLDER
 # Exit 0 when everything showed, 1 when something didn't, 77 (skipped) where it can't run.

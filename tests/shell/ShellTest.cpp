@@ -620,12 +620,12 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
 
     // The checks follow the settings; the update items exist only with the update check.
     buildMenu(menu, s.model->menu(), actions);
-    QVERIFY(findAction(menu, "Every 4 Hours")->isChecked());
-    QVERIFY(!findAction(menu, "Every Hour")->isChecked());
-    QVERIFY(findAction(menu, "Every Backup")->isChecked());
-    QVERIFY(!findAction(menu, "Errors Only")->isChecked());
-    QVERIFY(!findAction(menu, "Launch at Login")->isChecked());
-    QVERIFY(findAction(menu, "Trash Cleanup Reminders")->isChecked());
+    const std::pair<const char*, bool> checks[] = {
+        {"Every 4 Hours", true}, {"Every Hour", false},      {"Every Backup", true},
+        {"Errors Only", false},  {"Launch at Login", false}, {"Trash Cleanup Reminders", true},
+    };
+    for (const auto& [title, checked] : checks)
+        QVERIFY2(findAction(menu, title)->isChecked() == checked, title);
     QVERIFY(!findAction(menu, "Check for Updates Now"));
     QVERIFY(!findAction(menu, "No activity yet")->isEnabled());
     QVERIFY(!findAction(menu, "Clear History"));

@@ -19,13 +19,13 @@
 #include <future>
 
 #include "../archive/ProjectFolders.hpp"
+#include "copy/FaultyFileSystem.hpp"
+#include "support/ManualClocks.hpp"
 #include "PrivateMounts.hpp"
 #include "TestTree.hpp"
 #include "app/QtMainQueue.hpp"
-#include "copy/FaultyFileSystem.hpp"
 #include "platform/FreedesktopTrash.hpp"
 #include "support/Dates.hpp"
-#include "support/ManualClocks.hpp"
 #include "views/FilingWindow.hpp"
 
 namespace quillstow::shell {

@@ -46,6 +46,7 @@ class Application {
     StatusManager& statusManager() { return *statusManager_; }
     NotificationCenter& notificationCenter() { return notificationCenter_; }
     DesktopNotifications& desktopNotifications() { return notificationDelivery_; }
+    NotificationManager& notificationManager() { return *notificationManager_; }
 
   private:
     MainQueue& mainQueue_;

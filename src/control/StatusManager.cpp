@@ -22,8 +22,16 @@ std::optional<std::string> mirrorFolderConflict(const BackupPair& pair,
                                                 const std::vector<BackupPair>& pairs) {
     const fs::path root = paths::standardized(mirrorRootAt(pair.destinationURL));
     const fs::path folder = paths::appending(root, sanitizedFolderName(pair.name));
+    const fs::path source = paths::standardized(pair.sourceURL);
     for (const auto& other : pairs) {
         if (other.id == pair.id) continue;
+        // The same folder backed up twice to one place: both passes mirror the same files, and
+        // neither finds anything of the other's to archive.
+        if (!source.empty() && source == paths::standardized(other.sourceURL) &&
+            root == paths::standardized(mirrorRootAt(other.destinationURL)) &&
+            sanitizedFolderName(pair.name) == sanitizedFolderName(other.name)) {
+            continue;
+        }
         const fs::path otherRoot = paths::standardized(mirrorRootAt(other.destinationURL));
         const fs::path otherFolder = paths::appending(otherRoot, sanitizedFolderName(other.name));
         if (root == otherRoot && foldedCase(sanitizedFolderName(pair.name)) ==

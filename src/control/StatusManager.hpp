@@ -99,7 +99,8 @@ class StatusManager {
 
 // Why `pair` can't stand beside `pairs`: its mirror folder is another pair's, or lies inside
 // another's or around it, so that the passes of both would archive each other's files. The
-// names are compared without case, since FAT and exFAT drives fold it. Nothing when it can.
+// names are compared without case, since FAT and exFAT drives fold it. Nothing when it can,
+// and nothing for the same source under the same name: a folder added twice.
 std::optional<std::string> mirrorFolderConflict(const BackupPair& pair,
                                                 const std::vector<BackupPair>& pairs);
 

@@ -277,7 +277,6 @@ TEST_F(BackupQueueTest, TheLimitOfAFinishedJobNeverStrikesTheNext) {
 }
 
 TEST_F(BackupQueueTest, ACancelAfterTheLimitHasTheLastWord) {
-    testing::LogCapture log;
     auto& stubborn = held("A", true);
     auto& outcome = submit(pairA, stubborn);
     ASSERT_TRUE(stubborn.waitUntilStarted());

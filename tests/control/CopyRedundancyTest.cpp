@@ -65,14 +65,5 @@ TEST_F(CopyRedundancyTest, ASourceOnAnUnpluggedDriveIsNotTakenForGone) {
         << "nothing mounted: nothing can be said";
 }
 
-TEST_F(CopyRedundancyTest, EveryPairHasAVerdict) {
-    EXPECT_TRUE(verdicts({}).empty());
-    makeFolder(root / "a");
-    makeFolder(root / "b");
-    const auto all =
-        verdicts({pair(root / "a", "/x"), pair(root / "b", "/y"), pair(root / "a", "/z")});
-    EXPECT_EQ(all.size(), 3u);
-}
-
 }  // namespace
 }  // namespace quillstow

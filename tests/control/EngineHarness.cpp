@@ -65,12 +65,13 @@ void EngineHarness::settle() {
     queue.runPending();
 }
 
-BackupPair EngineHarness::makePair(const std::string& name) {
+BackupPair EngineHarness::makePair(const std::string& name,
+                                   const std::filesystem::path& destination) {
     BackupPair pair;
     pair.id = Uuid::random();
     pair.name = name;
     pair.sourceURL = root / ("source-" + name);
-    pair.destinationURL = root / "drive";
+    pair.destinationURL = destination.empty() ? root / "drive" : destination;
     pair.createdAt = referenceDate();
     std::filesystem::create_directories(pair.sourceURL);
     std::filesystem::create_directories(pair.destinationURL);

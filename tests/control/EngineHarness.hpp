@@ -93,8 +93,10 @@ class EngineHarness {
     EngineHarness();
     ~EngineHarness();
 
-    // A pair of `source` into `destination`, both below the harness's folder, made on disk.
-    BackupPair makePair(const std::string& name = "Work");
+    // A pair of a source below the harness's folder into `destination` (by default the
+    // harness's "drive"), both made on disk and the pair stored.
+    BackupPair makePair(const std::string& name = "Work",
+                        const std::filesystem::path& destination = {});
     std::shared_ptr<BackupEngine> makeEngine(const BackupPair& pair, bool withQueue = true);
 
     // Runs main-thread work until the condition holds, waiting for background tasks.

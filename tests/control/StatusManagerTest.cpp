@@ -60,15 +60,6 @@ class StatusManagerTest : public ::testing::Test {
         return pair;
     }
 
-    // A pair whose destination is another drive than the harness's.
-    BackupPair pairOnDrive(const std::string& name, const std::string& drive) {
-        BackupPair pair = h.makePair(name);
-        pair.destinationURL = h.root / drive;
-        fs::create_directories(pair.destinationURL);
-        h.store->updatePair(pair);
-        return pair;
-    }
-
     void setAppConfig(BackupInterval interval) {
         AppConfig config = h.store->appConfig();
         config.backupInterval = interval;
@@ -87,40 +78,36 @@ TEST_F(StatusManagerTest, TheOneStatusTakesTheMostUrgentCaseAndTheLineCountsPair
     const auto second = disabledPair("Two").id;
     startManager();
     ASSERT_EQ(manager->engines().size(), 2u);
-    const auto show = [&](BackupStatus one, BackupStatus two) {
-        engine(first).setStatus(one);
-        engine(second).setStatus(two);
+    const BackupStatus timedOut = BackupStatus::error(BackupError::timedOut());
+    const BackupStatus away = BackupStatus::destinationUnreachable();
+    const std::string busy = "Backup in progress…";
+    const struct {
+        const char* name;
+        BackupStatus one, two, overall;
+        std::string line;
+    } rows[] = {
+        {"an error before a pass", timedOut, BackupStatus::syncing(0.5, "a"), timedOut,
+         "1 of 2 pair(s) need attention"},
+        {"every pair away", away, away, away, "2 of 2 pair(s) need attention"},
+        {"the furthest pass", BackupStatus::syncing(0.2, "a"), BackupStatus::syncing(0.7, "b"),
+         BackupStatus::syncing(0.7, "b"), busy},
+        {"a scan before the queue", BackupStatus::queued(), BackupStatus::scanning(),
+         BackupStatus::scanning(), busy},
+        {"the queue before a completion", BackupStatus::queued(), BackupStatus::completed(3, 1),
+         BackupStatus::queued(), busy},
+        {"the larger completion", BackupStatus::completed(3, 1), BackupStatus::completed(30, 2),
+         BackupStatus::completed(30, 2), "Backed up 30 files in 2 seconds"},
+        {"a pause before idle", BackupStatus::paused(), BackupStatus::idle(),
+         BackupStatus::paused(), "Paused"},
+        {"all idle", BackupStatus::idle(), BackupStatus::idle(), BackupStatus::idle(),
+         "Up to date"},
     };
-
-    show(BackupStatus::error(BackupError::timedOut()), BackupStatus::syncing(0.5, "a"));
-    EXPECT_EQ(manager->overallStatus(), BackupStatus::error(BackupError::timedOut()));
-    EXPECT_EQ(manager->statusText(), "1 of 2 pair(s) need attention");
-
-    show(BackupStatus::destinationUnreachable(), BackupStatus::destinationUnreachable());
-    EXPECT_EQ(manager->overallStatus(), BackupStatus::destinationUnreachable());
-    EXPECT_EQ(manager->statusText(), "2 of 2 pair(s) need attention");
-
-    show(BackupStatus::syncing(0.2, "a"), BackupStatus::syncing(0.7, "b"));
-    EXPECT_EQ(manager->overallStatus(), BackupStatus::syncing(0.7, "b"));
-    EXPECT_EQ(manager->statusText(), "Backup in progress…");
-
-    show(BackupStatus::queued(), BackupStatus::scanning());
-    EXPECT_EQ(manager->overallStatus(), BackupStatus::scanning());
-    EXPECT_EQ(manager->statusText(), "Backup in progress…");
-
-    show(BackupStatus::queued(), BackupStatus::completed(3, 1));
-    EXPECT_EQ(manager->overallStatus(), BackupStatus::queued());
-
-    show(BackupStatus::completed(3, 1), BackupStatus::completed(30, 2));
-    EXPECT_EQ(manager->overallStatus(), BackupStatus::completed(30, 2));
-    EXPECT_EQ(manager->statusText(), "Backed up 30 files in 2 seconds");
-
-    show(BackupStatus::paused(), BackupStatus::idle());
-    EXPECT_EQ(manager->overallStatus(), BackupStatus::paused());
-    EXPECT_EQ(manager->statusText(), "Paused");
-
-    show(BackupStatus::idle(), BackupStatus::idle());
-    EXPECT_EQ(manager->statusText(), "Up to date");
+    for (const auto& row : rows) {
+        engine(first).setStatus(row.one);
+        engine(second).setStatus(row.two);
+        EXPECT_EQ(manager->overallStatus(), row.overall) << row.name;
+        EXPECT_EQ(manager->statusText(), row.line) << row.name;
+    }
 }
 
 TEST_F(StatusManagerTest, EveryPairStartsAtLaunchAndADisabledOneStaysPaused) {
@@ -291,7 +278,7 @@ TEST_F(StatusManagerTest, ARelinkWhoseBookmarkCannotBeMadeShowsAccessDenied) {
 TEST_F(StatusManagerTest, ADriveThatGoesAndComesBackStopsAndRestartsItsPairsOneAtATime) {
     const BackupPair one = h.makePair("One");
     const BackupPair two = h.makePair("Two");
-    const BackupPair elsewhere = pairOnDrive("Elsewhere", "drive 2");
+    const BackupPair elsewhere = h.makePair("Elsewhere", h.root / "drive 2");
     startManager();
     finishRuns();
 
@@ -343,7 +330,7 @@ TEST_F(StatusManagerTest, AMountLeavesAPairThatIsNotWaitingForItsDriveAlone) {
 TEST_F(StatusManagerTest, APairWhoseMirrorFolderIsAnothersIsRefusedOnAddAndRelink) {
     const BackupPair documents = h.makePair("Documents");
     writeFile(documents.sourceURL / "mine.txt", "mine");
-    const BackupPair photos = pairOnDrive("Photos", "other-drive");
+    const BackupPair photos = h.makePair("Photos", h.root / "other-drive");
     startManager();
     finishRuns();
 

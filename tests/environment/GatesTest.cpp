@@ -75,62 +75,49 @@ TEST(Sleeper, AStopRequestCutsThePauseShort) {
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5));
 }
 
-TEST(PowerGate, ABatteryUnderThirtyPercentPausesOnlyOffAC) {
-    FakePower power;
-    power.setBattery(29, 100, "Battery Power");
-    EXPECT_EQ(powerPauseReason(power), "Battery at 29% — will resume when plugged in.");
-    power.setBattery(29, 100, "AC Power");
-    EXPECT_FALSE(powerPauseReason(power));
-    power.setBattery(30, 100, "Battery Power");
-    EXPECT_FALSE(powerPauseReason(power));
-    power.setBattery(299, 1000, "Battery Power");  // 29.9 reads 29
-    EXPECT_EQ(batteryPercent(power), 29);
-    EXPECT_TRUE(powerPauseReason(power));
-}
-
-TEST(PowerGate, HeatComesBeforePowerSavingWhichComesBeforeTheBattery) {
-    FakePower power;
-    power.setBattery(10, 100, "Battery Power");
-    power.setLowPower(true);
-    power.setHeat(ThermalState::serious);
-    EXPECT_EQ(powerPauseReason(power),
-              "Your computer is running hot — will resume when it cools down.");
-    power.setHeat(ThermalState::critical);
-    EXPECT_EQ(powerPauseReason(power),
-              "Your computer is running hot — will resume when it cools down.");
-    power.setHeat(ThermalState::fair);
-    EXPECT_EQ(powerPauseReason(power),
-              "Power saver mode is on — will resume when disabled or plugged in.");
-    power.setLowPower(false);
-    EXPECT_EQ(powerPauseReason(power), "Battery at 10% — will resume when plugged in.");
-}
-
-TEST(PowerGate, PowerSavingPausesOnACToo) {
-    FakePower power;
-    power.setBattery(100, 100, "AC Power");
-    power.setLowPower(true);
-    EXPECT_TRUE(powerPauseReason(power));
-}
-
-TEST(PowerGate, EveryDoubtResolvesTowardsRunning) {
-    FakePower power;
-    EXPECT_FALSE(batteryPercent(power)) << "a desktop has no battery";
-    EXPECT_TRUE(isOnACPower(power));
-    EXPECT_FALSE(powerPauseReason(power));
-
-    power.setBattery(5, 0, "Battery Power");
-    EXPECT_FALSE(batteryPercent(power)) << "no division by a zero maximum";
-    EXPECT_FALSE(powerPauseReason(power));
-
-    power.setBattery(BatteryDescription{5, std::nullopt, "Battery Power"});
-    EXPECT_FALSE(powerPauseReason(power));
-
-    power.setBattery(5, 100, nullptr);
-    EXPECT_TRUE(isOnACPower(power)) << "no state reads as AC power";
-    EXPECT_FALSE(powerPauseReason(power));
-
-    power.setBattery(5, 100, "Charging");
-    EXPECT_FALSE(isOnACPower(power)) << "only the exact words mean AC";
+// Each row: the readings, and why the pass pauses (nothing: it runs). Every doubt runs.
+TEST(PowerGate, PausesForHeatThenPowerSavingThenALowBatteryOffAC) {
+    const std::string hot = "Your computer is running hot — will resume when it cools down.";
+    const std::string saver = "Power saver mode is on — will resume when disabled or plugged in.";
+    const struct {
+        const char* name;
+        std::optional<BatteryDescription> battery;
+        bool lowPower;
+        ThermalState heat;
+        std::optional<std::string> reason;
+    } rows[] = {
+        {"a battery under thirty percent", BatteryDescription{29, 100, "Battery Power"}, false,
+         ThermalState::nominal, "Battery at 29% — will resume when plugged in."},
+        {"29.9 percent reads 29", BatteryDescription{299, 1000, "Battery Power"}, false,
+         ThermalState::nominal, "Battery at 29% — will resume when plugged in."},
+        {"the same battery on AC", BatteryDescription{29, 100, "AC Power"}, false,
+         ThermalState::nominal, std::nullopt},
+        {"exactly thirty percent", BatteryDescription{30, 100, "Battery Power"}, false,
+         ThermalState::nominal, std::nullopt},
+        {"serious heat before all", BatteryDescription{10, 100, "Battery Power"}, true,
+         ThermalState::serious, hot},
+        {"critical heat", std::nullopt, false, ThermalState::critical, hot},
+        {"fair heat is none; power saving next", BatteryDescription{10, 100, "Battery Power"}, true,
+         ThermalState::fair, saver},
+        {"power saving on AC too", BatteryDescription{100, 100, "AC Power"}, true,
+         ThermalState::nominal, saver},
+        {"a desktop has no battery", std::nullopt, false, ThermalState::nominal, std::nullopt},
+        {"a zero maximum", BatteryDescription{5, 0, "Battery Power"}, false, ThermalState::nominal,
+         std::nullopt},
+        {"no maximum", BatteryDescription{5, std::nullopt, "Battery Power"}, false,
+         ThermalState::nominal, std::nullopt},
+        {"no power source reads as AC", BatteryDescription{5, 100, std::nullopt}, false,
+         ThermalState::nominal, std::nullopt},
+        {"only the exact words mean AC", BatteryDescription{5, 100, "Charging"}, false,
+         ThermalState::nominal, "Battery at 5% — will resume when plugged in."},
+    };
+    for (const auto& row : rows) {
+        FakePower power;
+        power.setBattery(row.battery);
+        power.setLowPower(row.lowPower);
+        power.setHeat(row.heat);
+        EXPECT_EQ(powerPauseReason(power), row.reason) << row.name;
+    }
 }
 
 }  // namespace

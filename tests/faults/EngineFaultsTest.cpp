@@ -22,14 +22,6 @@ class EngineFaultsTest : public ::testing::Test {
 
     EngineHarness h;
 
-    // A pair whose destination is the top of a fresh drive.
-    BackupPair pairOnDrive(TmpfsMount& drive) {
-        BackupPair pair = h.makePair();
-        pair.destinationURL = drive.path();
-        h.store->updatePair(pair);
-        return pair;
-    }
-
     static void writeSparse(const fs::path& path, std::uintmax_t size) {
         writeFile(path, "");
         fs::resize_file(path, size);
@@ -65,10 +57,11 @@ TEST_F(EngineFaultsTest, TheRoomBeforeAPass) {
         SCOPED_TRACE(test.name);
         EngineHarness h;
         TmpfsMount drive(h.root / "drive", test.driveBytes);
-        BackupPair pair = h.makePair();
-        pair.destinationURL = drive.path();
-        if (test.sourceOnTheDrive) pair.sourceURL = drive.path() / "Projects";
-        h.store->updatePair(pair);
+        BackupPair pair = h.makePair("Work", drive.path());
+        if (test.sourceOnTheDrive) {
+            pair.sourceURL = drive.path() / "Projects";
+            h.store->updatePair(pair);
+        }
         if (test.sourceBytes > 0) writeSparse(pair.sourceURL / "big.bin", test.sourceBytes);
         const fs::path stale = drive.path() / "Quillstow/Work/.quillstowtmp-0BADF00D-film.mov";
         if (test.staleTemporaryBytes > 0) {
@@ -101,7 +94,7 @@ TEST_F(EngineFaultsTest, TheRoomBeforeAPass) {
 
 TEST_F(EngineFaultsTest, ADrivePulledMidPassIsAnAbortThatKeepsTheBackupsSafe) {
     auto drive = std::make_unique<TmpfsMount>(h.root / "drive", 600ull << 20);
-    const BackupPair pair = pairOnDrive(*drive);
+    const BackupPair pair = h.makePair("Work", drive->path());
     for (int i = 0; i < 40; ++i)
         writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
     CopyGate& gate = h.holdAtCopy(15);
@@ -132,7 +125,7 @@ TEST_F(EngineFaultsTest, ADrivePulledOnceThePassHasCopiedIsReportedAsTheDriveGon
     const std::vector<std::string> roots{(h.root / "media").native() + "/"};
     h.volumes.judgeByMounts(roots);
     auto drive = std::make_unique<TmpfsMount>(h.root / "media/Drive", 600ull << 20);
-    BackupPair pair = pairOnDrive(*drive);
+    BackupPair pair = h.makePair("Work", drive->path());
     for (int i = 0; i < 20; ++i)
         writeFile(pair.sourceURL / ("f" + std::to_string(i)), "data");
     h.whenTheCopyingIsDone([&] { drive->unmount(); });

@@ -75,29 +75,30 @@ class OffsiteRoomTest : public VerifyFaultsTest {
     }
 };
 
-TEST_F(OffsiteRoomTest, RoomForTheCopyAndTheMarginExactlyIsEnough) {
-    writeFile(backup / "a.bin", std::string(1 << 19, 'a'));
-    writeFile(backup / "b.bin", std::string(1 << 19, 'b'));
-    const auto drive = cloudDrive();
-    const OffsiteSyncResult result = sync(drive->path() / "Quillstow/Work");
-    EXPECT_TRUE(result.errors.empty());
-    EXPECT_EQ(result.copiedFiles, 2);
-}
-
-TEST_F(OffsiteRoomTest, OneByteLessIsRefusedBeforeAnythingIsCopied) {
-    writeFile(backup / "a.bin", std::string(1 << 19, 'a'));
-    writeFile(backup / "b.bin", std::string((1 << 19) + 1, 'b'));
-    const auto drive = cloudDrive();
-    const OffsiteSyncResult result = sync(drive->path() / "Quillstow/Work");
-    EXPECT_EQ(result.copiedFiles, 0);
-    EXPECT_FALSE(result.abortedDueToFolderLoss);
-    ASSERT_EQ(result.errors.size(), 1u);
-    EXPECT_EQ(result.errors[0].operation, "offsiteDiskSpaceCheck");
-    EXPECT_EQ(result.errors[0].underlying,
-              errors::quillstow(ErrorCode::offsiteRoomShort,
-                                "Not enough room in the offsite folder. Need ~1 MB, only ~501 MB "
-                                "free. Free up space in your cloud folder and try again."));
-    EXPECT_TRUE(filesBelow(drive->path()).empty());
+// Two files of half a mebibyte each, or one byte more, on a drive of the margin and a mebibyte.
+TEST_F(OffsiteRoomTest, RoomForTheCopyAndTheMarginExactlyIsEnoughAndOneByteLessIsRefused) {
+    for (const std::size_t extra : {0, 1}) {
+        SCOPED_TRACE(extra ? "one byte too many" : "exactly enough");
+        writeFile(backup / "a.bin", std::string(1 << 19, 'a'));
+        writeFile(backup / "b.bin", std::string((1 << 19) + extra, 'b'));
+        const auto drive = cloudDrive();
+        const OffsiteSyncResult result = sync(drive->path() / "Quillstow/Work");
+        if (extra == 0) {
+            EXPECT_TRUE(result.errors.empty());
+            EXPECT_EQ(result.copiedFiles, 2);
+            continue;
+        }
+        EXPECT_EQ(result.copiedFiles, 0);
+        EXPECT_FALSE(result.abortedDueToFolderLoss);
+        ASSERT_EQ(result.errors.size(), 1u);
+        EXPECT_EQ(result.errors[0].operation, "offsiteDiskSpaceCheck");
+        EXPECT_EQ(result.errors[0].underlying,
+                  errors::quillstow(ErrorCode::offsiteRoomShort,
+                                    "Not enough room in the offsite folder. Need ~1 MB, only "
+                                    "~501 MB free. Free up space in your cloud folder and try "
+                                    "again."));
+        EXPECT_TRUE(filesBelow(drive->path()).empty());
+    }
 }
 
 TEST_F(OffsiteRoomTest, NothingToCopyNeedsNoRoomAtAll) {

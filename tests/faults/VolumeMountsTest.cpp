@@ -61,9 +61,7 @@ TEST_F(VolumeMountsTest, ADrivePulledAfterTheTriggerLookedAtItGetsNothingWritten
     EngineHarness h;
     h.volumes.judgeByMounts(roots);
     auto drive = std::make_unique<TmpfsMount>(mountPoint, 600ull << 20);
-    BackupPair onDrive = h.makePair("OnDrive");
-    onDrive.destinationURL = mountPoint;
-    h.store->updatePair(onDrive);
+    const BackupPair onDrive = h.makePair("OnDrive", mountPoint);
     writeFile(onDrive.sourceURL / "notes.txt", "notes");
     // Another pair's pass holds the queue while the drive's pair waits behind it.
     const BackupPair first = h.makePair("First");
@@ -185,10 +183,7 @@ TEST_F(VolumeMountsTest, APairFollowsItsDriveOutAndBackIn) {
     h.volumes.judgeByMounts(roots);
     // Large enough for the 500 MiB a pass wants free; a tmpfs takes memory only for its files.
     auto drive = std::make_unique<TmpfsMount>(mountPoint, 600ull << 20);
-    makeFolder(mountPoint / "Backups");
-    BackupPair pair = h.makePair();
-    pair.destinationURL = mountPoint / "Backups";
-    h.store->updatePair(pair);
+    const BackupPair pair = h.makePair("Work", mountPoint / "Backups");
     writeFile(pair.sourceURL / "notes.txt", "notes");
 
     StatusManager manager(h.store, *h.services, h.queue, h.notifier);

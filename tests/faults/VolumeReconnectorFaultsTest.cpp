@@ -39,10 +39,7 @@ TEST_F(VolumeReconnectorFaultsTest, AShareThatComesBackIsResumedAtTheNextTrigger
     FakeTrigger wake;
     h.services->reconnectTriggers.wake = &wake;
     auto share = std::make_unique<TmpfsMount>(mountPoint, 600ull << 20);
-    makeFolder(mountPoint / "Backups");
-    BackupPair pair = h.makePair();
-    pair.destinationURL = mountPoint / "Backups";
-    h.store->updatePair(pair);
+    const BackupPair pair = h.makePair("Work", mountPoint / "Backups");
     writeFile(pair.sourceURL / "notes.txt", "notes");
 
     StatusManager manager(h.store, *h.services, h.queue, h.notifier);

@@ -8,8 +8,6 @@
 #include "LogCapture.hpp"
 #include "TestTree.hpp"
 #include "model/BookmarkManager.hpp"
-#include "model/ConfigStore.hpp"
-#include "support/VirtualMainQueue.hpp"
 
 namespace quillstow {
 namespace {
@@ -40,12 +38,55 @@ TEST(Bookmarks, TheSameFolderResolvesWithoutNewBytes) {
         BookmarkManager::resolveBookmark(data, (root / "Projects/").native(), true).newBytes);
 }
 
-TEST(Bookmarks, AFolderRenamedWhileClosedIsStaleAndNeverFollowed) {
-    TemporaryFolder root;
-    makeFolder(root / "Projects");
-    const auto data = BookmarkManager::bookmarkData(root / "Projects", true);
-    fs::rename(root / "Projects", root / "Projects (old)");
-    EXPECT_EQ(raisedCase(data, root / "Projects", true), BackupError::Case::bookmarkStale);
+// A record that no longer leads to the folder the pair names is stale: never followed elsewhere.
+TEST(Bookmarks, ARecordThatNoLongerLeadsToItsFolderIsStale) {
+    const auto recordOfA = [](const fs::path& root) {
+        return BookmarkManager::bookmarkData(root / "A", true);
+    };
+    const auto text = [](std::string text) {
+        return [text](const fs::path&) { return base64::Bytes(text.begin(), text.end()); };
+    };
+    const struct {
+        const char* name;
+        std::function<base64::Bytes(const fs::path&)> record;
+        std::function<void(const fs::path&)> change;
+        const char* pairFolder;
+    } cases[] = {
+        {"renamed while closed", recordOfA,
+         [](const fs::path& root) { fs::rename(root / "A", root / "A (old)"); }, "A"},
+        // The pair names B, the record A: the record may not lead the pair to another folder.
+        {"the record of another folder", recordOfA,
+         [](const fs::path& root) {
+             fs::remove(root / "A");
+             makeFolder(root / "A");
+         },
+         "B"},
+        {"a file where the folder was", recordOfA,
+         [](const fs::path& root) {
+             fs::remove(root / "A");
+             writeFile(root / "A", "a file now");
+         },
+         "A"},
+        {"empty", text(""), nullptr, "A"},
+        {"not JSON", text("not json"), nullptr, "A"},
+        {"no fields", text("{}"), nullptr, "A"},
+        {"a newer version", text(R"({"version": 2, "path": "/"})"), nullptr, "A"},
+        {"a relative path",
+         text(
+             R"({"version": 1, "path": "relative", "volume": "", "belowMount": "", "inode": 1, "birth": 0, "readOnly": true})"),
+         nullptr, "A"},
+        {"a path that is not text", text(R"({"version": 1, "path": 7})"), nullptr, "A"},
+    };
+    for (const auto& test : cases) {
+        TemporaryFolder root;
+        makeFolder(root / "A");
+        makeFolder(root / "B");
+        const base64::Bytes record = test.record(root.path());
+        if (test.change) test.change(root.path());
+        EXPECT_EQ(raisedCase(record, root / test.pairFolder, true),
+                  BackupError::Case::bookmarkStale)
+            << test.name;
+    }
 }
 
 TEST(Bookmarks, AnotherFolderAtTheSamePathIsRefreshedInPlace) {
@@ -63,69 +104,6 @@ TEST(Bookmarks, AnotherFolderAtTheSamePathIsRefreshedInPlace) {
     EXPECT_NE(*resolved.newBytes, data);
     EXPECT_FALSE(
         BookmarkManager::resolveBookmark(*resolved.newBytes, root / "Drive", false).newBytes);
-}
-
-TEST(Bookmarks, ARefreshedBookmarkReachesTheSettingsFile) {
-    TemporaryFolder root;
-    makeFolder(root / "Drive");
-    ManualClock clock;
-    VirtualMainQueue queue(clock);
-    InMemoryUserDefaults defaults;
-    ConfigStore store(root / "settings", queue, defaults);
-    BackupPair pair;
-    pair.id = Uuid::random();
-    pair.name = "Work";
-    pair.sourceURL = root / "Work";
-    pair.destinationURL = root / "Drive";
-    pair.destinationBookmark = BookmarkManager::bookmarkData(root / "Drive", false);
-    store.addPair(pair);
-
-    fs::remove(root / "Drive");
-    makeFolder(root / "placeholder");
-    makeFolder(root / "Drive");
-    const auto resolved =
-        BookmarkManager::resolveBookmark(*pair.destinationBookmark, pair.destinationURL, false);
-    ASSERT_TRUE(resolved.newBytes);
-    pair.destinationBookmark = resolved.newBytes;
-    store.updatePair(pair);
-    store.flush();
-
-    const auto written = configFileFromJson(json::read(readFile(root / "settings/config.json")));
-    EXPECT_EQ(written.pairs[0].destinationBookmark, resolved.newBytes);
-}
-
-TEST(Bookmarks, ARecordThatFollowedElsewhereIsStale) {
-    TemporaryFolder root;
-    makeFolder(root / "A");
-    makeFolder(root / "B");
-    const auto data = BookmarkManager::bookmarkData(root / "A", true);
-    fs::remove(root / "A");
-    makeFolder(root / "A");
-    // The pair names B, the record A: the record may not lead the pair to another folder.
-    EXPECT_EQ(raisedCase(data, root / "B", true), BackupError::Case::bookmarkStale);
-}
-
-TEST(Bookmarks, DamagedRecordsAreStale) {
-    TemporaryFolder root;
-    makeFolder(root / "A");
-    for (
-        const std::string text :
-        {"", "not json", "{}", R"({"version": 2, "path": "/"})",
-         R"({"version": 1, "path": "relative", "volume": "", "belowMount": "", "inode": 1, "birth": 0, "readOnly": true})",
-         R"({"version": 1, "path": 7})"}) {
-        EXPECT_EQ(raisedCase(base64::Bytes(text.begin(), text.end()), root / "A", true),
-                  BackupError::Case::bookmarkStale)
-            << text;
-    }
-}
-
-TEST(Bookmarks, AFileWhereTheFolderWasIsStale) {
-    TemporaryFolder root;
-    makeFolder(root / "A");
-    const auto data = BookmarkManager::bookmarkData(root / "A", true);
-    fs::remove(root / "A");
-    writeFile(root / "A", "a file now");
-    EXPECT_EQ(raisedCase(data, root / "A", true), BackupError::Case::bookmarkStale);
 }
 
 TEST(Bookmarks, AnUnreadableFolderIsDenied) {
@@ -160,11 +138,6 @@ TEST(Bookmarks, NewPairsGetTheirBookmarksOrALogLineInTheFlowsWords) {
     EXPECT_EQ(messages[1], "Could not create offsite bookmark: No such file or directory");
     EXPECT_EQ(messages[2],
               "Could not create destination bookmark for <private>: No such file or directory");
-}
-
-TEST(BookmarkError, NamesThePath) {
-    EXPECT_EQ((BookmarkError{"/media/ana/Drive"}).errorDescription(),
-              "Access denied for security-scoped resource at /media/ana/Drive.");
 }
 
 }  // namespace

@@ -19,6 +19,7 @@
 #include "../control/EngineHarness.hpp"
 #include "environment/CloudSyncDetector.hpp"
 #include "shell/views/AddBackupWindow.hpp"
+#include "shell/views/FlowWidgets.hpp"
 
 namespace quillstow::shell {
 namespace {
@@ -37,9 +38,7 @@ QString shown(const fs::path& path) {
 struct Sheet {
     Sheet()
         : manager(h.store, *h.services, h.queue, h.notifier),
-          window(
-              manager, manager.volumeMonitor(),
-              {home(), {(h.root / "media").native() + "/"}, [this] { return h.wallClock.now(); }}) {
+          window(manager, manager.volumeMonitor(), {home(), [this] { return h.wallClock.now(); }}) {
         window.show();
         QCoreApplication::processEvents();
     }
@@ -142,49 +141,64 @@ class AddBackupTest : public QObject {
     void aRefusalAtTheCommitKeepsWhatIsLeftAndSaysWhy();
     void theSourceDialogTakesSeveralFolders();
     void volumeRowsAndEarlierDestinations();
+    void aVolumeRowShowsItsKindUnderItsNameAndItsFreeSpaceAtTheEnd();
     void screenshotsOfEachStepShowEveryTextWhole();
 };
 
 void AddBackupTest::refusesEachUnsafeDestinationWithItsWords_data() {
+    QTest::addColumn<QString>("source");       // below the test's folder
     QTest::addColumn<QString>("destination");  // below the test's folder, unless absolute
-    QTest::addColumn<QString>("words");        // none: accepted
-    QTest::newRow("the source itself") << "home/Pictures"
+    QTest::addColumn<QString>("words");        // none: accepted, and the pair is added
+    const QString pictures = "home/Pictures";
+    QTest::newRow("the source itself") << pictures << "home/Pictures"
                                        << "The destination can't be inside \"Pictures\".";
-    QTest::newRow("inside the source") << "home/Pictures/Backups"
+    QTest::newRow("inside the source") << pictures << "home/Pictures/Backups"
                                        << "The destination can't be inside \"Pictures\".";
-    QTest::newRow("above the source") << "home"
+    QTest::newRow("above the source") << pictures << "home"
                                       << "\"Pictures\" can't be inside the destination.";
-    QTest::newRow("the root") << "/"
+    QTest::newRow("the root") << pictures << "/"
                               << "\"Pictures\" can't be inside the destination.";
     QTest::newRow("a system folder")
-        << "/usr/share"
+        << pictures << "/usr/share"
         << "Destination is a protected system folder. Choose a different destination.";
-    QTest::newRow("a drive that isn't there") << "media/Photos"
-                                              << "The backup drive isn't connected.";
-    // Picked from the row of the earlier destination, as the others are from the dialog.
-    QTest::newRow("another pair's mirror")
-        << "drive"
+    // Picked from the rows of the earlier destinations, as the others are from the dialog.
+    QTest::newRow("another source into another pair's mirror")
+        << pictures << "drive"
         << "\"Pictures\" already backs up into this folder. Choose another destination or name.";
-    QTest::newRow("a neighbour whose name begins alike") << "home/Pictures2"
+    QTest::newRow("the same folder again: a second pair") << "elsewhere/Pictures"
+                                                          << "drive"
+                                                          << "";
+    QTest::newRow("an earlier drive that isn't plugged in") << pictures << "media/Missing Drive"
+                                                            << "";
+    QTest::newRow("a neighbour whose name begins alike") << pictures << "home/Pictures2"
                                                          << "";
-    QTest::newRow("the drive beside another pair's") << "other-drive"
+    QTest::newRow("the drive beside another pair's") << pictures << "other-drive"
                                                      << "";
 }
 
 void AddBackupTest::refusesEachUnsafeDestinationWithItsWords() {
+    QFETCH(QString, source);
     QFETCH(QString, destination);
     QFETCH(QString, words);
     Sheet sheet;
-    // A pair already mirrors a folder named so into the test's drive.
-    sheet.h.makePair("Pictures");
-    const fs::path source = sheet.home() / "Pictures";
+    // One pair already mirrors a folder named so into the test's drive; another goes to a
+    // drive that isn't plugged in.
+    const fs::path missingDrive = sheet.h.root / "media/Missing Drive";
+    for (const auto& [from, to] :
+         {std::pair{sheet.h.root / "elsewhere/Pictures", sheet.h.root / "drive"},
+          std::pair{sheet.h.root / "elsewhere/Music", missingDrive}}) {
+        makeFolder(from);
+        sheet.h.store->addPair(newPairOf(from, to, std::nullopt, {}));
+    }
+    makeFolder(sheet.h.root / "drive");
+    const fs::path dropped = sheet.h.root / source.toStdString();
     const fs::path chosen = destination.startsWith('/') ? fs::path(destination.toStdString())
                                                         : sheet.h.root / destination.toStdString();
-    makeFolder(source);
-    if (!destination.startsWith('/')) makeFolder(chosen);
+    makeFolder(dropped);
+    if (!destination.startsWith('/') && chosen != missingDrive) makeFolder(chosen);
     const auto pairsBefore = sheet.h.store->pairs().size();
 
-    QVERIFY(sheet.drop({source}));
+    QVERIFY(sheet.drop({dropped}));
     if (QWidget* earlier = sheet.row(QString::fromStdString(chosen.filename().native()))) {
         sheet.click(earlier);
     } else {
@@ -194,6 +208,10 @@ void AddBackupTest::refusesEachUnsafeDestinationWithItsWords() {
     if (words.isEmpty()) {
         QCOMPARE(sheet.model().step(), Step::chooseOffsite);
         QVERIFY(!sheet.model().validationWarning());
+        sheet.clickButton("skipOffsite");
+        sheet.clickButton("addButton");
+        QCOMPARE(sheet.h.store->pairs().size(), pairsBefore + 1);
+        QCOMPARE(sheet.h.store->pairs().back().sourceURL, dropped);
         return;
     }
     QCOMPARE(sheet.model().step(), Step::chooseDestination);
@@ -203,7 +221,7 @@ void AddBackupTest::refusesEachUnsafeDestinationWithItsWords() {
     sheet.clickButton("headerButton");
     QCOMPARE(sheet.model().step(), Step::chooseSource);
     QVERIFY(!sheet.model().destination() && !sheet.model().validationWarning());
-    QCOMPARE(sheet.model().sources(), std::vector<fs::path>{source});
+    QCOMPARE(sheet.model().sources(), std::vector<fs::path>{dropped});
 }
 
 void AddBackupTest::twoDroppedFoldersAddTwoPairs() {
@@ -402,6 +420,27 @@ void AddBackupTest::volumeRowsAndEarlierDestinations() {
     QCOMPARE(earlierDestinationsOf({onStick, inHome, again, onShare},
                                    {cases[0].volume, cases[1].volume}),
              (std::vector<fs::path>{"/home/ana/Backups", "/mnt/share/x"}));
+}
+
+void AddBackupTest::aVolumeRowShowsItsKindUnderItsNameAndItsFreeSpaceAtTheEnd() {
+    const VolumeRow volume =
+        volumeRowOf({"/media/ana/STICK", "STICK", 8'000'000'000, 1'300'000, false, true});
+    const auto qt = [](const std::string& text) { return QString::fromStdString(text); };
+    flow::ClickableRow row(
+        QIcon(), qt(volume.name), qt(volume.kind), [] {}, QIcon(), qt(volume.freeSpace));
+    row.resize(280, row.sizeHint().height());
+    row.show();
+    QCoreApplication::processEvents();
+    std::map<QString, QRect> placed;
+    for (auto* label : row.findChildren<QLabel*>())
+        placed[label->text()] = label->geometry();
+    QVERIFY(placed.contains("STICK") && placed.contains("External Drive"));
+    QCOMPARE(row.findChild<QLabel*>("aside")->text(), QString("1.3 MB free"));
+    const QRect name = placed["STICK"], kind = placed["External Drive"];
+    const QRect free = placed["1.3 MB free"];
+    QVERIFY2(kind.top() >= name.bottom(), "the kind stands under the name");
+    QVERIFY2(free.left() > std::max(name.right(), kind.right()), "the free space at the end");
+    QVERIFY(row.grab().save(QDir(QUILLSTOW_SCREENSHOTS).filePath("add-backup-volume-row.png")));
 }
 
 // Saves each step under build/screenshots/ and checks what a person would see first: no line

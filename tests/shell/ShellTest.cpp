@@ -2,7 +2,11 @@
 // click rule with the About window open, the popover's rows following a real engine in virtual
 // time, Pause All and Resume All, the menu's items and marks, and where the popover goes.
 
+#include <xcb/xcb.h>
+
 #include <QApplication>
+#include <QDBusConnection>
+#include <QFileDialog>
 #include <QMenu>
 #include <QPushButton>
 #include <QToolButton>
@@ -11,14 +15,18 @@
 #include <fstream>
 
 #include "../control/EngineHarness.hpp"
+#include "PrivateBus.hpp"
 #include "Screenshots.hpp"
 #include "TestTree.hpp"
 #include "app/DesktopServices.hpp"
 #include "app/QtMainQueue.hpp"
+#include "app/SingleInstance.hpp"
 #include "app/TrayApplication.hpp"
 #include "shell/viewmodels/AddBackupModel.hpp"
 #include "tray/PopoverPlacement.hpp"
 #include "tray/StatusMenuBuilder.hpp"
+#include "tray/WorkspaceWatch.hpp"
+#include "viewmodels/ProfileSuggestion.hpp"
 #include "viewmodels/ShellModel.hpp"
 #include "viewmodels/Texts.hpp"
 #include "views/FilingWindow.hpp"
@@ -48,6 +56,20 @@ QAction* findAction(QMenu& menu, const QString& title) {
     return nullptr;
 }
 
+// Whether most of an icon's coloured pixels are red: the mark of a destructive item.
+bool isMostlyRed(const QIcon& icon) {
+    const QImage image = icon.pixmap(16, 16).toImage();
+    int red = 0, other = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor colour = image.pixelColor(x, y);
+            if (colour.alpha() < 128 || colour.saturation() < 80) continue;
+            (colour.hue() < 20 || colour.hue() > 340 ? red : other)++;
+        }
+    }
+    return red > 10 && red > 4 * other;
+}
+
 // A status manager over real folders in virtual time, and the shell's model over it.
 struct ShellHarness {
     testing::EngineHarness h;
@@ -75,8 +97,10 @@ class ShellTest : public QObject {
   private slots:
     void placesThePopover_data();
     void placesThePopover();
-    void everyStatusHasItsIconAndTooltip_data();
-    void everyStatusHasItsIconAndTooltip();
+    void eachStatusShowsItsIconMarkAndRow_data();
+    void eachStatusShowsItsIconMarkAndRow();
+    void timeAgoLadders_data();
+    void timeAgoLadders();
     void aClickWithTheAboutWindowOpenOnlyClosesIt();
     void theMenuOpensOneFilingWindowWithAFreshFlowEachTime();
     void aRestoreRequestOpensTheWindowOfThatPairOnly();
@@ -87,6 +111,13 @@ class ShellTest : public QObject {
     void theEmptyStateAsksForAFirstFolder();
     void everyMenuItemCallsItsActionAndTheMarksFollowTheState();
     void theMenuListsTheFiveNewestEventsAndSaysWhenAPairIsGone();
+    void onlyTheRowsRelinkDialogCanCreateFolders();
+    void theRowsMenuRedoesTheSmartSetupAndMarksRemoveInRed();
+    void aRightClickKeepsThePopoverOpenAndAnotherWorkspaceClosesIt();
+    void aWorkspaceSwitchIsAChangeOfTheCurrentDesktop();
+    void onlyNotificationsComingOnAskForPermission();
+    void aSecondStartActivatesTheFirstOverTheLocalSocket();
+    void aSecondStartActivatesTheFirstOverTheSessionBus();
 };
 
 void ShellTest::placesThePopover_data() {
@@ -123,44 +154,129 @@ void ShellTest::placesThePopover() {
     QCOMPARE(placePopover(anchor, cursor, QSize(300, 360), available), expected);
 }
 
-void ShellTest::everyStatusHasItsIconAndTooltip_data() {
-    QTest::addColumn<int>("status");
+// The status of one pair as the tray, the menu and the popover row show it.
+void ShellTest::eachStatusShowsItsIconMarkAndRow_data() {
+    QTest::addColumn<QString>("status");
+    QTest::addColumn<int>("lastBackupAgo");  // seconds; -1: never backed up
     QTest::addColumn<QString>("icon");
-    QTest::newRow("idle") << int(Case::idle) << "externaldrive.badge.checkmark-symbolic";
-    QTest::newRow("paused") << int(Case::paused) << "externaldrive.badge.minus-symbolic";
-    QTest::newRow("unreachable") << int(Case::destinationUnreachable)
-                                 << "externaldrive.trianglebadge.exclamationmark-symbolic";
-    QTest::newRow("error") << int(Case::error) << "externaldrive.badge.exclamationmark-symbolic";
-    QTest::newRow("queued") << int(Case::queued) << "arrow.triangle.2.circlepath-symbolic";
-    QTest::newRow("syncing") << int(Case::syncing) << "arrow.triangle.2.circlepath-symbolic";
+    QTest::addColumn<QString>("mark");
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<bool>("offersDetail");
+    QTest::addColumn<bool>("working");
+    const QString done = "externaldrive.badge.checkmark-symbolic";
+    const QString busy = "arrow.triangle.2.circlepath-symbolic";
+    QTest::newRow("idle, never backed up") << "idle" << -1 << done << "●"
+                                           << "Up to date" << false << false;
+    QTest::newRow("idle, an hour ago") << "idle" << 3600 << done << "●"
+                                       << "✓ 1h ago" << false << false;
+    QTest::newRow("completed, no date yet") << "completed" << -1 << done << "●"
+                                            << "✓ Done" << false << false;
+    QTest::newRow("completed a minute ago") << "completed" << 60 << done << "●"
+                                            << "✓ 1m ago" << false << false;
+    QTest::newRow("syncing at 0.999") << "syncing" << -1 << busy << "↑"
+                                      << "↑ 99%" << false << true;
+    QTest::newRow("scanning") << "scanning" << -1 << busy << "↑"
+                              << "Scanning…" << false << true;
+    QTest::newRow("queued") << "queued" << -1 << busy << "◷"
+                            << "Queued" << false << true;
+    QTest::newRow("error") << "error" << -1 << "externaldrive.badge.exclamationmark-symbolic"
+                           << "⚠"
+                           << "⚠ Error" << true << false;
+    QTest::newRow("unreachable") << "unreachable" << -1
+                                 << "externaldrive.trianglebadge.exclamationmark-symbolic"
+                                 << "⚠"
+                                 << "Reconnecting…" << true << false;
+    QTest::newRow("paused") << "paused" << -1 << "externaldrive.badge.minus-symbolic"
+                            << "○"
+                            << "Paused" << false << false;
 }
 
-void ShellTest::everyStatusHasItsIconAndTooltip() {
-    QFETCH(int, status);
+void ShellTest::eachStatusShowsItsIconMarkAndRow() {
+    QFETCH(QString, status);
+    QFETCH(int, lastBackupAgo);
     QFETCH(QString, icon);
+    QFETCH(QString, mark);
+    QFETCH(QString, row);
+    QFETCH(bool, offersDetail);
+    QFETCH(bool, working);
     ShellHarness s;
     BackupPair pair = s.h.makePair("Work");
     pair.isEnabled = false;  // stays paused: the test sets the status
+    if (lastBackupAgo >= 0)
+        pair.lastBackupAt = s.h.wallClock.now() - std::chrono::seconds(lastBackupAgo);
     s.h.store->updatePair(pair);
     s.start();
     QSignalSpy iconChanges(s.model.get(), &ShellModel::overallStatusChanged);
-    const std::map<Case, BackupStatus> statuses{
-        {Case::idle, BackupStatus::idle()},
-        {Case::paused, BackupStatus::paused()},
-        {Case::destinationUnreachable, BackupStatus::destinationUnreachable()},
-        {Case::error, BackupStatus::error(BackupError::timedOut())},
-        {Case::queued, BackupStatus::queued()},
-        {Case::syncing, BackupStatus::syncing(0.5, "a.txt")},
+    const std::map<QString, BackupStatus> statuses{
+        {"idle", BackupStatus::idle()},
+        {"completed", BackupStatus::completed(3, 1.5)},
+        {"syncing", BackupStatus::syncing(0.999, "a.txt")},
+        {"scanning", BackupStatus::scanning()},
+        {"queued", BackupStatus::queued()},
+        {"error", BackupStatus::error(BackupError::timedOut())},
+        {"unreachable", BackupStatus::destinationUnreachable()},
+        {"paused", BackupStatus::paused()},
     };
-    s.engine(pair.id).setStatus(statuses.at(Case(status)));
+    s.engine(pair.id).setStatus(statuses.at(status));
     QCOMPARE(qt(s.model->iconName()), icon);
     QCOMPARE(s.model->tooltip(), s.manager->statusText());
-    QVERIFY(!s.model->tooltip().empty());
     QVERIFY(!themedSymbolIcon(s.model->iconName()).pixmap(22, 22).isNull());
+    QCOMPARE(qt(s.model->menu().pairs.at(0).title), mark + "  Work");
+    const PairRowState shown = s.model->popover().rows.at(0);
+    QCOMPARE(qt(shown.statusText), row);
+    QCOMPARE(shown.offersErrorDetail, offersDetail);
+    QCOMPARE(shown.isWorking, working);
     // The icon is set again only when the one status really changes.
-    QCOMPARE(iconChanges.count(), Case(status) == Case::paused ? 0 : 1);
-    s.engine(pair.id).setStatus(statuses.at(Case(status)));
-    QCOMPARE(iconChanges.count(), Case(status) == Case::paused ? 0 : 1);
+    const int changes = status == "paused" ? 0 : 1;
+    QCOMPARE(iconChanges.count(), changes);
+    s.engine(pair.id).setStatus(statuses.at(status));
+    QCOMPARE(iconChanges.count(), changes);
+}
+
+void ShellTest::timeAgoLadders_data() {
+    QTest::addColumn<double>("seconds");
+    QTest::addColumn<QString>("shortText");
+    QTest::addColumn<QString>("abbreviated");
+    constexpr double day = 86400;
+    QTest::newRow("now") << 0.0 << "Just now"
+                         << "0 sec. ago";
+    QTest::newRow("59 seconds") << 59.0 << "Just now"
+                                << "59 sec. ago";
+    QTest::newRow("60 seconds") << 60.0 << "1m ago"
+                                << "1 min. ago";
+    QTest::newRow("just under an hour") << 3599.9 << "59m ago"
+                                        << "59 min. ago";
+    QTest::newRow("an hour") << 3600.0 << "1h ago"
+                             << "1 hr. ago";
+    QTest::newRow("just under a day") << day - 1 << "23h ago"
+                                      << "23 hr. ago";
+    QTest::newRow("a day") << day << "1d ago"
+                           << "1 day ago";
+    QTest::newRow("two days") << 2 * day << "2d ago"
+                              << "2 days ago";
+    QTest::newRow("just under a week") << 7 * day - 1 << "6d ago"
+                                       << "6 days ago";
+    QTest::newRow("a week") << 7 * day << "7d ago"
+                            << "1 wk. ago";
+    QTest::newRow("30 days: still weeks") << 30 * day << "30d ago"
+                                          << "4 wk. ago";
+    QTest::newRow("31 days: a month") << 31 * day << "31d ago"
+                                      << "1 mo. ago";
+    QTest::newRow("a day short of a year") << 364 * day << "364d ago"
+                                           << "11 mo. ago";
+    QTest::newRow("a year") << 365 * day << "365d ago"
+                            << "1 yr. ago";
+    QTest::newRow("three years") << 3 * 365 * day << "1095d ago"
+                                 << "3 yr. ago";
+}
+
+void ShellTest::timeAgoLadders() {
+    QFETCH(double, seconds);
+    QFETCH(QString, shortText);
+    QFETCH(QString, abbreviated);
+    QCOMPARE(qt(texts::shortTimeAgo(seconds)), shortText);
+    QCOMPARE(qt(texts::lastBackupLine(seconds)), "Last backup: " + shortText);
+    QCOMPARE(qt(texts::abbreviatedTimeAgo(seconds)), abbreviated);
 }
 
 void ShellTest::aClickWithTheAboutWindowOpenOnlyClosesIt() {
@@ -181,12 +297,21 @@ void ShellTest::aClickWithTheAboutWindowOpenOnlyClosesIt() {
     tray.statusItemClicked();
     QVERIFY(!tray.popover().isShown());
 
-    // The popover's "+" and the menu's "Add Backup…" open one add-backup window.
+    // The menu's "Add Folder…" closes the popover and posts its request, which nothing
+    // observes; the popover's "+" opens one add-backup window.
+    tray.statusItemClicked();
+    int requests = 0;
+    const Subscription observer = application.notificationCenter().observe(
+        "quillstowShowAddBackup", [&requests](const NotificationInfo&) { ++requests; });
+    tray.menuActions().addFolder();
+    QCOMPARE(requests, 1);
+    QVERIFY(!tray.popover().isShown());
     QVERIFY(!tray.addBackupWindow());
-    tray.popover().window()->findChild<QToolButton*>("Add backup")->click();
+    auto* plus = tray.popover().window()->findChild<QToolButton*>("Add backup");
+    plus->click();
     QWidget* addBackup = tray.addBackupWindow();
     QVERIFY(addBackup && addBackup->isVisible());
-    tray.menuActions().addFolder();
+    plus->click();
     QCOMPARE(tray.addBackupWindow(), addBackup);
     addBackup->close();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
@@ -443,7 +568,7 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
         if (!action->isSeparator()) top << action->text();
     QCOMPARE(top,
              (QStringList{"Open Quillstow", "Back Up All Now", "⚠  Work", "○  Photos",
-                          "Add Backup…", "File a Finished Project…", "Recent Activity", "Settings",
+                          "Add Folder…", "File a Finished Project…", "Recent Activity", "Settings",
                           "How Quillstow Works", "About Quillstow", "Quit Quillstow"}));
 
     const QString workId = qt(work.id.text());
@@ -451,7 +576,7 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
     const std::vector<std::pair<QString, QString>> clicks{
         {"Open Quillstow", "popover"},
         {"Back Up All Now", "all"},
-        {"Add Backup…", "add"},
+        {"Add Folder…", "add"},
         {"File a Finished Project…", "promote"},
         {"How Quillstow Works", "learn"},
         {"About Quillstow", "about"},
@@ -484,6 +609,9 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
         findAction(*workMenu, workItems[i])->trigger();
         QCOMPARE(called, QStringList{expectedWork[i] + " " + workId});
     }
+    QVERIFY2(isMostlyRed(findAction(*workMenu, "Remove This Backup…")->icon()),
+             "the destructive item is marked in red");
+    QVERIFY(findAction(*workMenu, "Pause")->icon().isNull());
     QMenu* photosMenu = findAction(menu, "○  Photos")->menu();
     QVERIFY(!findAction(*photosMenu, "Back Up Now")->isEnabled());
     called.clear();
@@ -492,12 +620,12 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
 
     // The checks follow the settings; the update items exist only with the update check.
     buildMenu(menu, s.model->menu(), actions);
-    QVERIFY(findAction(menu, "Every 4 Hours")->isChecked());
-    QVERIFY(!findAction(menu, "Every Hour")->isChecked());
-    QVERIFY(findAction(menu, "Every Backup")->isChecked());
-    QVERIFY(!findAction(menu, "Errors Only")->isChecked());
-    QVERIFY(!findAction(menu, "Launch at Login")->isChecked());
-    QVERIFY(findAction(menu, "Trash Cleanup Reminders")->isChecked());
+    const std::pair<const char*, bool> checks[] = {
+        {"Every 4 Hours", true}, {"Every Hour", false},      {"Every Backup", true},
+        {"Errors Only", false},  {"Launch at Login", false}, {"Trash Cleanup Reminders", true},
+    };
+    for (const auto& [title, checked] : checks)
+        QVERIFY2(findAction(menu, title)->isChecked() == checked, title);
     QVERIFY(!findAction(menu, "Check for Updates Now"));
     QVERIFY(!findAction(menu, "No activity yet")->isEnabled());
     QVERIFY(!findAction(menu, "Clear History"));
@@ -546,6 +674,204 @@ void ShellTest::theMenuListsTheFiveNewestEventsAndSaysWhenAPairIsGone() {
     QVERIFY(state.recentEvents[0].isAlarm);
     QVERIFY(!state.recentEvents[1].isAlarm);
     QVERIFY(state.recentEvents[3].isAlarm);
+}
+
+// A tray application over a real program with one pair, its popover under the icon.
+struct TrayHarness {
+    testing::TemporaryFolder settings;
+    testing::TemporaryFolder folders;
+    QtMainQueue mainQueue;
+    Application application{mainQueue, settings.path()};
+    BackupPair pair;
+    std::unique_ptr<TrayApplication> tray;
+
+    TrayHarness() {
+        std::filesystem::create_directories(folders.path() / "Work");
+        testing::writeFile(folders.path() / "Work/notes.txt", std::string(1000, 'x'));
+        pair = newPairOf(folders.path() / "Work", folders.path() / "Drive", std::nullopt,
+                         SystemWallClock().now());
+        if (application.statusManager().addPair(pair)) qFatal("the pair was refused");
+        tray = std::make_unique<TrayApplication>(application, 0);
+        tray->popover().setStyle(PopoverController::Style::anchored);
+    }
+    ~TrayHarness() {
+        tray->stop();
+        application.stopEverything();
+    }
+    PopoverView& view() { return *qobject_cast<PopoverView*>(tray->popover().window()); }
+};
+
+// Runs `inspect` on the modal dialog or popup menu that `open` brings up, which must close it.
+template <typename Widget>
+void whileOpen(const std::function<void()>& open, const std::function<void(Widget&)>& inspect) {
+    bool seen = false;
+    QTimer::singleShot(0, [&] {
+        QWidget* shown = QApplication::activeModalWidget();
+        if (!shown) shown = QApplication::activePopupWidget();
+        if (auto* widget = qobject_cast<Widget*>(shown)) {
+            seen = true;
+            inspect(*widget);
+        }
+        if (shown) shown->close();
+    });
+    open();
+    QVERIFY2(seen, "nothing opened");
+}
+
+void ShellTest::onlyTheRowsRelinkDialogCanCreateFolders() {
+    TrayHarness t;
+    struct Seen {
+        QString accept;
+        bool readOnly = false;
+    };
+    const auto look = [](Seen& seen) {
+        return [&seen](QFileDialog& dialog) {
+            seen = {dialog.labelText(QFileDialog::Accept),
+                    dialog.testOption(QFileDialog::ReadOnly)};
+            QCOMPARE(dialog.fileMode(), QFileDialog::Directory);
+            QCOMPARE(dialog.windowTitle(), QString("Choose where \"Work\" should be backed up to"));
+        };
+    };
+    Seen menu, row;
+    whileOpen<QFileDialog>([&] { t.tray->menuActions().relinkPair(t.pair.id); }, look(menu));
+    whileOpen<QFileDialog>([&] { emit t.view().relinkRequested(t.pair.id); }, look(row));
+    QCOMPARE(menu.accept, QString("Choose New Destination"));
+    QVERIFY2(menu.readOnly, "the menu's dialog can't create folders");
+    QCOMPARE(row.accept, QString("Choose Destination"));
+    QVERIFY2(!row.readOnly, "the row's dialog can");
+}
+
+void ShellTest::theRowsMenuRedoesTheSmartSetupAndMarksRemoveInRed() {
+    TrayHarness t;
+    t.view().refresh();
+    QCOMPARE(t.view().rows().size(), 1u);
+    PairRowView* row = t.view().rows()[0];
+    QStringList items;
+    QIcon removeIcon;
+    whileOpen<QMenu>([&] { emit row->customContextMenuRequested(QPoint(5, 5)); },
+                     [&](QMenu& menu) {
+                         for (QAction* action : menu.actions()) {
+                             items << (action->isSeparator() ? "-" : action->text());
+                             if (action->text() == "Remove This Backup…")
+                                 removeIcon = action->icon();
+                             if (action->text() == "Redo Smart Setup…") action->trigger();
+                         }
+                     });
+    QCOMPARE(items, (QStringList{"Back Up Now", "Pause", "-", "Change Destination…",
+                                 "Show in File Manager", "Restore Files…", "Recover Deleted Files…",
+                                 "Redo Smart Setup…", "-", "Remove This Backup…"}));
+    QVERIFY(isMostlyRed(removeIcon));
+    // The source is read off the main thread; then the window opens as after a first backup.
+    QTRY_VERIFY(t.tray->profileSuggestionWindow());
+    QCOMPARE(t.tray->profileSuggestionWindow()->windowTitle(), QString("Smart setup"));
+    const auto measured = measureSuggestion(t.pair);
+    QCOMPARE(measured.approximateBytes, 1000);
+    QCOMPARE(measured.recommended, BackupProfile::standard);
+}
+
+void ShellTest::aRightClickKeepsThePopoverOpenAndAnotherWorkspaceClosesIt() {
+    TrayHarness t;
+    PopoverController& popover = t.tray->popover();
+    t.tray->openPopover();
+    popover.onFocusWindowChanged(popover.window()->windowHandle());
+    t.tray->showMenu();
+    QVERIFY(t.tray->menu().isVisible());
+    popover.onFocusWindowChanged(t.tray->menu().windowHandle());
+    QVERIFY2(popover.isShown(), "the menu shows in front of the popover");
+    t.tray->menu().close();
+    // A tray host draws the menu itself and takes the focus while it shows.
+    emit t.tray->menu().aboutToShow();
+    popover.onFocusWindowChanged(nullptr);
+    QVERIFY2(popover.isShown(), "the host's menu shows in front of the popover");
+    emit t.tray->menu().aboutToHide();
+    popover.onFocusWindowChanged(nullptr);
+    QVERIFY2(!popover.isShown(), "the menu closed and the focus went elsewhere");
+    t.tray->openPopover();
+    emit t.tray->workspaceWatch().switched();
+    QVERIFY(!popover.isShown());
+    // As a window of its own (no tray, Wayland), it stays on its workspace.
+    popover.setStyle(PopoverController::Style::window);
+    t.tray->openPopover();
+    emit t.tray->workspaceWatch().switched();
+    QVERIFY(popover.isShown());
+}
+
+void ShellTest::aWorkspaceSwitchIsAChangeOfTheCurrentDesktop() {
+    constexpr std::uint32_t currentDesktop = 301, otherAtom = 302;
+    struct Case {
+        const char* name;
+        std::uint8_t type;
+        std::uint32_t atom;
+        bool isSwitch;
+    };
+    const Case cases[] = {
+        {"the current desktop changed", XCB_PROPERTY_NOTIFY, currentDesktop, true},
+        {"sent by the window manager", XCB_PROPERTY_NOTIFY | 0x80, currentDesktop, true},
+        {"another property", XCB_PROPERTY_NOTIFY, otherAtom, false},
+        {"another event", XCB_CLIENT_MESSAGE, currentDesktop, false},
+    };
+    for (const Case& c : cases) {
+        xcb_property_notify_event_t event{};
+        event.response_type = c.type;
+        event.atom = c.atom;
+        QVERIFY2(WorkspaceWatch::isWorkspaceSwitch(&event, currentDesktop) == c.isSwitch, c.name);
+    }
+    xcb_property_notify_event_t event{};
+    event.response_type = XCB_PROPERTY_NOTIFY;
+    QVERIFY2(!WorkspaceWatch::isWorkspaceSwitch(&event, XCB_ATOM_NONE), "no atom: no X11");
+}
+
+void ShellTest::onlyNotificationsComingOnAskForPermission() {
+    using Level = NotificationLevel;
+    struct Case {
+        Level before, chosen;
+        bool asks;
+    };
+    const Case cases[] = {
+        {Level::nothing, Level::errorsOnly, true},
+        {Level::nothing, Level::everyBackup, true},
+        {Level::nothing, Level::nothing, false},
+        {Level::errorsOnly, Level::everyBackup, false},
+        {Level::dailySummary, Level::nothing, false},
+    };
+    for (const Case& c : cases) {
+        QVERIFY2(asksNotificationPermission(c.before, c.chosen) == c.asks,
+                 qPrintable(qt(texts::notificationLevelTitle(c.before)) + " to " +
+                            qt(texts::notificationLevelTitle(c.chosen))));
+    }
+}
+
+void ShellTest::aSecondStartActivatesTheFirstOverTheLocalSocket() {
+    testing::TemporaryFolder runtime;
+    const QString socket =
+        QString::fromStdString((runtime.path() / "io.quillstow.Quillstow").native());
+    // A socket left behind by an instance that died: the next start takes it over.
+    testing::writeFile(runtime.path() / "io.quillstow.Quillstow", "");
+    int activations = 0;
+    SingleInstance first, second;
+    QCOMPARE(first.claimLocally(socket, [&activations] { ++activations; }),
+             SingleInstance::Outcome::first);
+    QCOMPARE(second.claimLocally(socket, [] {}), SingleInstance::Outcome::activatedOther);
+    QTRY_COMPARE(activations, 1);
+}
+
+void ShellTest::aSecondStartActivatesTheFirstOverTheSessionBus() {
+    const testing::PrivateBus bus([](sd_bus*) {});
+    if (bus.address().empty()) QSKIP(bus.whyNot().c_str());
+    const QString address = QString::fromStdString(bus.address());
+    int activations = 0;
+    {
+        SingleInstance first, second;
+        QDBusConnection one = QDBusConnection::connectToBus(address, "first");
+        QDBusConnection two = QDBusConnection::connectToBus(address, "second");
+        QVERIFY(one.isConnected() && two.isConnected());
+        QCOMPARE(first.claimOnBus(one, [&activations] { ++activations; }),
+                 SingleInstance::Outcome::first);
+        QCOMPARE(second.claimOnBus(two, [] {}), SingleInstance::Outcome::activatedOther);
+        QCOMPARE(activations, 1);
+    }
+    QDBusConnection::disconnectFromBus("first");
+    QDBusConnection::disconnectFromBus("second");
 }
 
 QTEST_MAIN(ShellTest)

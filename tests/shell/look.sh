@@ -2,10 +2,11 @@
 # Looks at the tray application as a person would: Xvfb, a private session bus, xfce4-panel with
 # only its system tray (a StatusNotifierItem host and an XEmbed tray), and Quillstow with two
 # pairs. Clicks the icon (button 1: the popover, button 3: the menu), checks what shows through
-# the program's widget dump, and saves screenshots of the tray on a light and a dark panel, the
-# popover, the menu, the filing window from its first screen to a project filed, and each small
-# window (welcome, About, learn, smart setup, restore and recovery), opened through the
-# program's test commands.
+# the program's widget dump (the popover closing on a workspace switch and staying behind the
+# menu), and saves screenshots of the tray on a light and a dark panel, the popover, the menu
+# and a pair's submenu with its red "Remove This Backup…", the filing window from its first
+# screen to a project filed, and each small window (welcome, About, learn, smart setup, restore
+# and recovery), opened through the program's test commands.
 #
 # usage: look.sh QUILLSTOW SCREENSHOT-TOOL OUTPUT-FOLDER
 # Exit 0 when everything showed, 1 when something didn't, 77 (skipped) where it can't run.
@@ -20,7 +21,7 @@ skip() {
     exit 77
 }
 
-for tool in Xvfb dbus-run-session xfce4-panel xfconf-query xwininfo xdotool; do
+for tool in Xvfb dbus-run-session xfce4-panel xfconf-query xwininfo xdotool xprop; do
     command -v "$tool" >/dev/null || skip "$tool is not installed (scripts/setup installs it)"
 done
 
@@ -131,6 +132,14 @@ waitFor() {
     done
     return 1
 }
+# Waits up to five seconds for a line of the widget dump to go.
+waitGone() {
+    for _ in $(seq 50); do
+        grep -qF -- "$1" "$dump" 2>/dev/null || return 0
+        sleep 0.1
+    done
+    return 1
+}
 
 waitFor "tray: shown" || { cat "$work/app.log"; fail "the tray icon was not shown"; exit 1; }
 sleep 1
@@ -159,27 +168,47 @@ if waitFor "window: popover"; then
         grep -qF "label: $name" "$dump" || fail "the popover does not show the pair $name"
     done
     "$screenshot" "$out/popover.png" 0 0 480 440
+    # Another workspace, as a window manager announces it on the root window, closes it.
+    xprop -root -f _NET_CURRENT_DESKTOP 32c -set _NET_CURRENT_DESKTOP 1
+    if ! waitGone "window: popover"; then
+        fail "a workspace switch did not close the popover"
+        xdotool mousemove "$iconX" "$iconY" click 1
+    fi
+    xprop -root -f _NET_CURRENT_DESKTOP 32c -set _NET_CURRENT_DESKTOP 0
+    sleep 0.5
 else
     fail "a left click did not open the popover"
 fi
-xdotool mousemove "$iconX" "$iconY" click 1
-sleep 0.5
 
+# With the popover open, a right click shows the menu in front of it; the popover stays.
+xdotool mousemove "$iconX" "$iconY" click 1
+waitFor "window: popover" || fail "a left click did not open the popover again"
+sleep 0.3
 xdotool mousemove "$iconX" "$iconY" click 3
 # Over XEmbed the program shows its own menu; a StatusNotifierItem host draws the menu it was
 # given and asks for it to be brought up to date first.
 if waitFor "  item: Open Quillstow" || waitFor "tray menu opened: 1"; then
-    for item in "Open Quillstow" "Back Up All Now" "●  Projects" "⚠  Photos" "Add Backup…" "File a Finished Project…" "Recent Activity" \
+    for item in "Open Quillstow" "Back Up All Now" "●  Projects" "⚠  Photos" "Add Folder…" "File a Finished Project…" "Recent Activity" \
         "Settings" "How Quillstow Works" "About Quillstow" "Quit Quillstow"; do
         grep -qF "item: $item" "$dump" || fail "the menu has no \"$item\""
     done
+    grep -qF "item: Remove This Backup…" "$dump" || fail "the pair's menu has no \"Remove This Backup…\""
     sleep 0.5
     "$screenshot" "$out/menu.png" 0 0 480 440
+    # The first pair's submenu, with its destructive item at the end.
+    xdotool key Down Down Down Right
+    sleep 0.7
+    "$screenshot" "$out/look-pair-menu.png" 0 0 720 440 || fail "no screenshot of the pair's menu"
+    xdotool key Escape
+    sleep 0.2
 else
     fail "a right click did not open the menu"
 fi
 xdotool key Escape
 sleep 0.3
+grep -qF "window: popover" "$dump" || fail "the menu took the popover away"
+xdotool mousemove "$iconX" "$iconY" click 1
+waitGone "window: popover" || fail "a left click did not close the popover"
 
 # The filing window, from the menu's "File a Finished Project…": its first screen, then a
 # project picked and an archive chosen in the desktop's folder dialog, and the proven result.
@@ -221,7 +250,7 @@ filingShot() {
 
 xdotool mousemove "$iconX" "$iconY" click 3
 sleep 0.7
-# Down through Open Quillstow, Back Up All Now, the two pairs and Add Backup… to the sixth item.
+# Down through Open Quillstow, Back Up All Now, the two pairs and Add Folder… to the sixth item.
 xdotool key Down Down Down Down Down Down Return
 if waitFor "window: filing File a Finished Project"; then
     sleep 0.5

@@ -7,32 +7,32 @@
 namespace quillstow {
 namespace {
 
-TEST(LogFormat, ShowsPublicArgumentsAndMasksPrivateOnes) {
-    EXPECT_EQ(
-        formatLogMessage("Failed to write %{public}s: %{public}s", {"config.json", "No space"}),
-        "Failed to write config.json: No space");
-    EXPECT_EQ(formatLogMessage("Could not create source bookmark for %{private}s: %{public}s",
-                               {"/home/ana/Secret Project", "No such file"}),
-              "Could not create source bookmark for <private>: No such file");
-    EXPECT_EQ(formatLogMessage("plain %s and %d files, 100%%", {"/home/ana", "3"}),
-              "plain <private> and 3 files, 100%");
-    EXPECT_EQ(formatLogMessage("mounted %{public}ld times, %lu left", {"2", "7"}),
-              "mounted 2 times, 7 left");
-}
-
-TEST(LogFormat, HashesMaskedArgumentsStablyWithoutShowingThem) {
-    const std::string first = formatLogMessage("%{private,mask.hash}s", {"/home/ana/Film"});
-    EXPECT_EQ(first, formatLogMessage("%{private,mask.hash}s", {"/home/ana/Film"}));
-    EXPECT_NE(first, formatLogMessage("%{private,mask.hash}s", {"/home/ana/Fil"}));
-    EXPECT_TRUE(first.starts_with("<mask.hash: '")) << first;
-    EXPECT_EQ(first.find("ana"), std::string::npos);
-}
-
-TEST(LogFormat, SurvivesMalformedFormats) {
-    EXPECT_EQ(formatLogMessage("%{public", {"x"}), "%{public");
-    EXPECT_EQ(formatLogMessage("trailing %", {}), "trailing %");
-    EXPECT_EQ(formatLogMessage("%{public}s %{public}s", {"one"}), "one <missing>");
-    EXPECT_EQ(formatLogMessage("%x", {"a"}), "%x");
+TEST(LogFormat, ShowsPublicArgumentsMasksPrivateOnesAndSurvivesMalformedFormats) {
+    const struct {
+        const char* format;
+        std::vector<std::string> arguments;
+        const char* shown;
+    } rows[] = {
+        {"Failed to write %{public}s: %{public}s",
+         {"config.json", "No space"},
+         "Failed to write config.json: No space"},
+        {"for %{private}s: %{public}s",
+         {"/home/ana/Secret", "No such file"},
+         "for <private>: No such file"},
+        {"plain %s and %d files, 100%%", {"/home/ana", "3"}, "plain <private> and 3 files, 100%"},
+        {"mounted %{public}ld times, %lu left", {"2", "7"}, "mounted 2 times, 7 left"},
+        {"%{public", {"x"}, "%{public"},
+        {"trailing %", {}, "trailing %"},
+        {"%{public}s %{public}s", {"one"}, "one <missing>"},
+        {"%x", {"a"}, "%x"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(formatLogMessage(row.format, row.arguments), row.shown) << row.format;
+    const std::string hashed = formatLogMessage("%{private,mask.hash}s", {"/home/ana/Film"});
+    EXPECT_EQ(hashed, formatLogMessage("%{private,mask.hash}s", {"/home/ana/Film"})) << "stable";
+    EXPECT_NE(hashed, formatLogMessage("%{private,mask.hash}s", {"/home/ana/Fil"}));
+    EXPECT_TRUE(hashed.starts_with("<mask.hash: '")) << hashed;
+    EXPECT_EQ(hashed.find("ana"), std::string::npos);
 }
 
 TEST(Logger, SendsCategoryAndLevelToTheSink) {

@@ -1,11 +1,10 @@
-// The virtual main queue and the in-memory user defaults.
+// The virtual main queue: what the tests in virtual time stand on.
 
 #include <gtest/gtest.h>
 
 #include <thread>
 #include <vector>
 
-#include "support/UserDefaults.hpp"
 #include "support/VirtualMainQueue.hpp"
 
 namespace quillstow {
@@ -62,20 +61,6 @@ TEST_F(VirtualMainQueueTest, WorkFromAnotherThreadRunsOnTheMainThread) {
     EXPECT_FALSE(ranOnMain);
     queue.runPending();
     EXPECT_TRUE(ranOnMain);
-}
-
-TEST(InMemoryUserDefaults, AnswersZeroAndFalseForWhatIsMissing) {
-    InMemoryUserDefaults defaults;
-    EXPECT_EQ(defaults.integer("Quillstow.tipCounter"), 0);
-    EXPECT_FALSE(defaults.boolean("didLogPackageUpgrade_X"));
-    defaults.setInteger("Quillstow.tipCounter", 7);
-    defaults.setBoolean("didLogPackageUpgrade_X", true);
-    EXPECT_EQ(defaults.integer("Quillstow.tipCounter"), 7);
-    EXPECT_TRUE(defaults.boolean("didLogPackageUpgrade_X"));
-    defaults.removeValue("didLogPackageUpgrade_X");
-    EXPECT_FALSE(defaults.value("didLogPackageUpgrade_X"));
-    defaults.setValue("text", std::string("7"));
-    EXPECT_EQ(defaults.integer("text"), 0);
 }
 
 }  // namespace

@@ -128,24 +128,11 @@ TEST(HeadlessApp, AStopDuringAPassWithTriggersWaitingEndsWithinTwoSeconds) {
 
 TEST(HeadlessApp, BacksUpARealPairHearsAChangeAndStopsCleanly) {
     TemporaryFolder root;
-    const fs::path settings = root / "config/Quillstow";
     writeFile(root / "Projects/notes.txt", "first notes");
     writeFile(root / "Projects/film/cut.txt", "the cut");
-    fs::create_directories(root / "Drive");
-
-    BackupPair pair;
-    pair.id = Uuid::random();
-    pair.name = "Projects";
-    pair.sourceURL = root / "Projects";
-    pair.destinationURL = root / "Drive";
-    pair.createdAt = referenceDate();
-    AppConfig config;
-    config.backupInterval = BackupInterval::manual;
-    config.hasCompletedOnboarding = true;
-    fs::create_directories(settings);
-    atomicfile::write(settings / "config.json", json::write(toJson(ConfigFile{{pair}, config})));
-
-    ::setenv("XDG_CONFIG_HOME", (root / "config").c_str(), 1);
+    const fs::path settings = settingsWithPair(root.path(), root / "Projects", root / "Drive");
+    const Uuid pairId =
+        configFileFromJson(json::read(readFile(settings / "config.json"))).pairs.at(0).id;
     const pid_t child = startProcess({program});
     ASSERT_GT(child, 0);
     const fs::path mirror = root / "Drive/Quillstow/Projects";
@@ -178,7 +165,7 @@ TEST(HeadlessApp, BacksUpARealPairHearsAChangeAndStopsCleanly) {
     const auto events = eventLogFromJson(json::read(readFile(settings / "backup-log.json")));
     int backups = 0;
     for (const auto& event : events)
-        backups += event.type == BackupEvent::EventType::backup && event.pairId == pair.id;
+        backups += event.type == BackupEvent::EventType::backup && event.pairId == pairId;
     EXPECT_EQ(backups, 2) << "the log is written at the stop, also what was pending";
     EXPECT_TRUE(saved.pairs[0].lastBackupAt);
 }

@@ -146,6 +146,8 @@ TEST(PassTool, CtrlCCancelsThePassWhichReportsWhatItDid) {
     EXPECT_EQ(std::size_t(copied), filesBelow(mirror).size());
 }
 
+using Files = std::map<std::string, std::string>;
+
 // A tree of a few hundred files, some of them large enough that a kill lands inside a copy.
 std::map<std::string, std::string> makeTree(const fs::path& root, std::mt19937& random,
                                             const std::string& flavour) {
@@ -199,10 +201,12 @@ class KilledPassTest : public ::testing::Test {
         return quickest;
     }
 
+    void killFiftyTimes(const std::optional<fs::path>& base,
+                        const std::vector<const Files*>& allowed);
+
     // Every final name holds one of the allowed versions, whole.
-    void expectOnlyWholeFiles(
-        const fs::path& mirror,
-        const std::vector<const std::map<std::string, std::string>*>& versions, int run) {
+    void expectOnlyWholeFiles(const fs::path& mirror, const std::vector<const Files*>& versions,
+                              int run) {
         if (!fs::exists(mirror)) return;
         for (const auto& [relative, content] : filesBelow(mirror)) {
             const std::string name = fs::path(relative).filename();
@@ -219,51 +223,43 @@ class KilledPassTest : public ::testing::Test {
     }
 };
 
-TEST_F(KilledPassTest, AFirstCopyKilledAtAnyMomentLeavesOnlyWholeFiles) {
-    const auto source = makeTree(root / "source", random, "v1 ");
+// Fifty passes into copies of `base` (none: a first copy), each killed at a random moment;
+// then one that runs to its end.
+void KilledPassTest::killFiftyTimes(const std::optional<fs::path>& base,
+                                    const std::vector<const Files*>& allowed) {
+    LocalFileSystem fileSystem;
+    if (base) fileSystem.copyItem(*base, root / "timing");
     const auto longest = timeOfOneRun(root / "source", root / "timing") * 5 / 4;
     int killedMidway = 0;
     for (int run = 0; run < 50; ++run) {
         const fs::path mirror = root / ("mirror" + std::to_string(run));
+        if (base) fileSystem.copyItem(*base, mirror);
         killedMidway += runAndKill(root / "source", mirror, longest);
-        expectOnlyWholeFiles(mirror, {&source}, run);
+        expectOnlyWholeFiles(mirror, allowed, run);
         if (run < 49) fs::remove_all(mirror);
     }
     EXPECT_GT(killedMidway, 10) << "too few kills landed while the pass ran";
+    ASSERT_EQ(runProcess({tool, root / "source", root / "mirror49"}).exitStatus, 0);
+    EXPECT_EQ(filesBelow(root / "mirror49"), *allowed.back());
+}
 
-    const fs::path last = root / "mirror49";
-    ASSERT_EQ(runProcess({tool, root / "source", last}).exitStatus, 0);
-    EXPECT_EQ(filesBelow(last), source);
+TEST_F(KilledPassTest, AFirstCopyKilledAtAnyMomentLeavesOnlyWholeFiles) {
+    const auto source = makeTree(root / "source", random, "v1 ");
+    killFiftyTimes(std::nullopt, {&source});
 }
 
 TEST_F(KilledPassTest, AReCopyKilledAtAnyMomentLeavesOldOrNewVersionsOnly) {
     const auto oldVersion = makeTree(root / "source", random, "v1 ");
     ASSERT_EQ(runProcess({tool, root / "source", root / "base"}).exitStatus, 0);
     // Half of the files change, with other sizes.
-    std::map<std::string, std::string> newVersion = oldVersion;
+    Files newVersion = oldVersion;
     int index = 0;
     for (auto& [relative, content] : newVersion) {
         if (index++ % 2 == 0) continue;
         content = "v2 " + content + std::string(std::size_t(index % 7), '+');
         writeFile(root / "source" / relative, content);
     }
-    LocalFileSystem fileSystem;
-    fileSystem.copyItem(root / "base", root / "timing");
-    const auto longest = timeOfOneRun(root / "source", root / "timing") * 5 / 4;
-
-    int killedMidway = 0;
-    for (int run = 0; run < 50; ++run) {
-        const fs::path mirror = root / ("mirror" + std::to_string(run));
-        fileSystem.copyItem(root / "base", mirror);
-        killedMidway += runAndKill(root / "source", mirror, longest);
-        expectOnlyWholeFiles(mirror, {&oldVersion, &newVersion}, run);
-        if (run < 49) fs::remove_all(mirror);
-    }
-    EXPECT_GT(killedMidway, 10) << "too few kills landed while the pass ran";
-
-    const fs::path last = root / "mirror49";
-    ASSERT_EQ(runProcess({tool, root / "source", last}).exitStatus, 0);
-    EXPECT_EQ(filesBelow(last), newVersion);
+    killFiftyTimes(root / "base", {&oldVersion, &newVersion});
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <QMessageBox>
 #include <QScreen>
 #include <QTimer>
+#include <thread>
 
 #include "app/DesktopServices.hpp"
 #include "app/FilingServices.hpp"
@@ -35,6 +36,9 @@ QString qt(const std::string& text) {
 
 // Posted by a pair's "Restore Files…", with the pair's id as "object".
 constexpr const char* showRestoreNotification = "quillstowShowRestore";
+// Posted by the menu's "Add Folder…". Nothing observes it: that item closes the popover and
+// nothing more, and the sheet opens from the popover's "+".
+constexpr const char* showAddBackupNotification = "quillstowShowAddBackup";
 
 // Where removable drives appear; the row's folder dialog starts there when it exists.
 QString drivesFolder() {
@@ -72,6 +76,8 @@ TrayApplication::TrayApplication(Application& application, int trayPatienceMs, Q
         application_.notificationCenter().post(showRestoreNotification, {{"object", id}});
     });
     connect(popoverView_, &PopoverView::recoverRequested, this, &TrayApplication::openRecovery);
+    connect(popoverView_, &PopoverView::redoSmartSetupRequested, this,
+            &TrayApplication::redoSmartSetup);
     connect(model_.get(), &ShellModel::changed, this, [this] {
         // Coalesced: a pass changes many things at once.
         if (std::exchange(menuRebuildPending_, true)) return;
@@ -82,7 +88,15 @@ TrayApplication::TrayApplication(Application& application, int trayPatienceMs, Q
         });
     });
     connect(model_.get(), &ShellModel::overallStatusChanged, this, &TrayApplication::updateIcon);
-    connect(menu_.get(), &QMenu::aboutToShow, this, &TrayApplication::rebuildMenu);
+    connect(menu_.get(), &QMenu::aboutToShow, this, [this] {
+        rebuildMenu();
+        if (popover_) popover_->setMenuShowing(true);
+    });
+    connect(menu_.get(), &QMenu::aboutToHide, this, [this] {
+        if (popover_) popover_->setMenuShowing(false);
+    });
+    connect(&workspaceWatch_, &WorkspaceWatch::switched, this,
+            &TrayApplication::closeAnchoredPopover);
     connect(&hostWatch_, &TrayHostWatch::decided, this, [this](bool hasTray) {
         if (hasTray)
             createTrayIcon();
@@ -235,8 +249,11 @@ void TrayApplication::listenForScreenLock() {
 }
 
 void TrayApplication::onScreenSaverActiveChanged(bool active) {
-    if (active && popover_ && popover_->style() == PopoverController::Style::anchored)
-        popover_->hide();
+    if (active) closeAnchoredPopover();
+}
+
+void TrayApplication::closeAnchoredPopover() {
+    if (popover_ && popover_->style() == PopoverController::Style::anchored) popover_->hide();
 }
 
 void TrayApplication::listenForNotificationClicks() {
@@ -308,7 +325,7 @@ void TrayApplication::openFiling() {
 
 void TrayApplication::showSingleton(QPointer<QWidget>& slot,
                                     const std::function<QWidget*()>& make) {
-    if (popover_ && popover_->style() == PopoverController::Style::anchored) popover_->hide();
+    closeAnchoredPopover();
     if (slot && slot->isVisible()) {
         slot->raise();
         slot->activateWindow();
@@ -389,8 +406,10 @@ void TrayApplication::relinkFromMenu(const Uuid& id) {
     const auto pair = findPair(id);
     if (!pair) return;
     QFileDialog dialog(nullptr, qt(texts::chooseWhereMessage(pair->name)));
+    dialog.setObjectName("relinkPanel");
     dialog.setFileMode(QFileDialog::Directory);
-    dialog.setOption(QFileDialog::ShowDirsOnly);
+    // The menu's panel picks an existing folder; only the row's may make a new one.
+    dialog.setOptions(QFileDialog::ShowDirsOnly | QFileDialog::ReadOnly);
     dialog.setLabelText(QFileDialog::Accept, texts::chooseNewDestination);
     if (dialog.exec() == QDialog::Accepted && !dialog.selectedFiles().isEmpty())
         relinkTo(id, dialog.selectedFiles().first());
@@ -400,6 +419,7 @@ void TrayApplication::relinkFromRow(const Uuid& id) {
     const auto pair = findPair(id);
     if (!pair) return;
     QFileDialog dialog(popoverView_, qt(texts::chooseWhereMessage(pair->name)), drivesFolder());
+    dialog.setObjectName("relinkPanel");
     dialog.setFileMode(QFileDialog::Directory);
     dialog.setOption(QFileDialog::ShowDirsOnly);
     dialog.setLabelText(QFileDialog::Accept, texts::chooseDestination);
@@ -461,9 +481,30 @@ void TrayApplication::toggleLaunchAtLogin() {
 void TrayApplication::setNotificationLevel(NotificationLevel level) {
     ConfigStore& store = application_.configStore();
     AppConfig config = store.appConfig();
+    const NotificationLevel before = config.notificationLevel;
     config.notificationLevel = level;
     store.setAppConfig(config);
     store.save();
+    if (asksNotificationPermission(before, level))
+        application_.notificationManager().requestPermission();
+}
+
+void TrayApplication::redoSmartSetup(const Uuid& id) {
+    const auto pair = findPair(id);
+    if (!pair) return;
+    // The whole source is read: on a thread of its own, handed back to the main thread, where
+    // the request opens the window as the engine's own would.
+    std::thread([this, pair = *pair, alive = std::weak_ptr<int>(aliveToken_)] {
+        const ProfileSuggestion suggestion = measureSuggestion(pair);
+        QMetaObject::invokeMethod(
+            qApp,
+            [this, alive, suggestion] {
+                if (alive.lock())
+                    application_.notificationCenter().post(profileSuggestedNotificationName,
+                                                           requestOf(suggestion));
+            },
+            Qt::QueuedConnection);
+    }).detach();
 }
 
 MenuActions TrayApplication::menuActions() {
@@ -482,7 +523,11 @@ MenuActions TrayApplication::menuActions() {
             },
         .recoverDeletedFiles = [this](const Uuid& id) { openRecovery(id); },
         .removePair = [this](const Uuid& id) { removeFromMenu(id); },
-        .addFolder = [this] { openAddBackup(); },
+        .addFolder =
+            [this] {
+                if (popover_) popover_->hide();
+                application_.notificationCenter().post(showAddBackupNotification, {});
+            },
         .openPromote = [this] { openFiling(); },
         .setBackupInterval =
             [&store, &manager](BackupInterval interval) {

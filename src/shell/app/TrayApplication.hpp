@@ -18,6 +18,7 @@
 #include "tray/MenuActions.hpp"
 #include "tray/PopoverController.hpp"
 #include "tray/TrayHostWatch.hpp"
+#include "tray/WorkspaceWatch.hpp"
 #ifdef QUILLSTOW_UPDATE_CHECK
 #include "app/UpdateService.hpp"
 #endif
@@ -56,9 +57,12 @@ class TrayApplication final : public QObject {
     void openWelcome();
     // The smart-setup offer of a request with all four keys right; anything else is ignored.
     void openProfileSuggestion(const NotificationInfo& info);
+    // "Redo Smart Setup…" of a row: the pair's source is measured off the main thread, then the
+    // smart-setup window opens as after a first backup. An unknown id does nothing.
+    void redoSmartSetup(const Uuid& id);
 
-    // The one place the add-backup window is opened from, by the popover's "+" and the menu's
-    // "Add Backup…": one window at a time, brought forward when it is already open.
+    // The add-backup window of the popover's "+": one at a time, brought forward when it is
+    // already open.
     void openAddBackup();
     // "File a Finished Project…": one filing window at a time, with a fresh model each time.
     void openFiling();
@@ -67,6 +71,7 @@ class TrayApplication final : public QObject {
     ShellModel& model() { return *model_; }
     PopoverController& popover() { return *popover_; }
     QMenu& menu() { return *menu_; }
+    WorkspaceWatch& workspaceWatch() { return workspaceWatch_; }
     QSystemTrayIcon* trayIcon() const { return trayIcon_; }
     QWidget* aboutWindow() const { return about_; }
     QWidget* addBackupWindow() const { return addBackup_; }
@@ -84,6 +89,8 @@ class TrayApplication final : public QObject {
     // The server's ActionInvoked: a click on one of our notifications opens the popover.
     void onNotificationAction(uint serverId, const QString& action);
     void onScreenSaverActiveChanged(bool active);
+    // The screens locking or another workspace: the popover under the icon closes.
+    void closeAnchoredPopover();
 
   private:
     void createTrayIcon();
@@ -114,6 +121,7 @@ class TrayApplication final : public QObject {
     std::unique_ptr<PopoverController> popover_;
     std::unique_ptr<QMenu> menu_;
     TrayHostWatch hostWatch_;
+    WorkspaceWatch workspaceWatch_;
     QSystemTrayIcon* trayIcon_ = nullptr;
     QPointer<QWidget> about_;
     QPointer<QWidget> learn_;
@@ -134,6 +142,8 @@ class TrayApplication final : public QObject {
     QString releasePage_;
 #endif
     bool menuRebuildPending_ = false;
+    // What the work of other threads reaches this object through: gone once it is.
+    std::shared_ptr<int> aliveToken_ = std::make_shared<int>(0);
     const Logger log_{"app"};
 };
 

@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QCursor>
 #include <QScreen>
+#include <QTimer>
 #include <QWindow>
 
 #include "tray/PopoverPlacement.hpp"
@@ -67,6 +68,15 @@ void PopoverController::hide() {
     if (content_) content_->hide();
 }
 
+void PopoverController::setMenuShowing(bool showing) {
+    menuShowing_ = showing;
+    if (showing) return;
+    // The focus comes back from the host's grab a moment after the menu says it closed.
+    constexpr int focusReturnMs = 300;
+    QTimer::singleShot(focusReturnMs, this,
+                       [this] { onFocusWindowChanged(QGuiApplication::focusWindow()); });
+}
+
 bool PopoverController::ownsWindow(QWindow* window) const {
     for (QWindow* w = window; w; w = w->transientParent())
         if (content_ && w == content_->windowHandle()) return true;
@@ -79,8 +89,10 @@ void PopoverController::onFocusWindowChanged(QWindow* focused) {
         hadFocus_ = true;
         return;
     }
-    // While one of its dialogs is open the focus is there, not gone.
-    if (QApplication::activeModalWidget()) return;
+    // While one of its dialogs is open the focus is there, not gone; the tray's menu, opened
+    // by a right click, shows in front of the popover, which stays.
+    if (menuShowing_ || QApplication::activeModalWidget() || QApplication::activePopupWidget())
+        return;
     if (hadFocus_) hide();
 }
 

@@ -32,11 +32,15 @@ class PopoverController final : public QObject {
     void hide();
     void setStyle(Style style);
     Style style() const { return style_; }
+    // The tray's menu opens or closes. A tray host draws the menu itself and takes the focus
+    // while it shows; that is no reason to close the popover, which stays behind the menu.
+    // Once it closed, the focus either came back or went elsewhere, which closes it then.
+    void setMenuShowing(bool showing);
     QWidget* window() const { return content_; }
 
   public slots:
     // Hides an anchored popover once the focus, after being on it, went to another window
-    // that is not one of its own dialogs.
+    // that is not one of its own dialogs nor a menu of the program.
     void onFocusWindowChanged(QWindow* focused);
 
   private:
@@ -46,6 +50,7 @@ class PopoverController final : public QObject {
     QPointer<QWidget> content_;
     Style style_;
     bool hadFocus_ = false;
+    bool menuShowing_ = false;
 };
 
 }  // namespace quillstow::shell

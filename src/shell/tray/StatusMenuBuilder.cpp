@@ -3,6 +3,7 @@
 #include <QActionGroup>
 
 #include "viewmodels/Texts.hpp"
+#include "views/Icons.hpp"
 
 namespace quillstow::shell {
 
@@ -48,8 +49,8 @@ void addPairMenu(QMenu& menu, const MenuPairItem& pair, const MenuActions& actio
     addItem(*submenu, texts::restoreFiles, withId(actions.restorePair));
     addItem(*submenu, texts::recoverDeletedFiles, withId(actions.recoverDeletedFiles));
     submenu->addSeparator();
-    // Menus of tray hosts draw no colours; the destructive item says so in its name.
-    addItem(*submenu, texts::removeThisBackup, withId(actions.removePair));
+    addItem(*submenu, texts::removeThisBackup, withId(actions.removePair))
+        ->setIcon(destructiveIcon());
 }
 
 void addRecentActivity(QMenu& menu, const MenuState& state, const MenuActions& actions) {
@@ -120,7 +121,7 @@ void buildMenu(QMenu& menu, const MenuState& state, const MenuActions& actions,
     for (const MenuPairItem& pair : state.pairs)
         addPairMenu(menu, pair, actions);
     menu.addSeparator();
-    addItem(menu, texts::addBackupMenu, actions.addFolder);
+    addItem(menu, texts::addFolder, actions.addFolder);
     addItem(menu, texts::fileAFinishedProject, actions.openPromote);
     menu.addSeparator();
     addRecentActivity(menu, state, actions);

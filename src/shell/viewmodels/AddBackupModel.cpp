@@ -7,7 +7,6 @@
 
 #include "control/BackupEngine.hpp"
 #include "copy/PathRules.hpp"
-#include "environment/MountTable.hpp"
 #include "model/BackupError.hpp"
 #include "model/BookmarkManager.hpp"
 #include "support/ByteCount.hpp"
@@ -103,10 +102,9 @@ std::optional<std::string> passRefusal(const fs::path& source, const fs::path& d
 
 }  // namespace
 
-std::optional<std::string> validationWarningOf(
-    const std::vector<fs::path>& sources, const std::optional<fs::path>& destination,
-    const std::vector<BackupPair>& existingPairs,
-    const std::vector<std::string>& removableMediaRoots) {
+std::optional<std::string> validationWarningOf(const std::vector<fs::path>& sources,
+                                               const std::optional<fs::path>& destination,
+                                               const std::vector<BackupPair>& existingPairs) {
     if (!destination || sources.empty()) return std::nullopt;
     const fs::path to = paths::standardized(*destination);
     for (const auto& source : sources) {
@@ -115,9 +113,8 @@ std::optional<std::string> validationWarningOf(
     for (const auto& source : sources) {
         if (auto refusal = passRefusal(source, to)) return refusal;
     }
-    if (!isDestinationReachable(to, removableMediaRoots)) {
-        return BackupError::destinationNotFound(to).errorDescription();
-    }
+    // Two pairs that mirror different sources into one folder would archive each other's
+    // files on every pass; the same source twice is two pairs with the same mirror.
     std::vector<BackupPair> pairs = existingPairs;
     for (const auto& source : sources) {
         const BackupPair pair = newPairOf(source, to, std::nullopt, Date{});
@@ -143,7 +140,7 @@ BackupPair newPairOf(const fs::path& source, const fs::path& destination,
 }
 
 AddBackupModel::Environment AddBackupModel::systemEnvironment() {
-    return {paths::homeFolder(), removableMediaRoots(), [] { return SystemWallClock().now(); }};
+    return {paths::homeFolder(), [] { return SystemWallClock().now(); }};
 }
 
 AddBackupModel::AddBackupModel(StatusManager& statusManager, VolumeMonitor& volumes,
@@ -224,8 +221,7 @@ void AddBackupModel::pickDestination(const fs::path& folder) {
     if (step_ != Step::chooseDestination) return;
     destination_ = folder;
     validationWarning_ =
-        validationWarningOf(sources_, destination_, statusManager_.configStore().pairs(),
-                            environment_.removableMediaRoots);
+        validationWarningOf(sources_, destination_, statusManager_.configStore().pairs());
     if (validationWarning_) {
         emit changed();
         return;

@@ -102,13 +102,13 @@ std::optional<CloudWarning> cloudWarningOf(const std::filesystem::path& folder,
 // The problem that blocks adding, first hit wins. For each source in order: the destination
 // inside (or equal to) the source, then the source inside the destination, in the flow's own
 // words. Then what the pass itself would refuse, in the pass's words: a protected system
-// folder, the root; then a drive that isn't there, and a mirror folder another pair (or an
-// earlier source of this run) already uses. Nothing without sources or destination.
+// folder, the root; then a mirror folder that another pair (or an earlier source of this run)
+// fills from a different source. A drive that isn't plugged in is no reason: the pair's pass
+// tells it. Nothing without sources or destination.
 std::optional<std::string> validationWarningOf(
     const std::vector<std::filesystem::path>& sources,
     const std::optional<std::filesystem::path>& destination,
-    const std::vector<BackupPair>& existingPairs,
-    const std::vector<std::string>& removableMediaRoots = removableMediaRoots());
+    const std::vector<BackupPair>& existingPairs);
 
 // The pair the flow adds for one source: a new id, the sanitised name of the source's folder,
 // enabled, standard profile, no history. Bookmarks are made at the commit.
@@ -130,10 +130,9 @@ class AddBackupModel : public QObject {
     // What the flow reads of the machine besides the status manager.
     struct Environment {
         std::filesystem::path home;
-        std::vector<std::string> removableMediaRoots;
         std::function<Date()> now;
     };
-    // The user's home, the system's removable-media roots and the system's clock.
+    // The user's home and the system's clock.
     static Environment systemEnvironment();
 
     AddBackupModel(StatusManager& statusManager, VolumeMonitor& volumes,

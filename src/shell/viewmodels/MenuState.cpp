@@ -16,6 +16,10 @@ std::string detailOf(const BackupEvent& event) {
 
 }  // namespace
 
+bool asksNotificationPermission(NotificationLevel before, NotificationLevel chosen) {
+    return before == NotificationLevel::nothing && chosen != NotificationLevel::nothing;
+}
+
 MenuEventLine eventLine(const BackupEvent& event, const std::string* pairName, Date now) {
     const double ago = std::chrono::duration<double>(now - event.timestamp).count();
     MenuEventLine line;

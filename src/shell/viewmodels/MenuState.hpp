@@ -42,6 +42,10 @@ inline constexpr std::size_t recentEventCount = 5;
 
 MenuState menuState(const StatusManager& manager, Date now);
 
+// Whether choosing `chosen` over `before` in the notifications' submenu goes through the
+// permission step first: only when notifications were off and come on.
+bool asksNotificationPermission(NotificationLevel before, NotificationLevel chosen);
+
 // One event's line; `pairName` is nothing for a pair that was removed.
 MenuEventLine eventLine(const BackupEvent& event, const std::string* pairName, Date now);
 

@@ -3,6 +3,9 @@
 #include <algorithm>
 
 #include "copy/ExclusionFilter.hpp"
+#include "copy/ProfileRecommendation.hpp"
+#include "copy/SourceListing.hpp"
+#include "model/BookmarkManager.hpp"
 
 namespace quillstow::shell {
 
@@ -37,6 +40,33 @@ std::optional<ProfileSuggestion> profileSuggestionOf(const NotificationInfo& inf
     const auto recommended = coding::caseNamed(backupProfileNames, *profile);
     if (!recommended) return std::nullopt;
     return ProfileSuggestion{*id, *name, *recommended, *bytes};
+}
+
+NotificationInfo requestOf(const ProfileSuggestion& suggestion) {
+    return {
+        {"pairId", suggestion.pairId},
+        {"pairName", suggestion.pairName},
+        {"recommendedProfile",
+         std::string(coding::nameOf(backupProfileNames, suggestion.recommended))},
+        {"approximateBytes", suggestion.approximateBytes},
+    };
+}
+
+ProfileSuggestion measureSuggestion(const BackupPair& pair) {
+    std::filesystem::path source = pair.sourceURL;
+    if (pair.sourceBookmark) {
+        try {
+            source =
+                BookmarkManager::resolveBookmark(*pair.sourceBookmark, pair.sourceURL, true).url;
+        } catch (const std::exception&) {
+            // A stale or unreadable bookmark: the source as it stands.
+        }
+    }
+    const auto items = listSource(source, filterForPair(pair));
+    std::int64_t bytes = 0;
+    for (const auto& item : items)
+        bytes += item.info.fileSize.value_or(0);
+    return {pair.id, pair.name, recommendProfile(items, source), bytes};
 }
 
 ProfileOffer offerOf(BackupProfile profile, const std::string& pairName) {

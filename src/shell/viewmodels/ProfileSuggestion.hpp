@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "model/BackupPair.hpp"
 #include "model/BackupProfile.hpp"
 #include "model/ConfigStore.hpp"
 #include "support/NotificationCenter.hpp"
@@ -29,6 +30,14 @@ struct ProfileSuggestion {
 
 // The request's four keys with their types, the profile a raw value; else nothing.
 std::optional<ProfileSuggestion> profileSuggestionOf(const NotificationInfo& info);
+
+// The request that opens the window, with the four keys.
+NotificationInfo requestOf(const ProfileSuggestion& suggestion);
+
+// "Redo Smart Setup…": the pair's source listed as a pass lists it (through its bookmark, else
+// the source as it stands), the sizes of its files added up, and the profile it seems to call
+// for, which may be standard here. Reads the whole source: call it off the main thread.
+ProfileSuggestion measureSuggestion(const BackupPair& pair);
 
 // What the window says of a profile.
 struct ProfileOffer {

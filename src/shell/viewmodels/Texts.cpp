@@ -8,6 +8,11 @@ namespace quillstow::shell::texts {
 
 namespace {
 
+constexpr double day = 86400;
+// A common year and its twelfth: a year ago to the day reads "1 yr. ago".
+constexpr double year = 365 * day;
+constexpr double month = year / 12;
+
 std::string count(double value) {
     return std::to_string(static_cast<long long>(std::floor(value)));
 }
@@ -25,11 +30,13 @@ std::string abbreviatedTimeAgo(double seconds) {
     if (seconds < 60) return count(std::max(0.0, seconds)) + " sec. ago";
     if (seconds < 3600) return count(seconds / 60) + " min. ago";
     if (seconds < 86400) return count(seconds / 3600) + " hr. ago";
-    if (seconds < 7 * 86400) {
-        const std::string days = count(seconds / 86400);
+    if (seconds < 7 * day) {
+        const std::string days = count(seconds / day);
         return days + (days == "1" ? " day ago" : " days ago");
     }
-    return count(seconds / (7 * 86400)) + " wk. ago";
+    if (seconds < month) return count(seconds / (7 * day)) + " wk. ago";
+    if (seconds < year) return count(seconds / month) + " mo. ago";
+    return count(seconds / year) + " yr. ago";
 }
 
 std::string statusSymbol(BackupStatus::Case status) {

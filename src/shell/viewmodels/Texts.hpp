@@ -22,7 +22,9 @@ inline constexpr const char* applicationId = "io.quillstow.Quillstow";
 
 // "Just now", "{n}m ago", "{n}h ago", "{n}d ago", counts rounded down.
 std::string shortTimeAgo(double seconds);
-// "5 sec. ago", "3 min. ago", "2 hr. ago", "4 days ago", "3 wk. ago".
+// The largest whole unit, rounded down: "5 sec. ago", "3 min. ago", "2 hr. ago", "1 day ago",
+// "4 days ago", "3 wk. ago", "2 mo. ago", "1 yr. ago". A year is 365 days and a month its
+// twelfth, so that the text needs no calendar.
 std::string abbreviatedTimeAgo(double seconds);
 
 // The icon of the tray for the one status of every pair, named after its symbol.
@@ -47,7 +49,7 @@ std::string redundancySymbol(CopyRedundancy::Case redundancy);
 inline constexpr const char* openQuillstow = "Open Quillstow";
 inline constexpr const char* backUpAllNow = "Back Up All Now";
 inline constexpr const char* noBackupsConfigured = "No backups configured";
-inline constexpr const char* addBackupMenu = "Add Backup…";
+inline constexpr const char* addFolder = "Add Folder…";
 inline constexpr const char* fileAFinishedProject = "File a Finished Project…";
 inline constexpr const char* recentActivity = "Recent Activity";
 inline constexpr const char* noActivityYet = "No activity yet";
@@ -69,6 +71,7 @@ inline constexpr const char* changeDestination = "Change Destination…";
 inline constexpr const char* showInFileManager = "Show in File Manager";
 inline constexpr const char* removeThisBackup = "Remove This Backup…";
 inline constexpr const char* restoreFiles = "Restore Files…";
+inline constexpr const char* redoSmartSetup = "Redo Smart Setup…";
 // The recovery window's own item, worded beside that window's texts.
 inline constexpr const char* recoverDeletedFiles = restoretext::recoveryMenuItem.data();
 inline constexpr const char* deletedPair = "(Deleted)";

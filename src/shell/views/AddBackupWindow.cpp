@@ -155,10 +155,11 @@ QWidget* AddBackupWindow::destinationPage() {
     const QIcon checkmark = symbol("checkmark", "object-select", QStyle::SP_DialogApplyButton);
     for (const auto& volume : volumes) {
         const bool isSelected = model_.destination() == volume.url;
+        // The name with its kind under it, the free space at the row's end.
         layout->addWidget(new ClickableRow(
-            volume.isNetwork ? network : drive, text(volume.name),
-            text(volume.kind + " · " + volume.freeSpace),
-            [this, url = volume.url] { checkDestination(url); }, isSelected ? checkmark : QIcon()));
+            volume.isNetwork ? network : drive, text(volume.name), text(volume.kind),
+            [this, url = volume.url] { checkDestination(url); }, isSelected ? checkmark : QIcon(),
+            text(volume.freeSpace)));
     }
     if (volumes.empty()) layout->addWidget(secondary(wrapped(text(texts::noVolumes), "noVolumes")));
     auto* any = new ClickableRow(

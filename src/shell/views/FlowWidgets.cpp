@@ -173,7 +173,7 @@ void ActivatableFrame::keyPressEvent(QKeyEvent* event) {
 }
 
 ClickableRow::ClickableRow(const QIcon& icon, const QString& title, const QString& detail,
-                           std::function<void()> onSelect, const QIcon& mark)
+                           std::function<void()> onSelect, const QIcon& mark, const QString& aside)
     : ActivatableFrame(std::move(onSelect)) {
     setObjectName("row");
     setAccessibleName(title);
@@ -185,6 +185,11 @@ ClickableRow::ClickableRow(const QIcon& icon, const QString& title, const QStrin
     words->addWidget(new ElidedLabel(title, Qt::ElideRight));
     if (!detail.isEmpty()) words->addWidget(secondary(new ElidedLabel(detail)));
     layout->addLayout(words, 1);
+    if (!aside.isEmpty()) {
+        auto* label = secondary(new QLabel(aside));
+        label->setObjectName("aside");
+        layout->addWidget(label);
+    }
     if (!mark.isNull()) layout->addWidget(iconLabel(mark, 16));
 }
 

@@ -74,11 +74,12 @@ class ActivatableFrame : public QFrame {
     std::function<void()> onActivate_;
 };
 
-// A row of a list to pick from: icon, a title, a detail under it, and an optional mark.
+// A row of a list to pick from: icon, a title, a detail under it, an optional text at the
+// row's end (a volume's free space), and an optional mark.
 class ClickableRow final : public ActivatableFrame {
   public:
     ClickableRow(const QIcon& icon, const QString& title, const QString& detail,
-                 std::function<void()> onSelect, const QIcon& mark = {});
+                 std::function<void()> onSelect, const QIcon& mark = {}, const QString& aside = {});
 };
 
 // Takes folders dropped as file URLs; activated, it opens the folder dialog.

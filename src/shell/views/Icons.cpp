@@ -27,4 +27,9 @@ QIcon glyphIcon(const std::string& symbol) {
     return QIcon(":/icons/" + QString::fromStdString(texts::themeIconName(symbol)) + ".svg");
 }
 
+QIcon destructiveIcon() {
+    ensureIconResources();
+    return QIcon(":/icons/trash.destructive.svg");
+}
+
 }  // namespace quillstow::shell

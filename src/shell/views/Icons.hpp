@@ -16,5 +16,10 @@ namespace quillstow::shell {
 void ensureIconResources();
 QIcon themedSymbolIcon(const std::string& themeName);
 QIcon glyphIcon(const std::string& symbol);
+// The red mark of an item that removes something. Tray hosts export a menu over
+// StatusNotifierItem (DBusMenu) with its items' labels, checks and icons but no colours, so the
+// red is in the icon's own pixels: as a resource icon without a theme name it travels as
+// "icon-data" and shows the same in the host's menu, an XEmbed menu and the popover's.
+QIcon destructiveIcon();
 
 }  // namespace quillstow::shell

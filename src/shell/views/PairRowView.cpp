@@ -199,8 +199,9 @@ void PairRowView::showContextMenu(const QPoint& at) {
     menu.addAction(texts::showInFileManager, this, [this, id] { emit revealRequested(id); });
     menu.addAction(texts::restoreFiles, this, [this, id] { emit restoreRequested(id); });
     menu.addAction(texts::recoverDeletedFiles, this, [this, id] { emit recoverRequested(id); });
+    menu.addAction(texts::redoSmartSetup, this, [this, id] { emit redoSmartSetupRequested(id); });
     menu.addSeparator();
-    menu.addAction(QIcon::fromTheme("edit-delete"), texts::removeThisBackup, this,
+    menu.addAction(destructiveIcon(), texts::removeThisBackup, this,
                    [this, id] { emit removeRequested(id); });
     menu.exec(mapToGlobal(at));
 }

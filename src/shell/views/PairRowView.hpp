@@ -34,6 +34,7 @@ class PairRowView final : public QWidget {
     void revealRequested(const Uuid& id);
     void restoreRequested(const Uuid& id);
     void recoverRequested(const Uuid& id);
+    void redoSmartSetupRequested(const Uuid& id);
     void removeRequested(const Uuid& id);
 
   protected:

@@ -130,6 +130,8 @@ PairRowView* PopoverView::makeRow(const PairRowState& state) {
     connect(row, &PairRowView::revealRequested, this, &PopoverView::revealRequested);
     connect(row, &PairRowView::restoreRequested, this, &PopoverView::restoreRequested);
     connect(row, &PairRowView::recoverRequested, this, &PopoverView::recoverRequested);
+    connect(row, &PairRowView::redoSmartSetupRequested, this,
+            &PopoverView::redoSmartSetupRequested);
     connect(row, &PairRowView::removeRequested, this, &PopoverView::removeRequested);
     return row;
 }

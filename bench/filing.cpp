@@ -310,7 +310,8 @@ int main(int argc, char** argv) {
                 stopped.outcomeAt - stopped.stopAt, stopped.took - stopped.stopAt,
                 leftInYear(plan).c_str());
             if (fs::exists(plan.destination)) status = 1;
-            if (!fs::is_empty(plan.destination.parent_path())) leftBehind = plan;
+            const fs::path year = plan.destination.parent_path();
+            if (fs::exists(year) && !fs::is_empty(year)) leftBehind = plan;
         }
         // The next filing into a year with leftovers sweeps them first.
         if (leftBehind) {

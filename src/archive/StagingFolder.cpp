@@ -6,7 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <optional>
 
 #include "support/AtomicFile.hpp"
@@ -21,13 +23,29 @@ namespace {
 using Path = std::filesystem::path;
 
 // Freeing a file's blocks takes time in proportion to them: most of a second for a few
-// gigabytes on some drives.
-constexpr std::int64_t quickToRemoveBytes = std::int64_t(64) << 20;
+// gigabytes on some drives. A big file is cut down from its end a step at a time before it goes,
+// so that its removal reports and stops as a copy does.
+constexpr std::int64_t removalStep = std::int64_t(64) << 20;
 
-bool isQuickToRemove(int folder, const std::string& name) {
+std::int64_t allocatedBytes(int folder, const std::string& name) {
     struct stat status {};
-    return ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-           std::int64_t(status.st_blocks) * 512 < quickToRemoveBytes;
+    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return 0;
+    return S_ISREG(status.st_mode) ? std::int64_t(status.st_blocks) * 512 : 0;
+}
+
+// Answers false when stopped before the file is cut down to nothing.
+bool cutDown(int folder, const std::string& name, const std::stop_token& stop,
+             const OnRemoved& onRemoved) {
+    const FileHandle file(::openat(folder, name.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status {};
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return true;
+    for (off_t size = status.st_size; size > 0;) {
+        if (stop.stop_requested()) return false;
+        size = std::max<off_t>(0, size - off_t(removalStep));
+        if (::ftruncate(file.get(), size) != 0) return true;
+        if (onRemoved) onRemoved(name);
+    }
+    return true;
 }
 
 }  // namespace
@@ -58,7 +76,11 @@ bool removeWithinGrace(const Path& item, std::stop_token stop, const Clock& cloc
             return true;
         }
         const std::string name(entry.name);
-        if (stop.stop_requested() && !isQuickToRemove(entry.folder, name)) return false;
+        if (allocatedBytes(entry.folder, name) >= removalStep) {
+            // Once stopped, a big file stays for the sweep.
+            if (stop.stop_requested() || !cutDown(entry.folder, name, stop, onRemoved))
+                return false;
+        }
         if (::unlinkat(entry.folder, name.c_str(), 0) == 0 && onRemoved) onRemoved(name);
         return false;
     });

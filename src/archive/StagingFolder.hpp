@@ -25,13 +25,14 @@
 
 namespace quillstow {
 
-// Hears the name of each file as it goes.
+// Hears the name of each file as it goes, and of a big one as it is cut down.
 using OnRemoved = std::function<void(const std::string& name)>;
 
-// Removes `item` with everything in it, entry by entry, never through a link. Once `stop` has
-// been asked for, it goes on for at most `graceSeconds` by `clock`, and passes over files of
-// 64 MiB and more. Answers whether all is gone; entries that can't be removed stay, and so does
-// the rest once time is up.
+// Removes `item` with everything in it, entry by entry, never through a link; a file of 64 MiB
+// or more is cut down from its end 64 MiB at a time first, each step heard by `onRemoved`. Once
+// `stop` has been asked for, it goes on for at most `graceSeconds` by `clock`, with small files
+// only. Answers whether all is gone; entries that can't be removed stay, and so does the rest
+// once time is up.
 bool removeWithinGrace(const std::filesystem::path& item, std::stop_token stop, const Clock& clock,
                        double graceSeconds, const OnRemoved& onRemoved = nullptr);
 

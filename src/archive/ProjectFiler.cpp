@@ -5,13 +5,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 
 #include "archive/FilingTexts.hpp"
+#include "archive/StagingFolder.hpp"
 #include "copy/PathRules.hpp"
 #include "environment/MountTable.hpp"
 #include "support/AtomicFile.hpp"
+#include "support/FileHandle.hpp"
 #include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
 #include "support/TreeWalk.hpp"
@@ -44,93 +47,6 @@ bool holdsNothingVisible(const Path& folder) {
     return listed && !visible;
 }
 
-// The hidden folder the copy is made and proven in, beside its final place. When it goes
-// without having been published (a cancel, or a final name someone took meanwhile), it takes the
-// copy with it, and the folders it made for the year when they are empty.
-class StagingFolder {
-  public:
-    // Throws Failure when the year's folder or the hidden folder can't be made.
-    StagingFolder(FileSystem& fileSystem, const Path& destination, const std::string& name)
-        : fileSystem_(fileSystem) {
-        const Path yearFolder = destination.parent_path();
-        firstMadeFolder_ = yearFolder;
-        while (!files::exists(firstMadeFolder_.parent_path()) &&
-               firstMadeFolder_.parent_path() != firstMadeFolder_) {
-            firstMadeFolder_ = firstMadeFolder_.parent_path();
-        }
-        if (files::exists(firstMadeFolder_)) firstMadeFolder_.clear();
-        fileSystem_.createDirectories(yearFolder);
-        path_ = yearFolder / atomicfile::temporaryName(name);
-        if (::mkdir(path_.c_str(), 0777) != 0) {
-            const int error = errno;
-            removeFoldersMadeHere(yearFolder);
-            throwPosix(error);
-        }
-    }
-    StagingFolder(const StagingFolder&) = delete;
-    StagingFolder& operator=(const StagingFolder&) = delete;
-
-    ~StagingFolder() {
-        if (!published_) {
-            try {
-                fileSystem_.removeItem(path_);
-            } catch (const Failure&) {
-                // What stays is hidden, and its name is one a sweep knows for a leftover.
-            }
-        }
-        removeFoldersMadeHere(path_.parent_path());
-    }
-
-    const Path& path() const { return path_; }
-
-    // Gives the copy its final name, never replacing anything. Into a folder that already stands
-    // there (empty, or with hidden entries), the copy's entries move one by one, and back again if
-    // one can't.
-    void publish(const Path& destination) {
-        if (!files::exists(destination)) {
-            fileSystem_.moveItem(path_, destination);
-        } else {
-            moveEntriesInto(destination);
-            ::rmdir(path_.c_str());
-        }
-        published_ = true;
-        firstMadeFolder_.clear();
-    }
-
-  private:
-    // Only empty folders go, from the year's up to the first one made here.
-    void removeFoldersMadeHere(const Path& yearFolder) const {
-        if (firstMadeFolder_.empty()) return;
-        for (Path folder = yearFolder; ::rmdir(folder.c_str()) == 0 && folder != firstMadeFolder_;
-             folder = folder.parent_path()) {
-        }
-    }
-
-    void moveEntriesInto(const Path& destination) {
-        std::vector<std::string> names;
-        walkTree(path_, WalkDetail::typeOnly, [&](const WalkEntry& entry) {
-            names.emplace_back(entry.name);
-            return false;
-        });
-        std::vector<std::string> moved;
-        try {
-            for (const auto& name : names) {
-                fileSystem_.moveItem(path_ / name, destination / name);
-                moved.push_back(name);
-            }
-        } catch (const Failure&) {
-            for (const auto& name : moved)
-                ::rename((destination / name).c_str(), (path_ / name).c_str());
-            throw;
-        }
-    }
-
-    FileSystem& fileSystem_;
-    Path path_;
-    Path firstMadeFolder_;  // empty when the year's folder stood already
-    bool published_ = false;
-};
-
 // Gives the copy its final name. When a proven one can't have it, the filing didn't succeed
 // after all; a copy that failed keeps its own sentence, and goes with its hidden folder.
 void publish(StagingFolder& staging, ProjectFilingOutcome& outcome) {
@@ -148,23 +64,35 @@ void publish(StagingFolder& staging, ProjectFilingOutcome& outcome) {
     }
 }
 
-// Lets through at most ten of the copy's reports a second. Called on the filing's task only.
+// Lets through at most ten reports a second: the copy's, from between files and from inside a
+// large one, and the walks' of the manifest and the proof, which name each file as they list it.
+// Called on the filing's task only.
 class ThrottledProgress {
   public:
     ThrottledProgress(const ProjectFiler::Progress& onProgress, const Clock& clock)
         : onProgress_(onProgress), clock_(clock) {}
 
     FileCopier::ProgressCallback copy() {
-        return [this](double fraction, const std::string& text) {
-            if (!onProgress_) return;
-            const double now = clock_.now();
-            if (now - lastReport_ < secondsBetweenReports) return;
-            lastReport_ = now;
-            onProgress_(std::clamp(fraction, 0.0, 1.0), text);
-        };
+        return [this](double fraction, const std::string& text) { report(fraction, text); };
+    }
+
+    // A walk that stands at `fraction` of the whole filing while it lists.
+    ManifestWalk walk(double fraction, std::stop_token stop) {
+        return {[this, fraction](const std::string& relativePath) {
+                    report(fraction, std::string(lastComponent(relativePath)));
+                },
+                std::move(stop)};
     }
 
   private:
+    void report(double fraction, const std::string& text) {
+        if (!onProgress_) return;
+        const double now = clock_.now();
+        if (now - lastReport_ < secondsBetweenReports) return;
+        lastReport_ = now;
+        onProgress_(std::clamp(fraction, 0.0, 1.0), text);
+    }
+
     const ProjectFiler::Progress& onProgress_;
     const Clock& clock_;
     double lastReport_ = -std::numeric_limits<double>::infinity();
@@ -188,12 +116,12 @@ ProjectFilingOutcome ProjectFiler::file(const Plan& plan, const Progress& onProg
     const Outcome outcome = [&] {
         if (auto refusal = refusalOf(plan)) return endedWith(plan, std::move(*refusal));
         try {
-            staging.emplace(fileManager_, plan.destination, plan.name);
+            staging.emplace(fileManager_, plan.destination, plan.name, stop, clock_);
         } catch (const Failure& failure) {
             return endedWith(plan,
                              filingtext::folderNotCreated(plan.year, failure.error().description));
         }
-        auto proof = copyAndProve(plan, staging->path(), onProgress, stop);
+        auto proof = copyAndProve(plan, *staging, onProgress, stop);
         if (!proof.cancelled) publish(*staging, proof.outcome);
         return proof.outcome;
     }();
@@ -220,11 +148,18 @@ std::optional<std::string> ProjectFiler::refusalOf(const Plan& plan) {
     return std::nullopt;
 }
 
-ProjectFiler::Proof ProjectFiler::copyAndProve(const Plan& plan, const Path& stagedCopy,
+ProjectFiler::Proof ProjectFiler::copyAndProve(const Plan& plan, StagingFolder& staging,
                                                const Progress& onProgress,
                                                std::stop_token stop) const {
     ThrottledProgress progress(onProgress, clock_);
-    const ProjectManifest manifest = manifests_.scan(plan.source, plan.name, wallClock_.now());
+    const Path& stagedCopy = staging.path();
+    // What stopped filings left here makes room first. It and the walks of the original and of
+    // the proof take a while on a large project: they report at the ends of the copy's
+    // progress, and stop with it.
+    staging.sweepLeftovers(progress.walk(0, stop).onFile);
+    if (stop.stop_requested()) return {cancelled(plan), true};
+    const ProjectManifest manifest =
+        manifests_.scan(plan.source, plan.name, wallClock_.now(), progress.walk(0, stop));
     if (stop.stop_requested()) return {cancelled(plan), true};
     BackupResult run;
     try {
@@ -246,7 +181,8 @@ ProjectFiler::Proof ProjectFiler::copyAndProve(const Plan& plan, const Path& sta
     if (stop.stop_requested()) return {cancelled(plan), true};
 
     Outcome outcome{plan, manifest.files.size(), run.bytesTransferred, std::nullopt, {}};
-    outcome.check = manifests_.check(stagedCopy, manifest);
+    outcome.check = manifests_.check(stagedCopy, manifest, progress.walk(1, stop));
+    if (stop.stop_requested()) return {cancelled(plan), true};
     if (!run.errors.empty()) {
         outcome.problems.push_back(filingtext::filesNotCopied(run.errors.size()));
     }

@@ -8,12 +8,16 @@
 // runs there. Then the copy takes its final name, renamed and never over anything: a proven
 // one, and also one that failed or doesn't match, so that the result sentence ("Copied … but
 // the copy doesn't match") is true and the next attempt with the same plan finds something
-// already filed there. Only a cancelled copy is removed again, so a filing the user stopped
-// leaves no half-filed project under its name. The original is only read. Every ending is an
-// Outcome with words for the user; `file` never throws.
+// already filed there. Only a stopped copy is removed again, so a filing stopped by the
+// program's quit leaves no half-filed project under its name; what its moment of removing
+// leaves stays hidden for the next filing into that year to sweep (StagingFolder). The original
+// is only read. Every ending is an Outcome with words for the user; `file` never throws.
 //
-// `file` runs on a task of its own and polls its stop token between files and between the
-// chunks of one file; onProgress is called on that task, at most ten times a second.
+// `file` runs on a task of its own and polls its stop token between the files of its walks,
+// its copy and its removals, and between the chunks of one file, so it returns within a second
+// of a stop. onProgress is called on that task, at most ten times a second: from the sweep and
+// the walk of the original (at 0), from the copy (between files and from inside a large one),
+// and from the proof (at 1).
 
 #include <cstdint>
 #include <filesystem>
@@ -28,6 +32,8 @@
 #include "support/Clock.hpp"
 
 namespace quillstow {
+
+class StagingFolder;
 
 struct ProjectFilingPlan {
     std::filesystem::path source;
@@ -66,8 +72,8 @@ class ProjectFiler {
 
     void setBeforeProof(BeforeProof hook) { beforeProof_ = std::move(hook); }
 
-    // `onEnded` hears the outcome before a cancelled copy is removed again, which for a large
-    // project may take seconds more; `file` returns once it is gone.
+    // `onEnded` hears the outcome before a stopped copy is removed again; `file` returns once
+    // it is gone, or a moment after the stop (StagingFolder).
     Outcome file(const Plan& plan, const Progress& onProgress, std::stop_token stop = {},
                  const Ended& onEnded = nullptr) const;
 
@@ -81,8 +87,8 @@ class ProjectFiler {
         Outcome outcome;
         bool cancelled = false;
     };
-    Proof copyAndProve(const Plan& plan, const std::filesystem::path& stagedCopy,
-                       const Progress& onProgress, std::stop_token stop) const;
+    Proof copyAndProve(const Plan& plan, StagingFolder& staging, const Progress& onProgress,
+                       std::stop_token stop) const;
 
     FileSystem& fileManager_;
     FileCopier copier_;

@@ -45,14 +45,18 @@ ProjectManifestWriter::ProjectManifestWriter()
 ProjectManifestWriter::ProjectManifestWriter(ExclusionFilter clutterFilter)
     : clutterFilter_(std::move(clutterFilter)) {}
 
-std::vector<ProjectManifest::Entry> ProjectManifestWriter::listFiles(const Path& folder) const {
+std::vector<ProjectManifest::Entry> ProjectManifestWriter::listFiles(
+    const Path& folder, const ManifestWalk& walk) const {
     std::vector<ProjectManifest::Entry> files;
     walkTree(folder, WalkDetail::metadata, [&](const WalkEntry& entry) {
+        // Once stopped, no folder is entered, so the rest of the walk is the folders open now.
+        if (walk.stop.stop_requested()) return false;
         // Folders are never pruned: only a file's own name makes it clutter.
         if (entry.info.isDirectory()) return true;
         if (!entry.info.isRegularFile() || entry.name == projectManifestName) return false;
         if (clutterFilter_.isExcluded(entry.name, false)) return false;
         files.push_back({entry.relativePath, entry.info.fileSize.value_or(0)});
+        if (walk.onFile) walk.onFile(entry.relativePath);
         return false;
     });
     projectnames::sortInTextOrder(
@@ -62,17 +66,17 @@ std::vector<ProjectManifest::Entry> ProjectManifestWriter::listFiles(const Path&
 }
 
 ProjectManifest ProjectManifestWriter::scan(const Path& folder, const std::string& name,
-                                            Date archivedAt) const {
-    return {name, archivedAt, listFiles(folder)};
+                                            Date archivedAt, const ManifestWalk& walk) const {
+    return {name, archivedAt, listFiles(folder, walk)};
 }
 
 void ProjectManifestWriter::write(const ProjectManifest& manifest, const Path& folder) const {
     atomicfile::write(paths::appending(folder, projectManifestName), json::write(toJson(manifest)));
 }
 
-ProjectCheckResult ProjectManifestWriter::check(const Path& folder,
-                                                const ProjectManifest& manifest) const {
-    const auto actual = listFiles(folder);
+ProjectCheckResult ProjectManifestWriter::check(const Path& folder, const ProjectManifest& manifest,
+                                                const ManifestWalk& walk) const {
+    const auto actual = listFiles(folder, walk);
     std::unordered_map<std::string_view, std::int64_t> sizes;
     for (const auto& entry : actual)
         sizes.emplace(entry.path, entry.bytes);

@@ -9,6 +9,8 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -52,6 +54,13 @@ struct ProjectCheckResult {
     bool operator==(const ProjectCheckResult&) const = default;
 };
 
+// What a walk of a large project tells its caller and consults, on the walking thread: each
+// file as it is listed, and a stop, after which the walk lists nothing more.
+struct ManifestWalk {
+    std::function<void(const std::string& relativePath)> onFile;
+    std::stop_token stop;
+};
+
 class ProjectManifestWriter {
   public:
     // The standard profile's filter decides what is clutter rather than content.
@@ -60,22 +69,23 @@ class ProjectManifestWriter {
 
     // Every regular file below `folder` but clutter and the manifest itself, by its own name;
     // folders are never pruned, so the files inside a "node_modules" are listed. Never fails:
-    // what can't be read isn't counted.
+    // what can't be read isn't counted. A stopped walk gives what it had listed.
     ProjectManifest scan(const std::filesystem::path& folder, const std::string& name,
-                         Date archivedAt) const;
+                         Date archivedAt, const ManifestWalk& walk = {}) const;
 
     // Replaces any earlier manifest atomically; throws Failure when it can't be written.
     void write(const ProjectManifest& manifest, const std::filesystem::path& folder) const;
 
     // Lists `folder` once and compares presence and size; a file that kept its size but not
-    // its bytes passes. Never fails.
-    ProjectCheckResult check(const std::filesystem::path& folder,
-                             const ProjectManifest& manifest) const;
+    // its bytes passes. Never fails; a stopped walk's result means nothing.
+    ProjectCheckResult check(const std::filesystem::path& folder, const ProjectManifest& manifest,
+                             const ManifestWalk& walk = {}) const;
 
     static std::string summary(const ProjectCheckResult& result);
 
   private:
-    std::vector<ProjectManifest::Entry> listFiles(const std::filesystem::path& folder) const;
+    std::vector<ProjectManifest::Entry> listFiles(const std::filesystem::path& folder,
+                                                  const ManifestWalk& walk) const;
 
     ExclusionFilter clutterFilter_;
 };

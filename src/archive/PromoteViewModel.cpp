@@ -98,26 +98,21 @@ void PromoteViewModel::file() {
 
     std::weak_ptr<PromoteViewModel> weak = weak_from_this();
     MainQueue& mainQueue = services_.mainQueue;
-    filing_ = services_.tasks.start(
-        [weak, &mainQueue, filer = services_.filer, plan](std::stop_token stop) {
-            const auto onProgress = [weak, &mainQueue](double fraction, const std::string& text) {
-                mainQueue.post([weak, fraction, text] {
-                    if (auto model = weak.lock()) model->showProgress(fraction, text);
-                });
-            };
-            // The finished screen comes as soon as the outcome is known; removing a copy that
-            // didn't succeed goes on behind it.
-            const auto onEnded = [weak, &mainQueue](const ProjectFilingOutcome& outcome) {
-                mainQueue.post([weak, outcome] {
-                    if (auto model = weak.lock()) model->finish(outcome);
-                });
-            };
-            filer->file(plan, onProgress, stop, onEnded);
-        });
-}
-
-void PromoteViewModel::cancel() {
-    if (step_ == Step::filing) filing_.cancel();
+    services_.tasks.start([weak, &mainQueue, filer = services_.filer, plan](std::stop_token stop) {
+        const auto onProgress = [weak, &mainQueue](double fraction, const std::string& text) {
+            mainQueue.post([weak, fraction, text] {
+                if (auto model = weak.lock()) model->showProgress(fraction, text);
+            });
+        };
+        // The finished screen comes as soon as the outcome is known; removing a copy that
+        // didn't succeed goes on behind it.
+        const auto onEnded = [weak, &mainQueue](const ProjectFilingOutcome& outcome) {
+            mainQueue.post([weak, outcome] {
+                if (auto model = weak.lock()) model->finish(outcome);
+            });
+        };
+        filer->file(plan, onProgress, stop, onEnded);
+    });
 }
 
 void PromoteViewModel::showProgress(double fraction, const std::string& text) {
@@ -130,7 +125,6 @@ void PromoteViewModel::finish(ProjectFilingOutcome outcome) {
     outcome_ = std::move(outcome);
     progress_ = 1;
     step_ = Step::finished;
-    filing_ = {};
     changed();
 }
 

@@ -6,7 +6,9 @@
 //
 // Lives on the main thread: every operation and every observer call happen there. `file` hands
 // the filing to a task and comes back through the main queue, holding the model weakly, so a
-// window that closes neither stops the filing nor is reached by it. Make it with `make`.
+// window that closes neither stops the filing nor is reached by it. Nothing here stops a filing:
+// once begun, it ends on its own, or when the program quits and the task runner is told to stop
+// its tasks. Make it with `make`.
 
 #include <filesystem>
 #include <functional>
@@ -72,9 +74,8 @@ class PromoteViewModel : public std::enable_shared_from_this<PromoteViewModel> {
 
     // Tidies up first if the user asked, then files on a task; on to filing, then finished.
     void file();
-    // Asks a filing under way to stop; it ends, as cancelled, on the finished screen.
-    void cancel();
-    // Back to choose; the archive folder stays.
+    // Back to choose; the archive folder stays. Not while filing: that step ends only with the
+    // filing.
     void reset();
 
     // The sentence of the finished screen, and whether it is a success.
@@ -95,7 +96,6 @@ class PromoteViewModel : public std::enable_shared_from_this<PromoteViewModel> {
     Services services_;
     const Date today_;
     Observers<int> observers_;
-    TaskHandle filing_;
 
     Step step_ = Step::choose;
     std::optional<std::filesystem::path> project_;

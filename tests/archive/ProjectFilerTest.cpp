@@ -1,18 +1,23 @@
 // Filing a project into its year: the proven copy under its final name; the proof that catches
 // a changed size and names the file; a failed copy left under its name for the next attempt to
-// meet; a cancel that leaves no half-filed project; and the endings of the filer's own rules,
-// each leaving the original as it was.
+// meet; a stop that leaves no half-filed project, and what it left swept by the next filing;
+// progress from inside a big file and from the walks; two filings at once; and the endings of
+// the filer's own rules, each leaving the original as it was.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
+#include <set>
 
 #include "PrivateMounts.hpp"
 #include "ProjectFolders.hpp"
 #include "TestTree.hpp"
 #include "archive/ProjectFiler.hpp"
+#include "archive/StagingFolder.hpp"
 #include "copy/FaultyFileSystem.hpp"
+#include "copy/StreamedCopy.hpp"
 #include "support/FileInfo.hpp"
 #include "support/ManualClocks.hpp"
 
@@ -135,9 +140,31 @@ TEST(ProjectFiler, CatchesAChangedSizeNamesTheFileAndLeavesTheCopyForTheNextAtte
               "changed — rename one of them first.");
 }
 
-TEST(ProjectFiler, LeavesNoHalfFiledProjectWhenCancelled) {
-    // Before the copy starts, at its first report, half way through.
-    for (const double phase : {-1.0, 0.0, 0.5}) {
+// Hidden entries only: what a stopped filing may leave for the next one to sweep.
+bool holdsOnlyHidden(const fs::path& folder) {
+    if (!fs::exists(folder)) return true;
+    for (const auto& entry : fs::directory_iterator(folder))
+        if (!entry.path().filename().native().starts_with('.')) return false;
+    return true;
+}
+
+std::size_t entriesIn(const fs::path& folder) {
+    return std::size_t(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+}
+
+struct StopCase {
+    const char* label;
+    std::function<bool(double fraction, const std::string& text)> stopsAt;
+};
+
+TEST(ProjectFiler, LeavesNoHalfFiledProjectWhenStoppedAndSweepsWhatItLeftNextTime) {
+    const StopCase cases[] = {
+        {"before it begins", nullptr},
+        {"in the walk of the original", [](double, const std::string&) { return true; }},
+        {"half way through the copy", [](double fraction, const auto&) { return fraction >= 0.5; }},
+        {"in the proof", [](double fraction, const auto&) { return fraction >= 1; }},
+    };
+    for (const auto& each : cases) {
         Filing f;
         const auto project = makeFilmProject(f.root.path());
         for (int i = 0; i < 40; ++i)
@@ -145,35 +172,163 @@ TEST(ProjectFiler, LeavesNoHalfFiledProjectWhenCancelled) {
         makeFolder(f.archive() / "2023");
         const auto before = snapshotOf(project);
         std::stop_source stop;
-        if (phase < 0) stop.request_stop();
+        if (!each.stopsAt) stop.request_stop();
         int reportsAfterStop = 0;
         const auto plan = f.planFor(project, 2023, "Spring Campaign");
         std::optional<std::string> told;
         const auto outcome = f.filer.file(
             plan,
-            [&](double fraction, const std::string&) {
+            [&](double fraction, const std::string& text) {
                 if (stop.stop_requested()) ++reportsAfterStop;
-                if (fraction >= phase) stop.request_stop();
+                if (each.stopsAt(fraction, text)) stop.request_stop();
             },
             stop.get_token(),
-            [&](const ProjectFilingOutcome& ended) {
-                told = ProjectFiler::summary(ended);
-                // Told first; the hidden copy goes afterwards.
-                EXPECT_FALSE(fs::is_empty(f.archive() / "2023")) << "at " << phase;
-            });
+            [&](const ProjectFilingOutcome& ended) { told = ProjectFiler::summary(ended); });
 
-        ASSERT_TRUE(stop.stop_requested()) << "at " << phase;
+        ASSERT_TRUE(stop.stop_requested()) << each.label;
         EXPECT_EQ(ProjectFiler::summary(outcome),
                   "Couldn't copy \"Spring Campaign\": The operation was cancelled. The original "
                   "has been left alone.")
-            << "at " << phase;
-        EXPECT_FALSE(outcome.check);
-        EXPECT_EQ(told, ProjectFiler::summary(outcome)) << "at " << phase;
-        EXPECT_LE(reportsAfterStop, 1) << "at " << phase;
-        EXPECT_FALSE(files::exists(plan.destination)) << "at " << phase;
-        EXPECT_TRUE(fs::is_empty(f.archive() / "2023")) << "at " << phase;
-        EXPECT_EQ(snapshotOf(project), before) << "at " << phase;
+            << each.label;
+        EXPECT_FALSE(outcome.check) << each.label;
+        EXPECT_EQ(told, ProjectFiler::summary(outcome)) << each.label;
+        EXPECT_LE(reportsAfterStop, 1) << each.label;
+        EXPECT_FALSE(files::exists(plan.destination)) << each.label;
+        EXPECT_TRUE(holdsOnlyHidden(f.archive() / "2023")) << each.label;
+        EXPECT_EQ(snapshotOf(project), before) << each.label;
+
+        // The clock ticks a second a reading, so the moment of removing after the stop ran out
+        // at once: the next filing into the year sweeps what stayed.
+        EXPECT_TRUE(f.filer.file(plan, nullptr).isSuccess()) << each.label;
+        EXPECT_EQ(entriesIn(f.archive() / "2023"), 1u) << each.label;
     }
+}
+
+// A file as large as the copy streams, in chunks of a mebibyte.
+void writeBigFile(const fs::path& path) {
+    writeFile(path, std::string(std::size_t(streamThreshold), 'v'));
+}
+
+TEST(ProjectFiler, ReportsFromInsideABigFileAndStopsThere) {
+    Filing f;
+    const auto project = f.root / "Big Finish";
+    writeBigFile(project / "6 Finals/master.mov");
+    writeFile(project / "1 Documents/notes.txt", "notes");
+    const auto before = snapshotOf(project);
+    const auto chunkReport = [](const std::string& text) {
+        return text.starts_with("master.mov (");
+    };
+
+    int chunks = 0;
+    const auto filed =
+        f.filer.file(f.planFor(project, 2023, "Big Finish"), [&](double, const std::string& text) {
+            if (chunkReport(text)) ++chunks;
+        });
+    EXPECT_TRUE(filed.isSuccess()) << ProjectFiler::summary(filed);
+    EXPECT_GE(chunks, 8) << "the file's own progress, chunk by chunk";
+
+    std::stop_source stop;
+    int chunksBeforeStop = 0;
+    int reportsAfterStop = 0;
+    const auto plan = f.planFor(project, 2024, "Big Finish");
+    const auto stopped = f.filer.file(
+        plan,
+        [&](double, const std::string& text) {
+            if (stop.stop_requested()) ++reportsAfterStop;
+            if (chunkReport(text) && ++chunksBeforeStop == 3) stop.request_stop();
+        },
+        stop.get_token());
+    EXPECT_EQ(chunksBeforeStop, 3);
+    EXPECT_LE(reportsAfterStop, 1) << "no more than a chunk after the stop";
+    EXPECT_FALSE(stopped.isSuccess());
+    EXPECT_FALSE(files::exists(plan.destination));
+    EXPECT_TRUE(holdsOnlyHidden(f.archive() / "2024"));
+    EXPECT_EQ(snapshotOf(project), before);
+}
+
+TEST(ProjectFiler, CutsBigFilesDownStepByStepAndOnceStoppedRemovesOnlySmallOnes) {
+    for (const bool stopped : {false, true}) {
+        TemporaryFolder root;
+        const auto copy = root / ".quillstowtmp-0123ABCD-Cut";
+        writeBigFile(copy / "3 Media/A001.mov");
+        writeFile(copy / "1 Documents/notes.txt", "notes");
+        writeFile(copy / "3 Media/B001.mov", std::string(1 << 20, 'b'));
+        std::stop_source stop;
+        if (stopped) stop.request_stop();
+        const ManualClock frozen;
+        std::multiset<std::string> removed;
+        const bool gone = removeWithinGrace(copy, stop.get_token(), frozen, 0.25,
+                                            [&](const auto& name) { removed.insert(name); });
+        EXPECT_EQ(gone, !stopped);
+        EXPECT_EQ(files::exists(copy / "3 Media/A001.mov"), stopped);
+        EXPECT_FALSE(files::exists(copy / "3 Media/B001.mov"));
+        EXPECT_FALSE(files::exists(copy / "1 Documents"));
+        // The big one is cut down a step before it goes.
+        EXPECT_EQ(removed.count("A001.mov"), stopped ? 0u : 2u);
+        EXPECT_EQ(removed.count("notes.txt"), 1u);
+    }
+}
+
+TEST(ProjectFiler, NamesEachFileAsItWalksTheOriginalAndTheProof) {
+    Filing f;
+    const auto project = f.root / "Stills";
+    std::set<std::string> names;
+    for (int i = 0; i < 30; ++i) {
+        names.insert("IMG_" + std::to_string(i) + ".jpg");
+        writeFile(project / "3 Media" / ("IMG_" + std::to_string(i) + ".jpg"), "jpeg");
+    }
+    bool proving = false;
+    f.filer.setBeforeProof([&](const fs::path&) { proving = true; });
+    std::vector<std::pair<double, std::string>> walked, proved;
+    const auto outcome = f.filer.file(f.planFor(project, 2023, "Stills"),
+                                      [&](double fraction, const std::string& text) {
+                                          (proving ? proved : walked).emplace_back(fraction, text);
+                                      });
+    ASSERT_TRUE(outcome.isSuccess());
+    ASSERT_GE(walked.size(), 30u);
+    std::set<std::string> first;
+    for (std::size_t i = 0; i < 30; ++i) {
+        EXPECT_EQ(walked[i].first, 0.0) << walked[i].second;
+        first.insert(walked[i].second);
+    }
+    EXPECT_EQ(first, names) << "the walk of the original comes before the copy";
+    std::set<std::string> checked;
+    for (const auto& [fraction, text] : proved) {
+        EXPECT_EQ(fraction, 1.0) << text;
+        checked.insert(text);
+    }
+    EXPECT_EQ(checked, names);
+}
+
+TEST(ProjectFiler, TwoFilingsAtOnceNeverSweepOrReplaceEachOther) {
+    Filing f;
+    const auto project = makeFilmProject(f.root.path());
+    const auto plan = f.planFor(project, 2023, "Spring Campaign");
+
+    // The first holds between its copy and its proof while two more run.
+    std::promise<void> reached, opened;
+    ProjectFiler held{f.fileSystem, ProjectManifestWriter(), f.wallClock, f.clock};
+    held.setBeforeProof([&](const fs::path&) {
+        reached.set_value();
+        opened.get_future().wait();
+    });
+    auto first = std::async(std::launch::async, [&] { return held.file(plan, nullptr); });
+    reached.get_future().wait();
+    // What a filing stopped long ago left behind, as far as anyone can tell.
+    writeFile(f.archive() / "2023/.quillstowtmp-0123ABCD-Old/3 Media/A001.mov", "partial");
+    EXPECT_TRUE(f.filer.file(plan, nullptr).isSuccess()) << "the second under the same name";
+    EXPECT_TRUE(files::exists(f.archive() / "2023/.quillstowtmp-0123ABCD-Old"))
+        << "not swept while another filing runs in the year";
+    opened.set_value();
+    EXPECT_EQ(ProjectFiler::summary(first.get()),
+              "There's already something filed as \"Spring Campaign\" in 2023. Nothing was "
+              "changed — rename one of them first.");
+    EXPECT_EQ(entriesIn(f.archive() / "2023"), 2u) << "the filed project and the old leftover";
+
+    EXPECT_TRUE(f.filer.file(f.planFor(project, 2023, "Other"), nullptr).isSuccess());
+    EXPECT_FALSE(files::exists(f.archive() / "2023/.quillstowtmp-0123ABCD-Old"))
+        << "swept by a filing alone in the year";
+    EXPECT_EQ(entriesIn(f.archive() / "2023"), 2u);
 }
 
 struct EndingCase {

@@ -1,5 +1,6 @@
 // The filing flow's model: its steps in order from a picked folder to the result and back, what
-// "File It" needs, the tidy-up before the copy, a cancel, and a window that closes mid-filing.
+// "File It" needs, the tidy-up before the copy, the program's quit, and a window that closes
+// mid-filing.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -136,7 +137,7 @@ TEST(PromoteViewModel, FilesOnlyWithANameAndTakesOnlyPlausibleYears) {
     EXPECT_TRUE(files::exists(f.root / "Archive/2100/Odds/6 Finals/a.txt")) << "filed trimmed";
 }
 
-TEST(PromoteViewModel, EndsACancelledFilingOnTheFinishedScreenWithNothingFiled) {
+TEST(PromoteViewModel, EndsAFilingStoppedByTheQuitOnTheFinishedScreenWithNothingFiled) {
     Flow f;
     Gate gate;
     f.filer->setBeforeProof(gate.hook());
@@ -145,7 +146,9 @@ TEST(PromoteViewModel, EndsACancelledFilingOnTheFinishedScreenWithNothingFiled) 
     f.model->chooseArchive(f.root / "Archive");
     f.model->file();
     gate.reached.get_future().wait();
-    f.model->cancel();
+    f.model->reset();
+    EXPECT_EQ(f.model->step(), Step::filing) << "no way out of filing but its end";
+    f.tasks.cancelAll();
     gate.opened.set_value();
     ASSERT_TRUE(f.runUntilFinished());
 

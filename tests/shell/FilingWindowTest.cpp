@@ -11,6 +11,8 @@
 #include <QIcon>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPointer>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QStackedWidget>
@@ -19,13 +21,14 @@
 #include <future>
 
 #include "../archive/ProjectFolders.hpp"
-#include "copy/FaultyFileSystem.hpp"
-#include "support/ManualClocks.hpp"
 #include "PrivateMounts.hpp"
 #include "TestTree.hpp"
+#include "app/FilingServices.hpp"
 #include "app/QtMainQueue.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "platform/FreedesktopTrash.hpp"
 #include "support/Dates.hpp"
+#include "support/ManualClocks.hpp"
 #include "views/FilingWindow.hpp"
 
 namespace quillstow::shell {
@@ -41,7 +44,7 @@ using testing::writeFile;
 using Step = PromoteViewModel::Step;
 
 // The real file operations, held at the first copy until the test lets the filing go on, and
-// counted, so a cancel can be seen to stop the copy.
+// counted, so a quit can be seen to stop the copy.
 class HeldFileSystem final : public testing::ForwardingFileSystem {
   public:
     HeldFileSystem() : ForwardingFileSystem(real_) {}
@@ -155,7 +158,8 @@ class FilingWindowTest : public QObject {
     void filesAPickedProjectAndShowsItVerified();
     void reviewSaysWhatIsOddAndFilesOnlyWithANameAndAnArchive();
     void tidyingUpMovesOnlyTheRebuildableFoldersToTheTrash();
-    void aCancelMidCopyLeavesNothingFiledAndTheOriginalAsItWas();
+    void aWindowClosedMidFilingLeavesItToRunTillTheQuit_data();
+    void aWindowClosedMidFilingLeavesItToRunTillTheQuit();
     void everyScreenReadsOnADarkTheme();
     void aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords_data();
     void aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords();
@@ -293,37 +297,73 @@ void FilingWindowTest::tidyingUpMovesOnlyTheRebuildableFoldersToTheTrash() {
     QCOMPARE(readFile(filed / "3 Media/A001.mov"), std::string(3000, 'f'));
 }
 
-void FilingWindowTest::aCancelMidCopyLeavesNothingFiledAndTheOriginalAsItWas() {
-    Flow f;
-    const fs::path project = makeFilmProject(f.root / "work");
-    const auto original = filesBelow(project);
-    f.pick("chooseProject", project);
-    testing::makeFolder(f.root / "Archive");
-    f.pick("chooseArchive", f.root / "Archive");
-    f.fileSystem.holdFirstCopy();
-    f.click("fileIt");
-    QVERIFY(QTest::qWaitFor([&] { return f.fileSystem.reached(); }, 10000));
-    QCoreApplication::processEvents();
-    QCOMPARE(f.shownPage(), QString("filing"));
-    QVERIFY(f.isShown("progress"));
-    QVERIFY(!f.label("progressLabel").isEmpty());
-    f.look("copying");
+// Only hidden entries, or nothing: no project under a name.
+bool holdsNothingFiled(const fs::path& folder) {
+    if (!fs::exists(folder)) return true;
+    for (const auto& entry : fs::directory_iterator(folder))
+        if (!entry.path().filename().native().starts_with('.')) return false;
+    return true;
+}
 
-    f.click("cancel");
-    const int copiesBefore = f.fileSystem.copies();
-    f.fileSystem.letGo();
-    QVERIFY(f.finished());
-    QCOMPARE(f.label("resultHeading"), QString("Couldn't file it"));
-    QCOMPARE(f.label("resultSentence"),
-             QString("Couldn't copy \"Spring Campaign 2023\": The operation was cancelled. The "
-                     "original has been left alone."));
-    QVERIFY(!f.isShown("showInFileManager"));
-    f.tasks.waitUntilIdle();
-    QVERIFY2(f.fileSystem.copies() - copiesBefore <= 1, "the copy went on after the cancel");
-    QVERIFY(!fs::exists(f.root / "Archive/2023/Spring Campaign 2023"));
-    QVERIFY(filesBelow(f.root / "Archive").empty());
+void FilingWindowTest::aWindowClosedMidFilingLeavesItToRunTillTheQuit_data() {
+    QTest::addColumn<bool>("quits");
+    QTest::newRow("it runs to its end") << false;
+    QTest::newRow("the program quits") << true;
+}
+
+void FilingWindowTest::aWindowClosedMidFilingLeavesItToRunTillTheQuit() {
+    QFETCH(bool, quits);
+    TemporaryFolder root;
+    HeldFileSystem fileSystem;
+    auto services = std::make_unique<FilingServices>(root / "home/Trash", &fileSystem);
+    const fs::path project = makeFilmProject(root / "work");
+    const auto original = filesBelow(project);
+    testing::makeFolder(root / "Archive");
+    const fs::path filed = root / "Archive/2023/Spring Campaign 2023";
+
+    QPointer<FilingWindow> first = new FilingWindow(services->makeModel(), [](const fs::path&) {});
+    first->setAttribute(Qt::WA_DeleteOnClose);
+    first->show();
+    first->model().choose(project);
+    first->model().chooseArchive(root / "Archive");
+    fileSystem.holdFirstCopy();
+    QTest::mouseClick(first->findChild<QPushButton*>("fileIt"), Qt::LeftButton);
+    QVERIFY(QTest::qWaitFor([&] { return fileSystem.reached(); }, 10000));
+    QCoreApplication::processEvents();
+    auto* page = first->findChild<QStackedWidget*>("pages")->currentWidget();
+    QCOMPARE(page->objectName(), QString("filing"));
+    QVERIFY(!page->findChild<QProgressBar*>("progress")->isHidden());
+    QVERIFY(!page->findChild<QLabel*>("progressLabel")->text().isEmpty());
+    QVERIFY2(page->findChildren<QPushButton*>().isEmpty(), "no way out of filing but its end");
+    if (!quits)
+        QVERIFY(first->grab().save(QDir(QUILLSTOW_SCREENSHOTS).filePath("filing-copying.png")));
+
+    first->close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(!first);
+    // Opened again, the window starts a fresh flow while the first filing runs on.
+    FilingWindow second(services->makeModel(), [](const fs::path&) {});
+    second.show();
+    QCOMPARE(second.findChild<QStackedWidget*>("pages")->currentWidget()->objectName(),
+             QString("choose"));
+    QVERIFY(!second.model().archiveRoot());
+
+    const int copiesBefore = fileSystem.copies();
+    if (quits) services->stopFilings();
+    fileSystem.letGo();
+    if (quits) {
+        services.reset();  // waits for the filing
+        QVERIFY2(fileSystem.copies() - copiesBefore <= 1, "the copy went on after the quit");
+        QVERIFY(!fs::exists(filed));
+        QVERIFY(holdsNothingFiled(root / "Archive/2023"));
+    } else {
+        QVERIFY(
+            QTest::qWaitFor([&] { return fs::exists(filed / ".quillstow-manifest.json"); }, 10000));
+        services.reset();
+        QCOMPARE(readFile(filed / "6 Finals/Campaign.mp4"), std::string(1000, 'm'));
+    }
     QVERIFY(filesBelow(project) == original);
-    f.look("cancelled");
+    QCOMPARE(second.model().step(), Step::choose);
 }
 
 void FilingWindowTest::everyScreenReadsOnADarkTheme() {

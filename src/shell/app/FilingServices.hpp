@@ -2,9 +2,11 @@
 
 // What the filing window's model needs from the program, made once and kept by the tray
 // application: the file system, clocks, the desktop's Trash, the filer, and the task runner its
-// filings run on. A window closed mid-filing never stops the copy; the program quitting does:
-// the filing is cancelled, which removes its unfinished copy, and waited for, so nothing
-// half-filed is left under the project's name and nothing the filing uses goes before it.
+// filings run on. A window closed mid-filing never stops the copy, and a window opened again
+// gets a fresh model while that filing runs on here. The program quitting stops it: the filing
+// is cancelled, which removes what a moment allows of its unfinished copy (the next filing into
+// that year sweeps the rest), and waited for, which takes under a second, so nothing half-filed
+// is left under the project's name and nothing the filing uses goes before it.
 //
 // Made and used on the main thread; the filer and the Trash are used from the filing's task.
 
@@ -23,14 +25,21 @@ namespace quillstow::shell {
 
 class FilingServices {
   public:
-    // The Trash the tidy-up moves into on the home volume; other volumes use their own.
+    // The Trash the tidy-up moves into on the home volume; other volumes use their own. The
+    // copies go through `fileSystem`, the local disk unless given.
     explicit FilingServices(
-        const std::filesystem::path& homeTrash = FreedesktopTrash::homeTrashOfEnvironment())
-        : trash_(homeTrash, ::getuid(), wallClock_) {}
+        const std::filesystem::path& homeTrash = FreedesktopTrash::homeTrashOfEnvironment(),
+        FileSystem* fileSystem = nullptr)
+        : fileSystem_(fileSystem ? *fileSystem : localFileSystem_),
+          trash_(homeTrash, ::getuid(), wallClock_) {}
     FilingServices(const FilingServices&) = delete;
     FilingServices& operator=(const FilingServices&) = delete;
-    // A filing still under way is cancelled, which removes its copy again, and waited for.
-    ~FilingServices() { tasks_.cancelAll(); }
+    // A filing still under way is cancelled and waited for.
+    ~FilingServices() { stopFilings(); }
+
+    // Asks the filings under way to stop, as the program does when it quits; they end within a
+    // second, and their copies go.
+    void stopFilings() { tasks_.cancelAll(); }
 
     // A fresh model for each window that is opened.
     std::shared_ptr<PromoteViewModel> makeModel() {
@@ -39,7 +48,8 @@ class FilingServices {
 
   private:
     QtMainQueue mainQueue_;
-    LocalFileSystem fileSystem_;
+    LocalFileSystem localFileSystem_;
+    FileSystem& fileSystem_;
     SystemWallClock wallClock_;
     MonotonicClock clock_;
     FreedesktopTrash trash_;

@@ -148,6 +148,8 @@ void TrayApplication::stop() {
     updater_.reset();
 #endif
     if (trayIcon_) trayIcon_->hide();
+    // A filing under way stops now, while the rest shuts down; it is waited for at the end.
+    if (filingServices_) filingServices_->stopFilings();
     for (QPointer<QWidget>* window : {&about_, &addBackup_, &filing_, &learn_, &restore_,
                                       &recovery_, &welcome_, &profileSuggestion_})
         delete window->data();

@@ -264,10 +264,8 @@ QWidget* FilingWindow::filingPage() {
     progressLabel_->setObjectName("progressLabel");
     column->addWidget(progressLabel_);
     column->addWidget(dimmed(wrapped(QString::fromUtf8(texts::originalUntouched))));
+    // No way out but the filing's end: closing the window leaves the filing to run.
     column->addStretch();
-    auto* cancel = button(texts::cancel, "cancel");
-    connect(cancel, &QPushButton::clicked, this, [this] { model_->cancel(); });
-    column->addLayout(buttonRow({cancel}));
     return page;
 }
 

@@ -33,12 +33,16 @@ std::int64_t allocatedBytes(int folder, const std::string& name) {
     return S_ISREG(status.st_mode) ? std::int64_t(status.st_blocks) * 512 : 0;
 }
 
-// Answers false when stopped before the file is cut down to nothing.
+// Answers false when stopped before the file is cut down to nothing. A file with another link
+// is left whole: its blocks are shared with a name that isn't ours (a deduplicating tool may have
+// linked a copy to the original), and the unlink after drops only our name.
 bool cutDown(int folder, const std::string& name, const std::stop_token& stop,
              const OnRemoved& onRemoved) {
-    const FileHandle file(::openat(folder, name.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
+    const FileHandle file(
+        ::openat(folder, name.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
     if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return true;
+    if (!S_ISREG(status.st_mode) || status.st_nlink > 1) return true;
     for (off_t size = status.st_size; size > 0;) {
         if (stop.stop_requested()) return false;
         size = std::max<off_t>(0, size - off_t(removalStep));
@@ -62,11 +66,20 @@ bool removeWithinGrace(const Path& item, std::stop_token stop, const Clock& cloc
     struct stat status {};
     if (::lstat(item.c_str(), &status) != 0) return errno == ENOENT;
     if (!S_ISDIR(status.st_mode)) return ::unlink(item.c_str()) == 0 || errno == ENOENT;
+    // The folder itself, never a link put in its place since the look above: the walk goes
+    // through the open folder.
+    const FileHandle folder(::open(item.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat opened {};
+    if (!folder.isOpen() || ::fstat(folder.get(), &opened) != 0 || opened.st_dev != status.st_dev ||
+        opened.st_ino != status.st_ino) {
+        return false;
+    }
+    const Path throughHandle = "/proc/self/fd/" + std::to_string(folder.get());
 
     // Files as the walk meets them; the folders afterwards, the deepest first.
     std::vector<std::string> folders;
     bool inTime = true;
-    walkTree(item, WalkDetail::typeOnly, [&](const WalkEntry& entry) {
+    walkTree(throughHandle, WalkDetail::typeOnly, [&](const WalkEntry& entry) {
         if (!inTime || timeIsUp()) {
             inTime = false;
             return false;
@@ -84,8 +97,8 @@ bool removeWithinGrace(const Path& item, std::stop_token stop, const Clock& cloc
         if (::unlinkat(entry.folder, name.c_str(), 0) == 0 && onRemoved) onRemoved(name);
         return false;
     });
-    for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder)
-        ::rmdir((item / *folder).c_str());
+    for (auto below = folders.rbegin(); below != folders.rend(); ++below)
+        ::unlinkat(folder.get(), below->c_str(), AT_REMOVEDIR);
     return ::rmdir(item.c_str()) == 0 || errno == ENOENT;
 }
 
@@ -100,7 +113,12 @@ StagingFolder::StagingFolder(FileSystem& fileSystem, const Path& destination,
     }
     if (files::exists(firstMadeFolder_)) firstMadeFolder_.clear();
     fileSystem_.createDirectories(yearFolder);
-    lockYear(yearFolder);
+    try {
+        lockYear(yearFolder);
+    } catch (const Failure&) {
+        removeFoldersMadeHere(yearFolder);
+        throw;
+    }
     path_ = yearFolder / atomicfile::temporaryName(name);
     if (::mkdir(path_.c_str(), 0777) != 0) {
         const int error = errno;
@@ -120,7 +138,8 @@ StagingFolder::~StagingFolder() {
 // gets no sweep.
 void StagingFolder::lockYear(const Path& yearFolder) {
     yearLock_ = FileHandle(::open(yearFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!yearLock_.isOpen()) return;
+    // A filing without its shared lock could be swept by another one as a leftover.
+    if (!yearLock_.isOpen()) throwPosix(errno);
     if (::flock(yearLock_.get(), LOCK_EX | LOCK_NB) == 0) {
         walkTree(yearFolder, WalkDetail::typeOnly, [&](const WalkEntry& entry) {
             if (entry.info.isDirectory() && atomicfile::isTemporaryName(entry.name))
@@ -133,7 +152,10 @@ void StagingFolder::lockYear(const Path& yearFolder) {
 
 void StagingFolder::sweepLeftovers(const OnRemoved& onRemoved) {
     for (const auto& leftover : leftovers_) {
-        if (!removeWithinGrace(leftover, stop_, clock_, graceAfterStop, onRemoved)) break;
+        // One that can't go holds back no other; a stop ends the sweep.
+        if (!removeWithinGrace(leftover, stop_, clock_, graceAfterStop, onRemoved) &&
+            stop_.stop_requested())
+            break;
     }
     leftovers_.clear();
 }

@@ -20,8 +20,10 @@ EntryRole roleOf(std::string_view name, const FileInfo& info, const ExclusionFil
     return info.isRegularFile() ? EntryRole::item : EntryRole::none;
 }
 
+namespace {
+
 SourceListing readSource(FileSystem& fileSystem, const std::filesystem::path& source,
-                         const ExclusionFilter& filter) {
+                         const ExclusionFilter& filter, const std::stop_token& stop) {
     SourceListing listing;
     // Walking the resolved root makes every item's path a resolved one: the walk follows no
     // link below it, so the relative path of an item is the path it was reached by.
@@ -30,7 +32,7 @@ SourceListing readSource(FileSystem& fileSystem, const std::filesystem::path& so
         [&](const WalkEntry& entry) -> std::optional<WalkDetail> {
             const EntryRole role = roleOf(entry.name, entry.info, filter, false);
             if (role == EntryRole::item) listing.items.push_back({entry.relativePath, entry.info});
-            if (role != EntryRole::folder) return std::nullopt;
+            if (role != EntryRole::folder || stop.stop_requested()) return std::nullopt;
             listing.folders.push_back({entry.relativePath, entry.info.modificationDate});
             return WalkDetail::metadata;
         },
@@ -40,10 +42,17 @@ SourceListing readSource(FileSystem& fileSystem, const std::filesystem::path& so
     return listing;
 }
 
+}  // namespace
+
+SourceListing readSource(FileSystem& fileSystem, const std::filesystem::path& source,
+                         const ExclusionFilter& filter) {
+    return readSource(fileSystem, source, filter, {});
+}
+
 std::vector<ListedItem> listSource(const std::filesystem::path& source,
-                                   const ExclusionFilter& filter) {
+                                   const ExclusionFilter& filter, std::stop_token stop) {
     LocalFileSystem fileSystem;
-    return readSource(fileSystem, source, filter).items;
+    return readSource(fileSystem, source, filter, stop).items;
 }
 
 std::string relativePath(const std::filesystem::path& root, const std::filesystem::path& item) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -55,9 +56,10 @@ struct SourceListing {
 SourceListing readSource(FileSystem& fileSystem, const std::filesystem::path& source,
                          const ExclusionFilter& filter);
 
-// The items of readSource alone. A source that can't be opened lists nothing.
+// The items of readSource alone. A source that can't be opened lists nothing; once `stop` is
+// asked for, no further folder is gone into.
 std::vector<ListedItem> listSource(const std::filesystem::path& source,
-                                   const ExclusionFilter& filter);
+                                   const ExclusionFilter& filter, std::stop_token stop = {});
 
 // The path of `item` relative to `root`, both standardised with links resolved; an item outside
 // the root yields its last component alone, which puts it at the top of the mirror.

@@ -269,6 +269,25 @@ TEST(ProjectFiler, CutsBigFilesDownStepByStepAndOnceStoppedRemovesOnlySmallOnes)
     }
 }
 
+TEST(ProjectFiler, RemovingALeftoverNeverReachesWhatIsNotItsOwn) {
+    TemporaryFolder root;
+    const auto copy = root / ".quillstowtmp-0123ABCD-Shared";
+    // A deduplicating tool linked the copy of a big file to the original.
+    writeBigFile(root / "Original/A001.mov");
+    makeFolder(copy);
+    fs::create_hard_link(root / "Original/A001.mov", copy / "A001.mov");
+    // And a leftover that is a link to the original's folder.
+    const auto linked = root / ".quillstowtmp-4567CDEF-Linked";
+    fs::create_directory_symlink(root / "Original", linked);
+    const ManualClock frozen;
+    EXPECT_TRUE(removeWithinGrace(copy, {}, frozen, 0.25));
+    EXPECT_TRUE(removeWithinGrace(linked, {}, frozen, 0.25));
+    EXPECT_FALSE(files::exists(copy));
+    EXPECT_FALSE(fs::is_symlink(linked));
+    EXPECT_EQ(fs::file_size(root / "Original/A001.mov"), std::uintmax_t(streamThreshold))
+        << "the original kept every byte";
+}
+
 TEST(ProjectFiler, NamesEachFileAsItWalksTheOriginalAndTheProof) {
     Filing f;
     const auto project = f.root / "Stills";

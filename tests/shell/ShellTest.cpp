@@ -767,6 +767,12 @@ void ShellTest::theRowsMenuRedoesTheSmartSetupAndMarksRemoveInRed() {
     const auto measured = measureSuggestion(t.pair);
     QCOMPARE(measured.approximateBytes, 1000);
     QCOMPARE(measured.recommended, BackupProfile::standard);
+    // A quit during the reading: no further folder is gone into.
+    testing::writeFile(t.pair.sourceURL / "Later/more.txt", std::string(500, 'x'));
+    std::stop_source quit;
+    quit.request_stop();
+    QCOMPARE(measureSuggestion(t.pair, quit.get_token()).approximateBytes, 1000);
+    QCOMPARE(measureSuggestion(t.pair).approximateBytes, 1500);
 }
 
 void ShellTest::aRightClickKeepsThePopoverOpenAndAnotherWorkspaceClosesIt() {

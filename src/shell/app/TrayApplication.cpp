@@ -8,7 +8,6 @@
 #include <QMessageBox>
 #include <QScreen>
 #include <QTimer>
-#include <thread>
 
 #include "app/DesktopServices.hpp"
 #include "app/FilingServices.hpp"
@@ -150,6 +149,8 @@ void TrayApplication::stop() {
     if (trayIcon_) trayIcon_->hide();
     // A filing under way stops now, while the rest shuts down; it is waited for at the end.
     if (filingServices_) filingServices_->stopFilings();
+    smartSetupTasks_.cancelAll();
+    smartSetupTasks_.waitUntilIdle();
     for (QPointer<QWidget>* window : {&about_, &addBackup_, &filing_, &learn_, &restore_,
                                       &recovery_, &welcome_, &profileSuggestion_})
         delete window->data();
@@ -492,19 +493,21 @@ void TrayApplication::setNotificationLevel(NotificationLevel level) {
 void TrayApplication::redoSmartSetup(const Uuid& id) {
     const auto pair = findPair(id);
     if (!pair) return;
-    // The whole source is read: on a thread of its own, handed back to the main thread, where
-    // the request opens the window as the engine's own would.
-    std::thread([this, pair = *pair, alive = std::weak_ptr<int>(aliveToken_)] {
-        const ProfileSuggestion suggestion = measureSuggestion(pair);
-        QMetaObject::invokeMethod(
-            qApp,
-            [this, alive, suggestion] {
-                if (alive.lock())
-                    application_.notificationCenter().post(profileSuggestedNotificationName,
-                                                           requestOf(suggestion));
-            },
-            Qt::QueuedConnection);
-    }).detach();
+    // The whole source is read on a task, handed back to the main thread, where the request
+    // opens the window as the engine's own would. The quit stops the reading and waits for it.
+    smartSetupTasks_.start(
+        [this, pair = *pair, alive = std::weak_ptr<int>(aliveToken_)](std::stop_token stop) {
+            const ProfileSuggestion suggestion = measureSuggestion(pair, stop);
+            if (stop.stop_requested()) return;
+            QMetaObject::invokeMethod(
+                qApp,
+                [this, alive, suggestion] {
+                    if (alive.lock())
+                        application_.notificationCenter().post(profileSuggestedNotificationName,
+                                                               requestOf(suggestion));
+                },
+                Qt::QueuedConnection);
+        });
 }
 
 MenuActions TrayApplication::menuActions() {

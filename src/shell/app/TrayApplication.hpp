@@ -15,6 +15,7 @@
 #include <optional>
 
 #include "app/Application.hpp"
+#include "support/Tasks.hpp"
 #include "tray/MenuActions.hpp"
 #include "tray/PopoverController.hpp"
 #include "tray/TrayHostWatch.hpp"
@@ -144,6 +145,7 @@ class TrayApplication final : public QObject {
     bool menuRebuildPending_ = false;
     // What the work of other threads reaches this object through: gone once it is.
     std::shared_ptr<int> aliveToken_ = std::make_shared<int>(0);
+    TaskRunner smartSetupTasks_;  // after what its tasks use: it waits for them
     const Logger log_{"app"};
 };
 

@@ -52,7 +52,7 @@ NotificationInfo requestOf(const ProfileSuggestion& suggestion) {
     };
 }
 
-ProfileSuggestion measureSuggestion(const BackupPair& pair) {
+ProfileSuggestion measureSuggestion(const BackupPair& pair, std::stop_token stop) {
     std::filesystem::path source = pair.sourceURL;
     if (pair.sourceBookmark) {
         try {
@@ -62,7 +62,7 @@ ProfileSuggestion measureSuggestion(const BackupPair& pair) {
             // A stale or unreadable bookmark: the source as it stands.
         }
     }
-    const auto items = listSource(source, filterForPair(pair));
+    const auto items = listSource(source, filterForPair(pair), stop);
     std::int64_t bytes = 0;
     for (const auto& item : items)
         bytes += item.info.fileSize.value_or(0);

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -36,8 +37,9 @@ NotificationInfo requestOf(const ProfileSuggestion& suggestion);
 
 // "Redo Smart Setup…": the pair's source listed as a pass lists it (through its bookmark, else
 // the source as it stands), the sizes of its files added up, and the profile it seems to call
-// for, which may be standard here. Reads the whole source: call it off the main thread.
-ProfileSuggestion measureSuggestion(const BackupPair& pair);
+// for, which may be standard here. Reads the whole source: call it off the main thread. Once
+// `stop` is asked for, it reads no further folder.
+ProfileSuggestion measureSuggestion(const BackupPair& pair, std::stop_token stop = {});
 
 // What the window says of a profile.
 struct ProfileOffer {

@@ -362,14 +362,14 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
         postStatus(BackupStatus::idle(), generation);
         return;
     }
-    followUp(pair, paths, result, generation, stop);
+    followUp(pair, paths, plan, result, generation, stop);
 }
 
-void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths,
+void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths, const PassPlan& plan,
                             const BackupResult& result, std::uint64_t generation,
                             std::stop_token stop) {
     postFreeSpace(paths);
-    const AfterPass pass = readAfterPass(pair, paths, result, stop);
+    const AfterPass pass = readAfterPass(pair, paths, plan, result, stop);
     const PassSummary summary = summarize(pass, pair, services_.wallClock.now());
     post(summary, pair, generation);
     if (pass.wasStopped) return;
@@ -378,14 +378,17 @@ void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths,
 }
 
 AfterPass BackupEngine::readAfterPass(const BackupPair& pair, const RunPaths& paths,
-                                      const BackupResult& result, std::stop_token stop) {
+                                      const PassPlan& plan, const BackupResult& result,
+                                      std::stop_token stop) {
     AfterPass pass;
     pass.result = result;
     if (!result.abortedDueToVolumeLoss) {
         pass.catchUpGiven = services_.defaults.boolean(packageUpgradeKey(pair.id));
         if (services_.integrity) {
-            pass.sample =
-                services_.integrity->afterPass(result.copiedRelativePaths, paths.pairFolder, stop);
+            const PassFiles files{result.copiedRelativePaths, [&](std::string_view relative) {
+                                      return isKeptUnchanged(plan, relative);
+                                  }};
+            pass.sample = services_.integrity->afterPass(files, paths.pairFolder, stop);
         }
         pass.wasStopped = stop.stop_requested();
         if (pass.wasStopped) return pass;

@@ -82,11 +82,16 @@ void decideCopies(PassPlan& plan) {
     for (std::size_t i = 0; i < items.size(); ++i) {
         const ListedItem& item = items[i];
         std::optional<FileInfo> inMirror;
+        MirrorEntry* entry = nullptr;
         if (const auto found = plan.mirror.find(item.relativePath); found != plan.mirror.end()) {
-            found->second.hasSourceItem = found->second.isItem;
-            inMirror = found->second.info;
+            entry = &found->second;
+            entry->hasSourceItem = entry->isItem;
+            inMirror = entry->info;
         }
-        if (!needsCopy(item.info, inMirror)) continue;
+        if (!needsCopy(item.info, inMirror)) {
+            if (entry) entry->isUnchanged = entry->isItem;
+            continue;
+        }
         plan.copies.push_back({i, obstacleFor(item.relativePath, item.info, plan.mirror)});
         plan.bytesToCopy += item.info.fileSize.value_or(0);
     }
@@ -107,6 +112,11 @@ std::vector<std::string> orphansOf(const std::vector<MirrorEntries::value_type*>
 }
 
 }  // namespace
+
+bool isKeptUnchanged(const PassPlan& plan, std::string_view relativePath) {
+    const auto found = plan.mirror.find(relativePath);
+    return found != plan.mirror.end() && found->second.isUnchanged;
+}
 
 PassPlan planPass(FileSystem& fileSystem, const std::filesystem::path& source,
                   const std::filesystem::path& destination, const ExclusionFilter& filter) {

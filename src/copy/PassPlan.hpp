@@ -30,6 +30,8 @@ struct MirrorEntry {
     bool isItem = false;
     // An item of the source has the same path: the entry is no orphan.
     bool hasSourceItem = false;
+    // That item needs no copy: the pass leaves the entry as it is.
+    bool isUnchanged = false;
 };
 using MirrorEntries = std::unordered_map<std::string, MirrorEntry, StringHash, std::equal_to<>>;
 
@@ -66,6 +68,10 @@ struct PassPlan {
 // nothing: a missing mirror plans a copy of everything.
 PassPlan planPass(FileSystem& fileSystem, const std::filesystem::path& source,
                   const std::filesystem::path& destination, const ExclusionFilter& filter);
+
+// Whether the plan leaves the mirror's item at `relativePath` as it found it: an item of the
+// source whose copy was already up to date.
+bool isKeptUnchanged(const PassPlan& plan, std::string_view relativePath);
 
 // Whether `path` is `folder` or lies below it; "" holds everything.
 bool isAtOrBelow(std::string_view path, std::string_view folder);

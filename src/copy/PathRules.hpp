@@ -31,6 +31,9 @@ void validateLocation(const std::filesystem::path& location);
 std::optional<FileOperationError> checkVolumes(const std::filesystem::path& source,
                                                const std::filesystem::path& destination);
 
+// 1006: the source's volume has gone during the pass.
+FileOperationError sourceVolumeLost(const std::filesystem::path& source);
+
 // 1007: the mirror's volume has gone during the pass.
 FileOperationError destinationVolumeLost(const std::filesystem::path& destination);
 

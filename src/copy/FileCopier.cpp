@@ -119,7 +119,8 @@ class Pass {
           onProgress_(onProgress),
           stop_(stop),
           mover_(services.fileSystem, root_, trashRoot, start),
-          batch_(services.fileSystem, root_, StreamContext{onProgress, 0, &services.gate, stop}) {}
+          batch_(services.fileSystem, root_, sourceFolders_.root(),
+                 StreamContext{onProgress, 0, &services.gate, stop}) {}
 
     BackupResult run() {
         readListing();

@@ -255,9 +255,10 @@ class Pass {
         mirrorFolders_.forget();
         if (outcome == ArchiveMover::Outcome::moved) {
             result_.archivedFiles +=
-                int(std::count_if(plan_.mirror.begin(), plan_.mirror.end(), [&](const auto& entry) {
-                    return entry.second.isItem && isAtOrBelow(entry.first, obstacle);
-                }));
+                int(std::count_if(plan_.mirror.entries().begin(), plan_.mirror.entries().end(),
+                                  [&](const MirrorEntry& entry) {
+                                      return entry.isItem && isAtOrBelow(entry.path(), obstacle);
+                                  }));
         }
         return true;
     }
@@ -329,11 +330,10 @@ class Pass {
         FolderCursor dates(root_.folder);
         for (const auto& folder : plan_.listing.folders) {
             if (!folder.modificationDate) continue;
-            const auto inMirror = plan_.mirror.find(folder.relativePath);
-            const bool unchanged =
-                inMirror != plan_.mirror.end() && inMirror->second.info.isDirectory() &&
-                inMirror->second.info.modificationDate == folder.modificationDate &&
-                !touched.contains(folder.relativePath);
+            const MirrorEntry* inMirror = plan_.mirror.find(folder.relativePath);
+            const bool unchanged = inMirror && inMirror->isDirectory() &&
+                                   inMirror->info().modificationDate == folder.modificationDate &&
+                                   !touched.contains(folder.relativePath);
             if (unchanged) continue;
             try {
                 const SharedFolder& parent = dates.folderOf(folder.relativePath);

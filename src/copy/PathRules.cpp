@@ -96,13 +96,6 @@ void validateLocation(const fs::path& location) {
     }
 }
 
-std::optional<FileOperationError> checkVolumes(const fs::path& source,
-                                               const fs::path& destination) {
-    if (!files::isFolder(source)) return sourceVolumeLost(source);
-    if (!files::isFolder(destination)) return destinationVolumeLost(destination);
-    return std::nullopt;
-}
-
 FileOperationError sourceVolumeLost(const fs::path& source) {
     return {source, "sourceVolumeCheck",
             errors::quillstow(ErrorCode::sourceVolumeLost,

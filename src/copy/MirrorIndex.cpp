@@ -13,8 +13,21 @@ namespace {
 
 constexpr std::size_t pathBlockSize = std::size_t(1) << 20;
 
-std::size_t hashOf(std::string_view path) {
-    return std::hash<std::string_view>{}(path);
+std::uint32_t hashOf(std::string_view path) {
+    const std::size_t hash = std::hash<std::string_view>{}(path);
+    return std::uint32_t(hash ^ (hash >> 32));
+}
+
+std::uint64_t slotValue(std::uint32_t hash, std::size_t index) {
+    return (std::uint64_t(hash) << 32) | std::uint64_t(index + 1);
+}
+
+std::uint32_t hashIn(std::uint64_t slot) {
+    return std::uint32_t(slot >> 32);
+}
+
+std::uint32_t indexIn(std::uint64_t slot) {
+    return std::uint32_t(slot) - 1;
 }
 
 }  // namespace
@@ -53,29 +66,31 @@ MirrorEntry& MirrorIndex::add(std::string_view path, const FileInfo& info) {
     entry.fileSize = info.fileSize.value_or(0);
     entry.hasDate = info.modificationDate.has_value();
     if (entry.hasDate) entry.modifiedAt = info.modificationDate->time_since_epoch().count();
-    slots_[slotOf(path)] = std::uint32_t(entries_.size());
+    slots_[slotOf(path)] = slotValue(hashOf(path), entries_.size() - 1);
     return entry;
 }
 
 // The slot that holds `path`, or the free one where it would go.
 std::size_t MirrorIndex::slotOf(std::string_view path) const {
+    const std::uint32_t hash = hashOf(path);
     const std::size_t mask = slots_.size() - 1;
-    for (std::size_t slot = hashOf(path) & mask;; slot = (slot + 1) & mask) {
-        const std::uint32_t index = slots_[slot];
-        if (index == 0 || entries_[index - 1].path() == path) return slot;
+    for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
+        const std::uint64_t value = slots_[slot];
+        if (value == 0) return slot;
+        if (hashIn(value) == hash && entries_[indexIn(value)].path() == path) return slot;
     }
 }
 
 void MirrorIndex::grow() {
-    std::vector<std::uint32_t> old(std::max<std::size_t>(16, slots_.size() * 2), 0);
+    std::vector<std::uint64_t> old(std::max<std::size_t>(16, slots_.size() * 2), 0);
     old.swap(slots_);
     const std::size_t mask = slots_.size() - 1;
-    for (const std::uint32_t index : old) {
-        if (index == 0) continue;
-        std::size_t slot = hashOf(entries_[index - 1].path()) & mask;
+    for (const std::uint64_t value : old) {
+        if (value == 0) continue;
+        std::size_t slot = hashIn(value) & mask;
         while (slots_[slot] != 0)
             slot = (slot + 1) & mask;
-        slots_[slot] = index;
+        slots_[slot] = value;
     }
 }
 
@@ -85,8 +100,8 @@ MirrorEntry* MirrorIndex::find(std::string_view path) {
 
 const MirrorEntry* MirrorIndex::find(std::string_view path) const {
     if (slots_.empty()) return nullptr;
-    const std::uint32_t index = slots_[slotOf(path)];
-    return index == 0 ? nullptr : &entries_[index - 1];
+    const std::uint64_t value = slots_[slotOf(path)];
+    return value == 0 ? nullptr : &entries_[indexIn(value)];
 }
 
 }  // namespace quillstow

@@ -67,8 +67,10 @@ class MirrorIndex {
     std::vector<std::unique_ptr<char[]>> blocks_;
     std::size_t blockUsed_ = 0;
     std::size_t blockSize_ = 0;
-    // Index + 1 of the entry in each slot; 0 is free. A power of two, never more than 3/4 full.
-    std::vector<std::uint32_t> slots_;
+    // Per slot, the hash of the entry's path above its index + 1; 0 is free. A probe compares
+    // paths only where the hashes agree, and growing needs no path again. A power of two, never
+    // more than 3/4 full.
+    std::vector<std::uint64_t> slots_;
 };
 
 }  // namespace quillstow

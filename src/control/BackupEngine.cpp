@@ -1,5 +1,7 @@
 #include "control/BackupEngine.hpp"
 
+#include <malloc.h>
+
 #include "copy/DeletionArchive.hpp"
 #include "copy/PathRules.hpp"
 #include "copy/SourceListing.hpp"
@@ -13,6 +15,20 @@ namespace quillstow {
 namespace fs = std::filesystem;
 
 namespace {
+
+// The allocator keeps what a run freed for the next allocation; a run's plan and hash database
+// are most of what the program ever holds, and between runs it idles for hours.
+void returnFreedMemory() {
+    ::malloc_trim(0);
+}
+
+// Gives the memory back when the run ends, whichever way: declared before what it outlives.
+struct MemoryGivenBackAtExit {
+    MemoryGivenBackAtExit() = default;
+    MemoryGivenBackAtExit(const MemoryGivenBackAtExit&) = delete;
+    MemoryGivenBackAtExit& operator=(const MemoryGivenBackAtExit&) = delete;
+    ~MemoryGivenBackAtExit() { returnFreedMemory(); }
+};
 
 constexpr const char* mirrorFolderName = "Quillstow";
 constexpr const char* archiveFolderName = ".Quillstow-Trash";
@@ -314,6 +330,7 @@ bool BackupEngine::hasEnoughSpace(const BackupPair& pair, const RunPaths& paths,
 
 void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
                              std::stop_token stop) {
+    const MemoryGivenBackAtExit memoryGivenBack;
     if (stop.stop_requested()) {
         postStatus(BackupStatus::idle(), generation);
         return;
@@ -334,7 +351,7 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
     const RunPaths paths = pathsFor(pair);
     const ExclusionFilter filter = filterForPair(pair);
     // One walk of each tree for the whole run: the sweep, the room and the pass read its plan.
-    const PassPlan plan = fileCopier_.planPass(paths.source, paths.pairFolder, filter);
+    PassPlan plan = fileCopier_.planPass(paths.source, paths.pairFolder, filter);
     // Before the room is measured: a partial file of a pass that was cut off would otherwise
     // count against every pass that follows.
     fileCopier_.removeStaleTemporaries(plan);
@@ -362,14 +379,17 @@ void BackupEngine::runBackup(const BackupPair& pair, std::uint64_t generation,
         postStatus(BackupStatus::idle(), generation);
         return;
     }
-    followUp(pair, paths, result, generation, stop);
+    followUp(pair, paths, std::move(plan), result, generation, stop);
 }
 
-void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths,
+void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths, PassPlan plan,
                             const BackupResult& result, std::uint64_t generation,
                             std::stop_token stop) {
     postFreeSpace(paths);
-    const AfterPass pass = readAfterPass(pair, paths, result, stop);
+    const AfterPass pass = readAfterPass(pair, paths, plan, result, stop);
+    // The hash database is gone already; the plan goes before the offsite copy and the wait.
+    plan = PassPlan{};
+    returnFreedMemory();
     const PassSummary summary = summarize(pass, pair, services_.wallClock.now());
     post(summary, pair, generation);
     if (pass.wasStopped) return;
@@ -378,14 +398,17 @@ void BackupEngine::followUp(const BackupPair& pair, const RunPaths& paths,
 }
 
 AfterPass BackupEngine::readAfterPass(const BackupPair& pair, const RunPaths& paths,
-                                      const BackupResult& result, std::stop_token stop) {
+                                      const PassPlan& plan, const BackupResult& result,
+                                      std::stop_token stop) {
     AfterPass pass;
     pass.result = result;
     if (!result.abortedDueToVolumeLoss) {
         pass.catchUpGiven = services_.defaults.boolean(packageUpgradeKey(pair.id));
         if (services_.integrity) {
-            pass.sample =
-                services_.integrity->afterPass(result.copiedRelativePaths, paths.pairFolder, stop);
+            const PassFiles files{result.copiedRelativePaths, [&](std::string_view relative) {
+                                      return isKeptUnchanged(plan, relative);
+                                  }};
+            pass.sample = services_.integrity->afterPass(files, paths.pairFolder, stop);
         }
         pass.wasStopped = stop.stop_requested();
         if (pass.wasStopped) return pass;

@@ -123,10 +123,11 @@ class BackupEngine : public std::enable_shared_from_this<BackupEngine> {
     void handleOutcome(BackupQueue::JobOutcome outcome, const BackupPair& pair);
     bool hasEnoughSpace(const BackupPair& pair, const RunPaths& paths, const PassPlan& plan,
                         std::uint64_t generation);
-    void followUp(const BackupPair& pair, const RunPaths& paths, const BackupResult& result,
-                  std::uint64_t generation, std::stop_token stop);
-    // Keeps the hashes up and reads what the summary of the pass needs.
-    AfterPass readAfterPass(const BackupPair& pair, const RunPaths& paths,
+    void followUp(const BackupPair& pair, const RunPaths& paths, PassPlan plan,
+                  const BackupResult& result, std::uint64_t generation, std::stop_token stop);
+    // Keeps the hashes up, from what the plan and the pass know, and reads what the summary of
+    // the pass needs.
+    AfterPass readAfterPass(const BackupPair& pair, const RunPaths& paths, const PassPlan& plan,
                             const BackupResult& result, std::stop_token stop);
     // Whether the destination went away: its drive is not there, or the pair's folder is gone.
     bool hasLeft(const RunPaths& paths) const;

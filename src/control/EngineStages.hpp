@@ -7,9 +7,11 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "copy/ExclusionFilter.hpp"
@@ -39,6 +41,15 @@ struct SampleCheck {
     std::string coverage;
 };
 
+// What a pass hands to the hash upkeep: the files it copied, and what its walk of the mirror
+// already knows, so that no file of the folder is looked up a second time.
+struct PassFiles {
+    const std::vector<std::string>& copied;
+    // Whether the pass found the item in the folder unchanged and left it there; nothing, or
+    // false, sends the file to the disk to be looked up.
+    std::function<bool(std::string_view relativePath)> isKeptUnchanged;
+};
+
 // The hash database of a pair's folder and its daily sample check. Called on a run's task.
 class IntegrityStage {
   public:
@@ -46,9 +57,9 @@ class IntegrityStage {
     // After a pass that kept its drive: records the digests of what it copied, forgets what
     // has left the folder, and re-reads a sample when one is due. Stops between files and
     // chunks when asked; what was done by then is kept. The check, when one ran.
-    virtual std::optional<SampleCheck> afterPass(
-        const std::vector<std::string>& copiedRelativePaths,
-        const std::filesystem::path& backupRoot, std::stop_token stop) = 0;
+    virtual std::optional<SampleCheck> afterPass(const PassFiles& pass,
+                                                 const std::filesystem::path& backupRoot,
+                                                 std::stop_token stop) = 0;
 };
 
 // The weekly second copy of a pair's folder. Called on a run's task.

@@ -1,6 +1,7 @@
 #include "copy/FileCopier.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include "copy/PathRules.hpp"
 #include "copy/ProfileRecommendation.hpp"
 #include "copy/SwapBatch.hpp"
+#include "copy/VolumeWatch.hpp"
 #include "environment/MountTable.hpp"
 #include "support/FileInfo.hpp"
 #include "support/Paths.hpp"
@@ -27,12 +29,19 @@ const RunningEditors noEditors;
 const SystemWallClock systemWallClock;
 const MonotonicClock monotonicClock;
 
-// Every how many items the two top folders are checked for presence.
+// Every how many items the mount table is looked at, and at most how many items a copy follows
+// the last full check of the two top folders.
 constexpr std::size_t volumeCheckInterval = 10;
 
 bool isAtOrBelowAny(std::string_view path, const std::vector<std::string>& folders) {
     return std::any_of(folders.begin(), folders.end(),
                        [&](const std::string& folder) { return isAtOrBelow(path, folder); });
+}
+
+// The volume an open folder lies on; 0, which no check matches, when it can't be read.
+dev_t deviceOf(const SharedFolder& folder) {
+    struct stat status {};
+    return ::fstat(folder->get(), &status) == 0 ? status.st_dev : 0;
 }
 
 [[noreturn]] void raise(const Path& url, const char* operation, Error error) {
@@ -106,10 +115,12 @@ class Pass {
           root_(std::move(root)),
           sourceFolders_(openSourceRoot(plan.source)),
           mirrorFolders_(root_.folder, root_.device),
+          volumes_(plan.source, deviceOf(sourceFolders_.root()), root_.path, root_.device),
           onProgress_(onProgress),
           stop_(stop),
           mover_(services.fileSystem, root_, trashRoot, start),
-          batch_(services.fileSystem, root_, StreamContext{onProgress, 0, &services.gate, stop}) {}
+          batch_(services.fileSystem, root_, sourceFolders_.root(),
+                 StreamContext{onProgress, 0, &services.gate, stop}) {}
 
     BackupResult run() {
         readListing();
@@ -146,8 +157,9 @@ class Pass {
                                   plan_.orphans.size());
     }
 
-    // Every item is reported, copied or not; the volumes are checked before a copy once ten
-    // more items have gone by since the last check, so a copy never follows a check by more.
+    // Every item is reported, copied or not. At every tenth item the mount table is looked at,
+    // and a change there checks both folders at once; a copy checks them first once ten more
+    // items have gone by since the last check, so a copy never follows a check by more.
     CopyOutcome copyItems() {
         const auto& items = plan_.listing.items;
         const std::size_t total = items.size();
@@ -156,11 +168,11 @@ class Pass {
         for (std::size_t i = 0; i < total; ++i) {
             if (stop_.stop_requested()) break;
             const bool copies = next != plan_.copies.end() && next->item == i;
-            if (copies && i >= checkedAt + volumeCheckInterval) {
+            const bool isTenth = i > 0 && i % volumeCheckInterval == 0;
+            if ((isTenth && volumes_.mountsChanged()) ||
+                (copies && i >= checkedAt + volumeCheckInterval)) {
                 checkedAt = i - i % volumeCheckInterval;
-                if (auto lost = checkVolumes(plan_.source, root_.path)) {
-                    return endByVolumeLoss(std::move(*lost));
-                }
+                if (auto lost = volumes_.check()) return endByVolumeLoss(std::move(*lost));
             }
             const double fraction = double(i) / double(total);
             if (onProgress_)
@@ -243,9 +255,10 @@ class Pass {
         mirrorFolders_.forget();
         if (outcome == ArchiveMover::Outcome::moved) {
             result_.archivedFiles +=
-                int(std::count_if(plan_.mirror.begin(), plan_.mirror.end(), [&](const auto& entry) {
-                    return entry.second.isItem && isAtOrBelow(entry.first, obstacle);
-                }));
+                int(std::count_if(plan_.mirror.entries().begin(), plan_.mirror.entries().end(),
+                                  [&](const MirrorEntry& entry) {
+                                      return entry.isItem && isAtOrBelow(entry.path(), obstacle);
+                                  }));
         }
         return true;
     }
@@ -317,11 +330,10 @@ class Pass {
         FolderCursor dates(root_.folder);
         for (const auto& folder : plan_.listing.folders) {
             if (!folder.modificationDate) continue;
-            const auto inMirror = plan_.mirror.find(folder.relativePath);
-            const bool unchanged =
-                inMirror != plan_.mirror.end() && inMirror->second.info.isDirectory() &&
-                inMirror->second.info.modificationDate == folder.modificationDate &&
-                !touched.contains(folder.relativePath);
+            const MirrorEntry* inMirror = plan_.mirror.find(folder.relativePath);
+            const bool unchanged = inMirror && inMirror->isDirectory() &&
+                                   inMirror->info().modificationDate == folder.modificationDate &&
+                                   !touched.contains(folder.relativePath);
             if (unchanged) continue;
             try {
                 const SharedFolder& parent = dates.folderOf(folder.relativePath);
@@ -359,6 +371,7 @@ class Pass {
     const transfer::MirrorRoot root_;
     FolderCursor sourceFolders_;
     FolderCursor mirrorFolders_;
+    VolumeWatch volumes_;
     const FileCopier::ProgressCallback& onProgress_;
     const std::stop_token stop_;
     ArchiveMover mover_;

@@ -119,6 +119,7 @@ PreparedCopy prepareCopy(FileSystem& fileSystem, const Item& source, const Item&
     PreparedCopy copy;
     // For a folder, what the file system reports for the entry itself.
     copy.size = status ? std::int64_t(status->st_size) : 0;
+    copy.isFolder = status && S_ISDIR(status->st_mode);
     copy.destination = destination.path;
     copy.folder = destination.folder;
     const std::string name = paths::lastPathComponent(destination.path);
@@ -147,7 +148,14 @@ PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Item& source,
                                  const StreamContext& context) {
     PreparedCopy copy = prepareCopy(fileSystem, source, destination, root, context);
     const ItemRef temporary = destination.sibling(copy.temporary.filename().native());
-    if (!sameSize(source.ref(), temporary)) {
+    // Against the source as read right before the copy, which the copy then found unchanged
+    // from its open to its end: one look at the copy, none at the source again. A source
+    // changed in between fails the check, and the next pass copies it again.
+    const auto copied = statusOf(temporary);
+    const bool isWhole =
+        copied && (copy.isFolder ? S_ISDIR(copied->st_mode)
+                                 : !S_ISDIR(copied->st_mode) && copied->st_size == copy.size);
+    if (!isWhole) {
         removeQuietly(temporary.folder, temporary.name);
         throw SizeMismatch{destination.path};
     }

@@ -87,6 +87,8 @@ struct PreparedCopy {
     Path temporary;
     Path destination;
     std::int64_t size = 0;
+    // What the source was when the copy began: a folder copied whole, or a file of `size`.
+    bool isFolder = false;
     // The open folder that holds both, where the copy was made through one; else the paths.
     SharedFolder folder = nullptr;
 };

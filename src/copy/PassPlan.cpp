@@ -15,11 +15,10 @@ bool isAtOrBelow(std::string_view path, std::string_view folder) {
 
 namespace {
 
-// The mirror's half of a plan: every entry met, the items in walk order, and the temporaries.
+// The mirror's half of a plan: every entry met, in walk order, and the temporaries.
 struct MirrorWalk {
-    MirrorEntries entries;
-    // Into `entries`, whose nodes stay where they are while it grows.
-    std::vector<MirrorEntries::value_type*> items;
+    MirrorIndex entries;
+    std::size_t itemCount = 0;
     std::vector<std::string> staleTemporaries;
 };
 
@@ -43,12 +42,12 @@ MirrorWalk walkMirror(FileSystem& fileSystem, const std::filesystem::path& desti
         if (!namesOnlyBelow.empty()) {
             return isFolder ? std::optional(WalkDetail::typeOnly) : std::nullopt;
         }
-        auto& placed = *walk.entries.emplace(entry.relativePath, MirrorEntry{entry.info}).first;
+        MirrorEntry& placed = walk.entries.add(entry.relativePath, entry.info);
         const EntryRole role = roleOf(entry.name, entry.info, filter, true);
         if (role == EntryRole::folder) return WalkDetail::metadata;
         if (role == EntryRole::item) {
-            placed.second.isItem = true;
-            walk.items.push_back(&placed);
+            placed.isItem = true;
+            ++walk.itemCount;
         }
         if (!isFolder) return std::nullopt;
         namesOnlyBelow = entry.relativePath;
@@ -59,17 +58,16 @@ MirrorWalk walkMirror(FileSystem& fileSystem, const std::filesystem::path& desti
 }
 
 std::optional<std::string> obstacleFor(const std::string& relative, const FileInfo& sourceInfo,
-                                       const MirrorEntries& entries) {
+                                       const MirrorIndex& entries) {
     for (auto slash = relative.find('/'); slash != std::string::npos;
          slash = relative.find('/', slash + 1)) {
-        const auto folder = entries.find(std::string_view(relative).substr(0, slash));
-        if (folder == entries.end()) return std::nullopt;
-        if (!folder->second.info.isDirectory()) return relative.substr(0, slash);
+        const MirrorEntry* folder = entries.find(std::string_view(relative).substr(0, slash));
+        if (!folder) return std::nullopt;
+        if (!folder->isDirectory()) return relative.substr(0, slash);
     }
-    const auto found = entries.find(relative);
-    if (found == entries.end()) return std::nullopt;
-    const FileInfo& inMirror = found->second.info;
-    if (inMirror.isSymbolicLink() || inMirror.isDirectory() != sourceInfo.isDirectory()) {
+    const MirrorEntry* inMirror = entries.find(relative);
+    if (!inMirror) return std::nullopt;
+    if (inMirror->isSymbolicLink() || inMirror->isDirectory() != sourceInfo.isDirectory()) {
         return relative;
     }
     return std::nullopt;
@@ -82,31 +80,42 @@ void decideCopies(PassPlan& plan) {
     for (std::size_t i = 0; i < items.size(); ++i) {
         const ListedItem& item = items[i];
         std::optional<FileInfo> inMirror;
-        if (const auto found = plan.mirror.find(item.relativePath); found != plan.mirror.end()) {
-            found->second.hasSourceItem = found->second.isItem;
-            inMirror = found->second.info;
+        MirrorEntry* entry = plan.mirror.find(item.relativePath);
+        if (entry) {
+            entry->hasSourceItem = entry->isItem;
+            inMirror = entry->info();
         }
-        if (!needsCopy(item.info, inMirror)) continue;
+        if (!needsCopy(item.info, inMirror)) {
+            if (entry) entry->isUnchanged = entry->isItem;
+            continue;
+        }
         plan.copies.push_back({i, obstacleFor(item.relativePath, item.info, plan.mirror)});
         plan.bytesToCopy += item.info.fileSize.value_or(0);
     }
 }
 
-std::vector<std::string> orphansOf(const std::vector<MirrorEntries::value_type*>& items,
+std::vector<std::string> orphansOf(const MirrorIndex& mirror,
                                    const std::vector<UnreadableFolder>& unreadable) {
-    const auto isUnknown = [&](const std::string& path) {
+    const auto isUnknown = [&](std::string_view path) {
         return std::any_of(unreadable.begin(), unreadable.end(), [&](const auto& folder) {
             return isAtOrBelow(path, folder.relativePath);
         });
     };
     std::vector<std::string> orphans;
-    for (const auto* item : items) {
-        if (!item->second.hasSourceItem && !isUnknown(item->first)) orphans.push_back(item->first);
+    for (const MirrorEntry& entry : mirror.entries()) {
+        if (entry.isItem && !entry.hasSourceItem && !isUnknown(entry.path())) {
+            orphans.emplace_back(entry.path());
+        }
     }
     return orphans;
 }
 
 }  // namespace
+
+bool isKeptUnchanged(const PassPlan& plan, std::string_view relativePath) {
+    const MirrorEntry* found = plan.mirror.find(relativePath);
+    return found && found->isUnchanged;
+}
 
 PassPlan planPass(FileSystem& fileSystem, const std::filesystem::path& source,
                   const std::filesystem::path& destination, const ExclusionFilter& filter) {
@@ -122,10 +131,10 @@ PassPlan planPass(FileSystem& fileSystem, const std::filesystem::path& source,
         plan.listing = readSource(fileSystem, source, filter);
     }
     plan.mirror = std::move(mirror.entries);
-    plan.mirrorItemCount = mirror.items.size();
+    plan.mirrorItemCount = mirror.itemCount;
     plan.staleTemporaries = std::move(mirror.staleTemporaries);
     decideCopies(plan);
-    plan.orphans = orphansOf(mirror.items, plan.listing.unreadableFolders);
+    plan.orphans = orphansOf(plan.mirror, plan.listing.unreadableFolders);
     return plan;
 }
 

@@ -14,24 +14,14 @@
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "copy/ExclusionFilter.hpp"
 #include "copy/FileSystem.hpp"
+#include "copy/MirrorIndex.hpp"
 #include "copy/SourceListing.hpp"
 
 namespace quillstow {
-
-// An entry of the mirror that the walk met: an item, a folder it went into, a link, a file it
-// leaves alone. Temporaries, and what lies inside items and excluded folders, are no entries.
-struct MirrorEntry {
-    FileInfo info;
-    bool isItem = false;
-    // An item of the source has the same path: the entry is no orphan.
-    bool hasSourceItem = false;
-};
-using MirrorEntries = std::unordered_map<std::string, MirrorEntry, StringHash, std::equal_to<>>;
 
 // An item of the source whose copy in the mirror is missing or stale.
 struct PlannedCopy {
@@ -51,7 +41,9 @@ struct PassPlan {
     std::vector<PlannedCopy> copies;
     // What the copies add up to; an item without a size of its own adds nothing.
     std::int64_t bytesToCopy = 0;
-    MirrorEntries mirror;
+    // Every entry of the mirror that the walk met: items, the folders it went into, links, files
+    // it leaves alone. Temporaries, and what lies inside items and excluded folders, are none.
+    MirrorIndex mirror;
     std::size_t mirrorItemCount = 0;
     // The mirror's items, in its walk's order, that have no item in the source; what lies below
     // a source folder that couldn't be read is unknown, not gone, and is left out.
@@ -66,6 +58,10 @@ struct PassPlan {
 // nothing: a missing mirror plans a copy of everything.
 PassPlan planPass(FileSystem& fileSystem, const std::filesystem::path& source,
                   const std::filesystem::path& destination, const ExclusionFilter& filter);
+
+// Whether the plan leaves the mirror's item at `relativePath` as it found it: an item of the
+// source whose copy was already up to date.
+bool isKeptUnchanged(const PassPlan& plan, std::string_view relativePath);
 
 // Whether `path` is `folder` or lies below it; "" holds everything.
 bool isAtOrBelow(std::string_view path, std::string_view folder);

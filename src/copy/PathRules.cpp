@@ -96,17 +96,11 @@ void validateLocation(const fs::path& location) {
     }
 }
 
-std::optional<FileOperationError> checkVolumes(const fs::path& source,
-                                               const fs::path& destination) {
-    if (!files::isFolder(source)) {
-        return FileOperationError{
-            source, "sourceVolumeCheck",
+FileOperationError sourceVolumeLost(const fs::path& source) {
+    return {source, "sourceVolumeCheck",
             errors::quillstow(ErrorCode::sourceVolumeLost,
                               "Source volume disconnected during backup — aborting to "
                               "protect existing backups.")};
-    }
-    if (!files::isFolder(destination)) return destinationVolumeLost(destination);
-    return std::nullopt;
 }
 
 FileOperationError destinationVolumeLost(const fs::path& destination) {

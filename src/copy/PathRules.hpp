@@ -26,10 +26,8 @@ void validatePaths(const std::filesystem::path& source, const std::filesystem::p
 // since the mirror below it would fill the system disk.
 void validateLocation(const std::filesystem::path& location);
 
-// Before every tenth item: both top folders must still exist as folders. The first that doesn't
-// gives its error: 1006 for the source, 1007 for the destination.
-std::optional<FileOperationError> checkVolumes(const std::filesystem::path& source,
-                                               const std::filesystem::path& destination);
+// 1006: the source's volume has gone during the pass.
+FileOperationError sourceVolumeLost(const std::filesystem::path& source);
 
 // 1007: the mirror's volume has gone during the pass.
 FileOperationError destinationVolumeLost(const std::filesystem::path& destination);

@@ -7,8 +7,13 @@
 
 namespace quillstow {
 
-SwapBatch::SwapBatch(FileSystem& fileSystem, transfer::MirrorRoot root, StreamContext context)
-    : fileSystem_(fileSystem), root_(std::move(root)), context_(std::move(context)) {
+SwapBatch::SwapBatch(FileSystem& fileSystem, transfer::MirrorRoot root, SharedFolder sourceRoot,
+                     StreamContext context)
+    : fileSystem_(fileSystem),
+      root_(std::move(root)),
+      mirrorFolders_(root_.folder),
+      sourceFolders_(std::move(sourceRoot)),
+      context_(std::move(context)) {
     begin();
 }
 
@@ -16,7 +21,6 @@ void SwapBatch::begin() {
     outcomes_.clear();
     pendingCopies_ = 0;
     pendingBytes_ = 0;
-    heldFolders_ = 0;
     const auto available = volumes::availableCapacity(root_.path);
     byteLimit_ = available ? std::min(maximumBytes, *available / 2) : maximumBytes;
 }
@@ -25,9 +29,10 @@ void SwapBatch::addCopy(transfer::PreparedCopy copy, transfer::Item source,
                         std::string relativePath, bool isRetry, double fraction) {
     pendingBytes_ += copy.size;
     ++pendingCopies_;
-    const auto* last =
-        outcomes_.empty() || !outcomes_.back().copy ? nullptr : &*outcomes_.back().copy;
-    if (!last || last->folder != copy.folder) ++heldFolders_;
+    // Reached again when needed: an open folder per waiting copy would bound the batch by the
+    // process's open files instead of what it holds.
+    if (root_.folder) copy.folder = nullptr;
+    if (sourceFolders_.root()) source.folder = nullptr;
     outcomes_.push_back(
         {std::move(copy), std::move(source), std::move(relativePath), isRetry, fraction, {}});
 }
@@ -37,8 +42,7 @@ void SwapBatch::addError(FileOperationError error) {
 }
 
 bool SwapBatch::isFull() const {
-    return pendingCopies_ >= maximumCopies || pendingBytes_ >= byteLimit_ ||
-           heldFolders_ >= maximumFolders;
+    return pendingCopies_ >= maximumCopies || pendingBytes_ >= byteLimit_;
 }
 
 void SwapBatch::flush(BackupResult& result) {
@@ -80,7 +84,14 @@ void SwapBatch::swap(Outcome& outcome, bool flushed, BackupResult& result) {
         result.errors.push_back(std::move(*outcome.error));
         return;
     }
-    const transfer::PreparedCopy& copy = *outcome.copy;
+    transfer::PreparedCopy& copy = *outcome.copy;
+    try {
+        if (root_.folder) copy.folder = mirrorFolders_.folderOf(outcome.relativePath);
+    } catch (const Failure& failure) {
+        // Its folder went, or became a link, since the copy: it waits for the next pass.
+        result.errors.push_back({outcome.source.path, "copy", failure.error()});
+        return;
+    }
     // The swap, and after a transient failure the whole copy once more, under a new name; the
     // first temporary file stays for the next sweep. An item that was a retry already gets no
     // third attempt.
@@ -117,8 +128,10 @@ void SwapBatch::beforeRetry(const Outcome& outcome) const {
     }
 }
 
-std::int64_t SwapBatch::retry(const Outcome& outcome) {
+std::int64_t SwapBatch::retry(Outcome& outcome) {
     const transfer::PreparedCopy& copy = *outcome.copy;
+    if (sourceFolders_.root())
+        outcome.source.folder = sourceFolders_.folderOf(outcome.relativePath);
     StreamContext context = context_;
     context.fraction = outcome.fraction;
     const transfer::PreparedCopy again = transfer::prepareVerifiedCopy(

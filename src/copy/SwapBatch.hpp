@@ -3,7 +3,12 @@
 // Copies of a pass that wait for their swap. Flushing every small file before its rename would
 // cost a disk round trip per file; instead one flush of the volume makes a whole batch durable,
 // and only then are the batch's names swapped in. A power cut at any moment leaves each final
-// name with its old content or the whole new one.
+// name with its old content or the whole new one: no rename of the batch comes before the one
+// flush that covers the data of all its copies.
+//
+// A waiting copy holds no open folder: its folder is reached again from the mirror's open root
+// for the swap, no link followed, so a batch is bounded by its copies and bytes alone and one
+// flush serves a change spread over thousands of folders.
 //
 // Outcomes reach the result in the order of the items, errors included, as if each item had
 // been swapped right after its copy. Used on the task of one pass only.
@@ -28,12 +33,11 @@ class SwapBatch {
     // ones, and a nearly full drive must still take updates that fit one at a time.
     static constexpr std::size_t maximumCopies = 2000;
     static constexpr std::int64_t maximumBytes = std::int64_t(256) << 20;
-    // Each waiting copy keeps its folder open; the batch stays well inside a process's limit of
-    // open files.
-    static constexpr std::size_t maximumFolders = 256;
 
-    // `context` is the pass's, for the one more attempt at a swap that failed.
-    SwapBatch(FileSystem& fileSystem, transfer::MirrorRoot root, StreamContext context = {});
+    // `context` is the pass's, for the one more attempt at a swap that failed; `sourceRoot`, the
+    // source's open root, through which that attempt reads the item again.
+    SwapBatch(FileSystem& fileSystem, transfer::MirrorRoot root, SharedFolder sourceRoot,
+              StreamContext context = {});
     SwapBatch(const SwapBatch&) = delete;
     SwapBatch& operator=(const SwapBatch&) = delete;
 
@@ -64,17 +68,18 @@ class SwapBatch {
     };
 
     void swap(Outcome& outcome, bool flushed, BackupResult& result);
-    std::int64_t retry(const Outcome& outcome);
+    std::int64_t retry(Outcome& outcome);
     void beforeRetry(const Outcome& outcome) const;
     void begin();
 
     FileSystem& fileSystem_;
     const transfer::MirrorRoot root_;
+    FolderCursor mirrorFolders_;
+    FolderCursor sourceFolders_;
     const StreamContext context_;
     std::vector<Outcome> outcomes_;
     std::size_t pendingCopies_ = 0;
     std::int64_t pendingBytes_ = 0;
-    std::size_t heldFolders_ = 0;
     std::int64_t byteLimit_ = maximumBytes;
 };
 

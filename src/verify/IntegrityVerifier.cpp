@@ -65,6 +65,13 @@ double secondsBetween(Date earlier, Date later) {
 
 std::optional<std::string> sha256OfFile(const fs::path& file, std::stop_token stop,
                                         const std::function<void(std::int64_t)>& onChunk) {
+    auto digest = digestOfFile(file, stop, onChunk);
+    if (!digest) return std::nullopt;
+    return std::move(digest->sha256);
+}
+
+std::optional<FileDigest> digestOfFile(const fs::path& file, std::stop_token stop,
+                                       const std::function<void(std::int64_t)>& onChunk) {
     const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return std::nullopt;
     (void)::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -101,7 +108,7 @@ std::optional<std::string> sha256OfFile(const fs::path& file, std::stop_token st
         text += hex[digest[i] >> 4];
         text += hex[digest[i] & 0xF];
     }
-    return text;
+    return FileDigest{std::move(text), bytesRead};
 }
 
 std::vector<HashEntry> selectSample(const HashDatabase& database) {
@@ -151,8 +158,10 @@ std::string coverageDescription(const IntegrityResult& result, Date now) {
     return "Every file checked within the last " + std::to_string(days) + " days.";
 }
 
-IntegrityVerifier::IntegrityVerifier(const WallClock& clock, FolderTest isFolder)
-    : clock_(clock), isFolder_(isFolder ? std::move(isFolder) : FolderTest(files::isFolder)) {}
+IntegrityVerifier::IntegrityVerifier(const WallClock& clock, FolderTest isFolder, ItemTest exists)
+    : clock_(clock),
+      isFolder_(isFolder ? std::move(isFolder) : FolderTest(files::isFolder)),
+      exists_(exists ? std::move(exists) : ItemTest(files::exists)) {}
 
 HashDatabase IntegrityVerifier::loadDatabase(const fs::path& backupRoot) const {
     HashDatabase database;
@@ -186,12 +195,17 @@ bool isCheckDue(std::optional<Date> lastCheck, Date now) {
     return !lastCheck || secondsBetween(*lastCheck, now) > IntegrityVerifier::checkPeriod;
 }
 
-std::optional<SampleCheck> IntegrityVerifier::afterPass(
-    const std::vector<std::string>& copiedRelativePaths, const fs::path& backupRoot,
-    std::stop_token stop) {
+std::optional<SampleCheck> IntegrityVerifier::afterPass(const PassFiles& pass,
+                                                        const fs::path& backupRoot,
+                                                        std::stop_token stop) {
     HashDatabase database = loadDatabase(backupRoot);
-    bool changed = recordHashes(database, copiedRelativePaths, backupRoot, stop);
-    changed = pruneStaleEntries(database, backupRoot) > 0 || changed;
+    PathSet recorded;
+    bool changed = recordHashes(database, pass.copied, backupRoot, stop, &recorded);
+    const auto isKnownPresent = [&](std::string_view relative) {
+        return recorded.contains(relative) ||
+               (pass.isKeptUnchanged && pass.isKeptUnchanged(relative));
+    };
+    changed = pruneStaleEntries(database, backupRoot, isKnownPresent) > 0 || changed;
     std::optional<SampleCheck> check;
     if (isCheckDue(lastCheckDate(backupRoot), clock_.now())) {
         check = SampleCheck{verifySample(database, backupRoot, stop), ""};
@@ -205,31 +219,37 @@ std::optional<SampleCheck> IntegrityVerifier::afterPass(
 
 bool IntegrityVerifier::recordHashes(HashDatabase& database,
                                      const std::vector<std::string>& relativePaths,
-                                     const fs::path& backupRoot, std::stop_token stop) const {
+                                     const fs::path& backupRoot, std::stop_token stop,
+                                     PathSet* recorded) const {
     bool wrote = false;
     for (const auto& relative : relativePaths) {
         if (stop.stop_requested()) break;
-        const fs::path file = paths::appending(backupRoot, relative);
-        auto digest = sha256OfFile(file, stop);
+        auto digest = digestOfFile(paths::appending(backupRoot, relative), stop);
         // What can't be read keeps its older entry, if it has one.
         if (!digest) continue;
-        const auto info = files::readInfo(file);
-        database[relative] =
-            HashEntry{relative, std::move(*digest), info ? info->fileSize.value_or(0) : 0,
-                      clock_.now(), std::nullopt};
+        database[relative] = HashEntry{relative, std::move(digest->sha256), digest->size,
+                                       clock_.now(), std::nullopt};
+        if (recorded) recorded->insert(relative);
         wrote = true;
     }
     return wrote;
 }
 
-int IntegrityVerifier::pruneStaleEntries(HashDatabase& database, const fs::path& backupRoot) const {
+int IntegrityVerifier::pruneStaleEntries(HashDatabase& database, const fs::path& backupRoot,
+                                         const PathTest& isKnownPresent) const {
     if (database.empty() || !isFolder_(backupRoot)) return 0;
     int removed = 0;
+    // Tied to the removals, once for each hundred of them: a drive pulled out now makes every
+    // file look gone, and then at most a hundred entries go before the folder is found missing;
+    // entries that stay cost no test.
+    int testedAt = -1;
     for (auto entry = database.begin(); entry != database.end();) {
-        // Tied to the removals: a drive pulled out now makes every file look gone, and then
-        // at most a hundred entries go before the folder is found missing.
-        if (removed % 100 == 0 && !isFolder_(backupRoot)) break;
-        if (files::exists(paths::appending(backupRoot, entry->first))) {
+        if (removed % 100 == 0 && removed != testedAt) {
+            testedAt = removed;
+            if (!isFolder_(backupRoot)) break;
+        }
+        if ((isKnownPresent && isKnownPresent(entry->first)) ||
+            exists_(paths::appending(backupRoot, entry->first))) {
             ++entry;
             continue;
         }

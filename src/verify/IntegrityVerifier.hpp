@@ -17,6 +17,8 @@
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "control/EngineStages.hpp"
@@ -47,6 +49,14 @@ std::optional<std::string> sha256OfFile(
     const std::filesystem::path& file, std::stop_token stop = {},
     const std::function<void(std::int64_t bytesRead)>& onChunk = nullptr);
 
+// The digest with the size of what was read, which is the file's size: no second look at it.
+struct FileDigest {
+    std::string sha256;
+    std::int64_t size = 0;
+};
+std::optional<FileDigest> digestOfFile(const std::filesystem::path& file, std::stop_token stop = {},
+                                       const std::function<void(std::int64_t)>& onChunk = nullptr);
+
 // The files a check re-reads: never verified first, then those verified longest ago, ties by
 // path; at most 50, and no more once their recorded sizes pass 8 GiB (the file that crosses the
 // budget is taken, so a huge file is checked on its own).
@@ -69,23 +79,33 @@ class IntegrityVerifier final : public IntegrityStage {
     static constexpr double checkPeriod = 86400.0;
 
     // `isFolder` is the test that a backup folder is still there; pruning repeats it so that a
-    // drive pulled out meanwhile can't empty the database.
+    // drive pulled out meanwhile can't empty the database. `exists` is the look on the disk for
+    // a file that pruning can't settle from what the pass knows.
     using FolderTest = std::function<bool(const std::filesystem::path&)>;
-    explicit IntegrityVerifier(const WallClock& clock, FolderTest isFolder = nullptr);
+    using ItemTest = std::function<bool(const std::filesystem::path&)>;
+    explicit IntegrityVerifier(const WallClock& clock, FolderTest isFolder = nullptr,
+                               ItemTest exists = nullptr);
 
     // Reads the database once, records, prunes, checks a sample when one is due (and then
     // notes the time of the check, also of one cut short), and writes the database once, when
-    // it changed.
-    std::optional<SampleCheck> afterPass(const std::vector<std::string>& copiedRelativePaths,
+    // it changed. A file the pass kept unchanged, or one just read for its digest, is known to
+    // be there: only the others are looked up.
+    std::optional<SampleCheck> afterPass(const PassFiles& pass,
                                          const std::filesystem::path& backupRoot,
                                          std::stop_token stop) override;
 
     // The steps, on the database in memory. Each says whether it changed it.
-    // Puts in a fresh entry for every file that can be read; one that can't keeps its older one.
+    // Puts in a fresh entry for every file that can be read, into `recorded` too where given;
+    // one that can't keeps its older one.
+    using PathSet = std::unordered_set<std::string_view>;
     bool recordHashes(HashDatabase& database, const std::vector<std::string>& relativePaths,
-                      const std::filesystem::path& backupRoot, std::stop_token stop) const;
-    // Forgets entries whose file is gone; how many.
-    int pruneStaleEntries(HashDatabase& database, const std::filesystem::path& backupRoot) const;
+                      const std::filesystem::path& backupRoot, std::stop_token stop,
+                      PathSet* recorded = nullptr) const;
+    // Forgets entries whose file is gone; how many. `isKnownPresent` settles a file without a
+    // look at the disk.
+    using PathTest = std::function<bool(std::string_view relativePath)>;
+    int pruneStaleEntries(HashDatabase& database, const std::filesystem::path& backupRoot,
+                          const PathTest& isKnownPresent = nullptr) const;
     // Re-reads the sample and stamps what it read, damaged or not.
     IntegrityResult verifySample(HashDatabase& database, const std::filesystem::path& backupRoot,
                                  std::stop_token stop) const;
@@ -100,6 +120,7 @@ class IntegrityVerifier final : public IntegrityStage {
   private:
     const WallClock& clock_;
     FolderTest isFolder_;
+    ItemTest exists_;
     const Logger log_{"IntegrityVerifier"};
 };
 

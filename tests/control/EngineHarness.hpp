@@ -75,11 +75,11 @@ class VirtualSleeper final : public Sleeper {
 class IntegrityAfterCopying final : public IntegrityStage {
   public:
     explicit IntegrityAfterCopying(IntegrityStage& inner) : inner_(inner) {}
-    std::optional<SampleCheck> afterPass(const std::vector<std::string>& relativePaths,
+    std::optional<SampleCheck> afterPass(const PassFiles& pass,
                                          const std::filesystem::path& backupRoot,
                                          std::stop_token stop) override {
         if (act) std::exchange(act, nullptr)();
-        return inner_.afterPass(relativePaths, backupRoot, stop);
+        return inner_.afterPass(pass, backupRoot, stop);
     }
     // Runs once, on the run's task.
     std::function<void()> act;

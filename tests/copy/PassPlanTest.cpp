@@ -6,8 +6,8 @@
 #include <functional>
 #include <map>
 
-#include "copy/FaultyFileSystem.hpp"
 #include "TestTree.hpp"
+#include "copy/FaultyFileSystem.hpp"
 #include "copy/FileCopier.hpp"
 #include "copy/PassPlan.hpp"
 #include "support/Paths.hpp"
@@ -255,6 +255,50 @@ TEST(PassPlan, ARunWalksEachTreeOnce) {
     std::vector<fs::path> walked = fileSystem.walkedRoots();
     std::sort(walked.begin(), walked.end());
     EXPECT_EQ(walked, (std::vector<fs::path>{paths::resolved(mirror), paths::resolved(source)}));
+}
+
+}  // namespace
+}  // namespace quillstow
+
+namespace quillstow {
+namespace {
+
+// The mirror's index finds every entry by its path through many growths of its table, keeps
+// each path and address where they were, and gives back what the change test reads.
+TEST(MirrorIndexTest, FindsEveryEntryThroughItsGrowthAndKeepsWhatTheChangeTestReads) {
+    MirrorIndex index;
+    std::vector<const MirrorEntry*> added;
+    FileInfo file;
+    file.type = FileInfo::Type::regular;
+    file.modificationDate = Date(std::chrono::nanoseconds(1'700'000'000'123'456'789));
+    const std::string longName(3 << 20, 'n');  // longer than a block of paths
+    for (int i = 0; i < 5000; ++i) {
+        file.fileSize = i;
+        const std::string path =
+            i == 4000 ? longName : "d" + std::to_string(i % 7) + "/" + std::to_string(i);
+        added.push_back(&index.add(path, file));
+    }
+    FileInfo folder;
+    folder.type = FileInfo::Type::directory;
+    index.add("d0", folder);
+
+    ASSERT_EQ(index.size(), 5001u);
+    for (int i = 0; i < 5000; ++i) {
+        const std::string path =
+            i == 4000 ? longName : "d" + std::to_string(i % 7) + "/" + std::to_string(i);
+        ASSERT_EQ(index.find(path), added[std::size_t(i)]) << path;
+        EXPECT_EQ(added[std::size_t(i)]->path(), path);
+        EXPECT_EQ(added[std::size_t(i)]->info().fileSize, i);
+    }
+    EXPECT_EQ(index.find("d3/10")->info().modificationDate, file.modificationDate);
+    const FileInfo read = index.find("d0")->info();
+    EXPECT_TRUE(read.isDirectory());
+    EXPECT_FALSE(read.fileSize) << "a folder has no size of its own";
+    EXPECT_FALSE(read.modificationDate);
+    for (const char* missing : {"", "d0/", "d1/0", "d7/7", "5000"})
+        EXPECT_EQ(index.find(missing), nullptr) << missing;
+    EXPECT_EQ(MirrorIndex().find("anything"), nullptr);
+    EXPECT_EQ(index.entries().back().path(), "d0") << "in the order added";
 }
 
 }  // namespace

@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "TestTree.hpp"
 #include "copy/PathRules.hpp"
+#include "copy/VolumeWatch.hpp"
+#include "support/FileInfo.hpp"
 
 namespace quillstow {
 namespace {
@@ -90,25 +94,34 @@ TEST(ValidatePaths, SpeaksInTheSystemsWords) {
     }
 }
 
+// Each folder's path must still lead to a folder on the device the pass opened it on.
 TEST(CheckVolumes, ReportsTheSourceFirstThenTheDestination) {
     TemporaryFolder root;
     makeFolder(root / "source");
     makeFolder(root / "mirror");
     writeFile(root / "file", "not a folder");
-    EXPECT_FALSE(checkVolumes(root / "source", root / "mirror"));
+    const dev_t device = files::readInfo(root / "source")->device;
+    const auto check = [&](const char* source, const char* destination, dev_t mirrorDevice) {
+        return VolumeWatch(root / source, device, root / destination, mirrorDevice).check();
+    };
+    EXPECT_FALSE(check("source", "mirror", device));
 
-    const auto sourceGone = checkVolumes(root / "gone", root / "also-gone");
+    const auto sourceGone = check("gone", "also-gone", device);
     ASSERT_TRUE(sourceGone);
     EXPECT_EQ(sourceGone->operation, "sourceVolumeCheck");
     EXPECT_EQ(sourceGone->url, root / "gone");
     EXPECT_EQ(sourceGone->underlying.code, 1006);
 
-    const auto destinationGone = checkVolumes(root / "source", root / "file");
-    ASSERT_TRUE(destinationGone);
-    EXPECT_EQ(destinationGone->operation, "destinationVolumeCheck");
-    EXPECT_EQ(destinationGone->underlying,
-              errors::quillstow(ErrorCode::destinationVolumeLost,
-                                "Destination volume disconnected during backup — aborting."));
+    for (const auto& [name, destination, mirrorDevice] :
+         {std::tuple{"a file", "file", device},
+          std::tuple{"another device", "mirror", device + 1}}) {
+        const auto destinationGone = check("source", destination, mirrorDevice);
+        ASSERT_TRUE(destinationGone) << name;
+        EXPECT_EQ(destinationGone->operation, "destinationVolumeCheck");
+        EXPECT_EQ(destinationGone->underlying,
+                  errors::quillstow(ErrorCode::destinationVolumeLost,
+                                    "Destination volume disconnected during backup — aborting."));
+    }
 
     const auto beforeArchival = checkSourceBeforeArchival(root / "gone");
     ASSERT_TRUE(beforeArchival);

@@ -34,35 +34,44 @@ class VolumeLossTest : public ::testing::Test {
     }
 };
 
+// Whether the pass copies or has nothing to do, the drive's loss is seen within ten items.
 TEST_F(VolumeLossTest, APulledDestinationEndsThePassWithinTenItems) {
-    const fs::path source = root / "source";
-    for (int i = 0; i < 200; ++i)
-        writeFile(source / ("d" + std::to_string(i % 7)) / std::to_string(i), "data");
-    auto drive = std::make_unique<TmpfsMount>(root / "drive", 8 << 20);
-    const fs::path mirror = drive->path() / "Quillstow/Work";
-    writeFile(mirror / "orphan-that-must-stay", "old");
+    for (const bool isNoOp : {false, true}) {
+        SCOPED_TRACE(isNoOp ? "nothing to copy" : "copying");
+        TemporaryFolder root;
+        const fs::path source = root / "source";
+        for (int i = 0; i < 200; ++i)
+            writeFile(source / ("d" + std::to_string(i % 7)) / std::to_string(i), "data");
+        auto drive = std::make_unique<TmpfsMount>(root / "drive", 8 << 20);
+        const fs::path mirror = drive->path() / "Quillstow/Work";
+        const fs::path trash = drive->path() / ".Quillstow-Trash";
+        const ExclusionFilter filter = filterForProfile(BackupProfile::standard);
+        if (isNoOp) {
+            ASSERT_EQ(copier.scanAndCopy(source, mirror, trash, filter, nullptr).copiedFiles, 200);
+        }
+        writeFile(mirror / "orphan-that-must-stay", "old");
 
-    int reports = 0;
-    int pulledAt = -1;
-    const BackupResult result = copier.scanAndCopy(
-        source, mirror, drive->path() / ".Quillstow-Trash",
-        filterForProfile(BackupProfile::standard), [&](double, const std::string&) {
-            if (++reports == 26) {
-                drive->unmount();
-                pulledAt = reports;
-            }
-        });
+        int reports = 0;
+        int pulledAt = -1;
+        const BackupResult result =
+            copier.scanAndCopy(source, mirror, trash, filter, [&](double, const std::string&) {
+                if (++reports == 26) {
+                    drive->unmount();
+                    pulledAt = reports;
+                }
+            });
 
-    EXPECT_TRUE(result.abortedDueToVolumeLoss);
-    EXPECT_LE(reports - pulledAt, 10);
-    const auto lost = errorsWithCode(result, 1007);
-    ASSERT_EQ(lost.size(), 1u);
-    EXPECT_EQ(lost[0]->operation, "destinationVolumeCheck");
-    EXPECT_EQ(&result.errors.back(), lost[0]) << "the loss ends the list";
-    EXPECT_EQ(result.archivedFiles, 0);
-    // The bare mount point is not made into a mirror.
-    EXPECT_TRUE(fs::is_empty(root / "drive"));
-    EXPECT_FALSE(fs::exists(mirror / checkpointFileName));
+        EXPECT_TRUE(result.abortedDueToVolumeLoss);
+        EXPECT_LE(reports - pulledAt, 10);
+        const auto lost = errorsWithCode(result, 1007);
+        ASSERT_EQ(lost.size(), 1u);
+        EXPECT_EQ(lost[0]->operation, "destinationVolumeCheck");
+        EXPECT_EQ(&result.errors.back(), lost[0]) << "the loss ends the list";
+        EXPECT_EQ(result.archivedFiles, 0);
+        // The bare mount point is not made into a mirror.
+        EXPECT_TRUE(fs::is_empty(root / "drive"));
+        EXPECT_FALSE(fs::exists(mirror / checkpointFileName));
+    }
 }
 
 TEST_F(VolumeLossTest, APulledSourceDriveStopsTheArchivalWith1006) {

@@ -60,6 +60,11 @@ class IntegrityVerifierTest : public ::testing::Test {
 
     void SetUp() override { makeFolder(backup); }
 
+    std::optional<SampleCheck> afterPass(const std::vector<std::string>& copied,
+                                         IntegrityVerifier::PathTest isKeptUnchanged = nullptr) {
+        return verifier.afterPass({copied, std::move(isKeptUnchanged)}, backup, {});
+    }
+
     std::string sha256sum(const fs::path& file) {
         const ProcessResult run = runProcess({"/usr/bin/sha256sum", file.native()});
         return run.output.substr(0, 64);
@@ -99,9 +104,9 @@ TEST_F(IntegrityVerifierTest, RecordsEveryCopiedFileInTheDatabasesShape) {
 }
 
 TEST_F(IntegrityVerifierTest, APassThatRecordedNothingWritesNoDatabase) {
-    EXPECT_TRUE(verifier.afterPass({}, backup, {})) << "never checked: due";
+    EXPECT_TRUE(afterPass({})) << "never checked: due";
     EXPECT_FALSE(fs::exists(backup / ".quillstow-hashes.json"));
-    EXPECT_FALSE(verifier.afterPass({"not-there"}, backup, {})) << "checked just now";
+    EXPECT_FALSE(afterPass({"not-there"})) << "checked just now";
     EXPECT_FALSE(fs::exists(backup / ".quillstow-hashes.json")) << "no digest, no write";
 }
 
@@ -120,7 +125,7 @@ TEST_F(IntegrityVerifierTest, AFileThatCanNoLongerBeReadKeepsItsOlderEntry) {
 TEST_F(IntegrityVerifierTest, AfterEveryPassTheDatabaseIsKeptAndTheSampleReadOnceADay) {
     writeFile(backup / "a.txt", "alpha");
     writeFile(backup / "b.txt", "beta");
-    auto check = verifier.afterPass({"a.txt", "b.txt"}, backup, {});
+    auto check = afterPass({"a.txt", "b.txt"});
     ASSERT_TRUE(check);
     EXPECT_EQ(check->result.verified, 2);
     EXPECT_EQ(check->coverage, "Every file checked today.");
@@ -129,11 +134,11 @@ TEST_F(IntegrityVerifierTest, AfterEveryPassTheDatabaseIsKeptAndTheSampleReadOnc
 
     fs::remove(backup / "b.txt");
     clock.set(clock.now() + seconds(86400));
-    EXPECT_FALSE(verifier.afterPass({}, backup, {})) << "86400 seconds: not yet due";
+    EXPECT_FALSE(afterPass({})) << "86400 seconds: not yet due";
     EXPECT_EQ(verifier.loadDatabase(backup).size(), 1u) << "the pruning is saved all the same";
 
     clock.set(clock.now() + seconds(1));
-    check = verifier.afterPass({}, backup, {});
+    check = afterPass({});
     ASSERT_TRUE(check) << "86401 seconds: due";
     EXPECT_EQ(check->result.totalTracked, 1);
 }
@@ -166,7 +171,7 @@ TEST_F(IntegrityVerifierTest, ADamagedDatabaseReadsEmptyAndTheNextRecordReplaces
     EXPECT_TRUE(log.records().empty()) << "silently";
 
     writeFile(backup / "b.txt", "beta");
-    verifier.afterPass({"b.txt"}, backup, {});
+    afterPass({"b.txt"});
     const HashDatabase database = verifier.loadDatabase(backup);
     ASSERT_EQ(database.size(), 1u);
     EXPECT_TRUE(database.contains("b.txt"));
@@ -341,6 +346,42 @@ TEST_F(IntegrityVerifierTest, PruningTestsTheFolderAgainAfterEveryHundredRemoval
     EXPECT_EQ(counting.pruneStaleEntries(database, backup), 250);
     // Before the walk, and at 0, 100 and 200 removed.
     EXPECT_EQ(tests, 4);
+}
+
+// A pass that changed nothing reads no file of the backup again: what it kept, and what it just
+// copied and read for its digest, is known to be there.
+TEST_F(IntegrityVerifierTest, PruningLooksUpOnlyTheFilesThePassDoesNotKnow) {
+    for (const char* name : {"kept-1", "kept-2", "copied", "unknown", "gone"})
+        writeFile(backup / name, name);
+    verifier.saveDatabase(databaseOf({entry("kept-1"), entry("kept-2"), entry("copied"),
+                                      entry("unknown"), entry("gone")}),
+                          backup);
+    verifier.writeLastCheck(backup);
+    fs::remove(backup / "gone");
+    std::vector<std::string> lookedUp;
+    int folderTests = 0;
+    IntegrityVerifier counting(
+        clock,
+        [&](const fs::path& folder) {
+            ++folderTests;
+            return files::isFolder(folder);
+        },
+        [&](const fs::path& file) {
+            lookedUp.push_back(file.filename());
+            return files::exists(file);
+        });
+    const auto isKept = [](std::string_view path) { return path.starts_with("kept"); };
+    EXPECT_FALSE(counting.afterPass({{"copied"}, isKept}, backup, {}));
+    EXPECT_THAT(lookedUp, ElementsAre("gone", "unknown"));
+    EXPECT_EQ(folderTests, 2) << "before the walk and before the first removal";
+    EXPECT_THAT(pathsOf(selectSample(verifier.loadDatabase(backup))),
+                ElementsAre("copied", "kept-1", "kept-2", "unknown"));
+
+    lookedUp.clear();
+    folderTests = 0;
+    EXPECT_FALSE(counting.afterPass({{}, [](std::string_view) { return true; }}, backup, {}));
+    EXPECT_THAT(lookedUp, ::testing::IsEmpty()) << "a pass that changed nothing";
+    EXPECT_EQ(folderTests, 2);
 }
 
 TEST_F(IntegrityVerifierTest, TheLastCheckIsATimeWithoutALineEnd) {

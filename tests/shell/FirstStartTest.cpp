@@ -71,7 +71,7 @@ class FirstStartTest : public QObject {
     void technicalLinesOfEachProfile_data();
     void technicalLinesOfEachProfile();
     void acceptingChangesWhatTheNextPassCopies();
-    void learnAndAboutShowTheirTextsAndTheBuildsVersion();
+    void aboutShowsTheBuildsVersionAndLearnReopensClosed();
 };
 
 void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
@@ -95,8 +95,6 @@ void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
         first.queue.advance(0.06);
         WelcomeWindow* welcome = first.welcome();
         QVERIFY(welcome && welcome->isVisible());
-        QCOMPARE(welcome->windowTitle(), QString("Welcome to Quillstow"));
-        QCOMPARE(welcome->size(), QSize(480, 380));
         saveShot(*welcome, "welcome-source.png");
         // Closed before the end: nothing stored.
         welcome->close();
@@ -109,8 +107,6 @@ void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
         WelcomeWindow* welcome = second.welcome();
         QVERIFY2(welcome && welcome->isVisible(), "shown again until the flow is finished");
         WelcomeModel& model = welcome->model();
-        QCOMPARE(welcome->findChild<QLabel*>("progress")->text(),
-                 QString("Step 1 of 4 — Choose a folder to protect"));
         QVERIFY(!welcome->mainButton()->isEnabled());
         QVERIFY(!welcome->backButton()->isVisible());
         // A dropped file is ignored and the step stays; a dropped folder is taken.
@@ -126,8 +122,7 @@ void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
         saveShot(*welcome, "welcome-source-chosen.png");
 
         welcome->mainButton()->click();
-        QCOMPARE(welcome->findChild<QLabel*>("progress")->text(),
-                 QString("Step 2 of 4 — Choose a backup destination"));
+        QCOMPARE(model.step(), WelcomeStep::pickDestination);
         QVERIFY(!welcome->mainButton()->isEnabled());
         QVERIFY2(visibleLabels(*welcome).contains("No external drives found."),
                  qPrintable(visibleLabels(*welcome).join(" | ")));
@@ -142,7 +137,6 @@ void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
         QVERIFY(welcome->mainButton()->isEnabled());
         saveShot(*welcome, "welcome-offsite.png");
         welcome->mainButton()->click();
-        QCOMPARE(welcome->mainButton()->text(), QString("Start Backing Up"));
         const QStringList confirm = visibleLabels(*welcome);
         QVERIFY2(confirm.contains("Ready to start.") && confirm.contains("Thesis") &&
                      confirm.filter("Offsite copy").isEmpty(),
@@ -208,8 +202,6 @@ void FirstStartTest::smartSetupTakesOnlyARequestThatFits() {
     QCOMPARE(start.tray.profileSuggestionWindow() != nullptr, opens);
     if (!opens) return;
     auto* window = qobject_cast<ProfileSuggestionWindow*>(start.tray.profileSuggestionWindow());
-    QCOMPARE(window->windowTitle(), QString("Smart setup"));
-    QCOMPARE(window->size(), QSize(460, 360));
     // A second offer while it shows brings the same window forward, with the first pair.
     info["pairName"] = std::string("Other");
     info["pairId"] = Uuid::random();
@@ -277,7 +269,6 @@ void FirstStartTest::acceptingChangesWhatTheNextPassCopies() {
     QVERIFY(!window.findChild<QWidget*>("technical")->isVisible());
     window.technicalDetailsButton()->click();
     QVERIFY(window.findChild<QWidget*>("technical")->isVisible());
-    QCOMPARE(window.technicalDetailsButton()->text(), QString("Hide technical details"));
     saveShot(window, "smart-setup.png");
     window.acceptButton()->click();
     QVERIFY(!window.isVisible());
@@ -297,7 +288,7 @@ void FirstStartTest::acceptingChangesWhatTheNextPassCopies() {
     h.settle();
 }
 
-void FirstStartTest::learnAndAboutShowTheirTextsAndTheBuildsVersion() {
+void FirstStartTest::aboutShowsTheBuildsVersionAndLearnReopensClosed() {
     testing::TemporaryFolder settings;
     Start start(settings.path());
     start.tray.openAbout();
@@ -314,14 +305,6 @@ void FirstStartTest::learnAndAboutShowTheirTextsAndTheBuildsVersion() {
     for (QWidget* window : QApplication::topLevelWidgets())
         if (window->isVisible() && window->objectName() == "learnWindow") learn = window;
     QVERIFY(learn);
-    QCOMPARE(learn->windowTitle(), QString("How Quillstow Works"));
-    QCOMPARE(learn->size(), QSize(400, 520));
-    const QStringList shown = visibleLabels(*learn);
-    QVERIFY2(shown.contains("How Quillstow Keeps Your Files Safe") &&
-                 shown.contains("Tap any topic to learn more.") &&
-                 shown.contains("Backups never slow down your computer."),
-             qPrintable(shown.join(" | ")));
-    QCOMPARE(learn->findChildren<QFrame*>("row").size(), 9);
     QFrame* first = learn->findChildren<QFrame*>("row").first();
     QTest::mouseClick(first, Qt::LeftButton);
     QVERIFY(first->findChild<QLabel*>("explanation")->isVisible());

@@ -149,31 +149,25 @@ void AddBackupTest::refusesEachUnsafeDestinationWithItsWords_data() {
     QTest::addColumn<QString>("source");       // below the test's folder
     QTest::addColumn<QString>("destination");  // below the test's folder, unless absolute
     QTest::addColumn<QString>("words");        // none: accepted, and the pair is added
-    const QString pictures = "home/Pictures";
-    QTest::newRow("the source itself") << pictures << "home/Pictures"
-                                       << "The destination can't be inside \"Pictures\".";
-    QTest::newRow("inside the source") << pictures << "home/Pictures/Backups"
-                                       << "The destination can't be inside \"Pictures\".";
-    QTest::newRow("above the source") << pictures << "home"
-                                      << "\"Pictures\" can't be inside the destination.";
-    QTest::newRow("the root") << pictures << "/"
-                              << "\"Pictures\" can't be inside the destination.";
-    QTest::newRow("a system folder")
-        << pictures << "/usr/share"
-        << "Destination is a protected system folder. Choose a different destination.";
+    const auto row = [](const char* name, QString destination, QString words,
+                        QString source = "home/Pictures") {
+        QTest::newRow(name) << source << destination << words;
+    };
+    const QString inside = "The destination can't be inside \"Pictures\".";
+    const QString above = "\"Pictures\" can't be inside the destination.";
+    row("the source itself", "home/Pictures", inside);
+    row("inside the source", "home/Pictures/Backups", inside);
+    row("above the source", "home", above);
+    row("the root", "/", above);
+    row("a system folder", "/usr/share",
+        "Destination is a protected system folder. Choose a different destination.");
     // Picked from the rows of the earlier destinations, as the others are from the dialog.
-    QTest::newRow("another source into another pair's mirror")
-        << pictures << "drive"
-        << "\"Pictures\" already backs up into this folder. Choose another destination or name.";
-    QTest::newRow("the same folder again: a second pair") << "elsewhere/Pictures"
-                                                          << "drive"
-                                                          << "";
-    QTest::newRow("an earlier drive that isn't plugged in") << pictures << "media/Missing Drive"
-                                                            << "";
-    QTest::newRow("a neighbour whose name begins alike") << pictures << "home/Pictures2"
-                                                         << "";
-    QTest::newRow("the drive beside another pair's") << pictures << "other-drive"
-                                                     << "";
+    row("another source into another pair's mirror", "drive",
+        "\"Pictures\" already backs up into this folder. Choose another destination or name.");
+    row("the same folder again: a second pair", "drive", "", "elsewhere/Pictures");
+    row("an earlier drive that isn't plugged in", "media/Missing Drive", "");
+    row("a neighbour whose name begins alike", "home/Pictures2", "");
+    row("the drive beside another pair's", "other-drive", "");
 }
 
 void AddBackupTest::refusesEachUnsafeDestinationWithItsWords() {

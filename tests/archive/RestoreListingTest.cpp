@@ -148,27 +148,6 @@ TEST(RestoreFilter, MatchesNameOrPathIgnoringCase) {
     }
 }
 
-TEST(RestoreSelection, SelectAllActsOnTheShownRowsOnly) {
-    auto files = listOf({"Photos/a.jpg", "Photos/b.jpg", "notes.txt"});
-    ASSERT_TRUE(toggleSelection(files, files[2].id));
-
-    const auto shown = filteredIndices(files, "photos");
-    EXPECT_FALSE(isAllSelected(files, shown));
-    setAllSelected(files, shown, true);
-    EXPECT_TRUE(isAllSelected(files, shown));
-    // The hidden row selected earlier stays selected and counts.
-    EXPECT_EQ(selectedCount(files), 3);
-
-    setAllSelected(files, shown, false);
-    EXPECT_EQ(selectedCount(files), 1);
-    EXPECT_TRUE(files[2].isSelected);
-
-    // Turning the filter off keeps the selection; nothing shown reads off.
-    EXPECT_FALSE(isAllSelected(files, filteredIndices(files, "")));
-    EXPECT_FALSE(isAllSelected(files, filteredIndices(files, "no such file")));
-    EXPECT_FALSE(toggleSelection(files, Uuid::random()));
-}
-
 TEST(RestoreTexts, TheCounterKeepsItsPluralAndEachKindHasItsIcon) {
     // The counter of shown files keeps "files" for one, as the window always did.
     EXPECT_EQ(restoretext::fileCounter(1), "1 files");

@@ -528,10 +528,13 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
     };
     QMenu menu;
     buildMenu(menu, s.model->menu(), actions);
-    QStringList top;
-    for (QAction* action : menu.actions())
-        if (!action->isSeparator()) top << action->text();
-    QCOMPARE(top,
+    const auto titlesOf = [](QMenu& menu) {
+        QStringList titles;
+        for (QAction* action : menu.actions())
+            if (!action->isSeparator()) titles << action->text();
+        return titles;
+    };
+    QCOMPARE(titlesOf(menu),
              (QStringList{"Open Quillstow", "Back Up All Now", "⚠  Work", "○  Photos",
                           "Add Folder…", "File a Finished Project…", "Recent Activity", "Settings",
                           "How Quillstow Works", "About Quillstow", "Quit Quillstow"}));
@@ -552,6 +555,14 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
         {"Daily Summary + Errors", "Daily Summary + Errors"},
         {"Launch at Login", "login"},
         {"Trash Cleanup Reminders", "trash"},
+        // The first pair's submenu comes first: these are Work's.
+        {"Back Up Now", "backup " + workId},
+        {"Pause", "pause " + workId},
+        {"Change Destination…", "relink " + workId},
+        {"Show in File Manager", "reveal " + workId},
+        {"Restore Files…", "restore " + workId},
+        {"Recover Deleted Files…", "recover " + workId},
+        {"Remove This Backup…", "remove " + workId},
     };
     for (const auto& [title, expected] : clicks) {
         called.clear();
@@ -561,19 +572,9 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
         QCOMPARE(called, QStringList{expected});
     }
     QMenu* workMenu = findAction(menu, "⚠  Work")->menu();
-    QStringList workItems;
-    for (QAction* action : workMenu->actions())
-        if (!action->isSeparator()) workItems << action->text();
-    QCOMPARE(workItems,
+    QCOMPARE(titlesOf(*workMenu),
              (QStringList{"Back Up Now", "Pause", "Change Destination…", "Show in File Manager",
                           "Restore Files…", "Recover Deleted Files…", "Remove This Backup…"}));
-    const QStringList expectedWork{"backup",  "pause",   "relink", "reveal",
-                                   "restore", "recover", "remove"};
-    for (int i = 0; i < workItems.size(); ++i) {
-        called.clear();
-        findAction(*workMenu, workItems[i])->trigger();
-        QCOMPARE(called, QStringList{expectedWork[i] + " " + workId});
-    }
     QVERIFY2(isMostlyRed(findAction(*workMenu, "Remove This Backup…")->icon()),
              "the destructive item is marked in red");
     QVERIFY(findAction(*workMenu, "Pause")->icon().isNull());

@@ -133,8 +133,7 @@ class AddBackupTest : public QObject {
   private slots:
     void refusesEachUnsafeDestinationWithItsWords_data();
     void refusesEachUnsafeDestinationWithItsWords();
-    void twoDroppedFoldersAddTwoPairs();
-    void droppedFilesAloneLeaveTheSourceStep();
+    void twoDroppedFoldersAddTwoPairsAndDroppedFilesNone();
     void theCloudAlertShowsForACloudFolderAndOnlyUseAnywayGoesOn();
     void cancelAddsNothing_data();
     void cancelAddsNothing();
@@ -218,7 +217,7 @@ void AddBackupTest::refusesEachUnsafeDestinationWithItsWords() {
     QCOMPARE(sheet.model().sources(), std::vector<fs::path>{dropped});
 }
 
-void AddBackupTest::twoDroppedFoldersAddTwoPairs() {
+void AddBackupTest::twoDroppedFoldersAddTwoPairsAndDroppedFilesNone() {
     Sheet sheet;
     const fs::path drafts = sheet.home() / "Drafts", photos = sheet.home() / "Photos";
     writeFile(drafts / "chapter.txt", "one");
@@ -227,6 +226,12 @@ void AddBackupTest::twoDroppedFoldersAddTwoPairs() {
     const fs::path drive = sheet.h.root / "drive", cloud = sheet.home() / "Dropbox";
     makeFolder(drive);
     makeFolder(cloud);
+
+    // Files alone, or items that are gone, leave the sheet at its first step.
+    QVERIFY(sheet.drop({sheet.home() / "notes.txt", sheet.home() / "gone"}));
+    QCOMPARE(sheet.model().step(), Step::chooseSource);
+    QVERIFY(sheet.model().sources().empty());
+    QVERIFY(sheet.find("dropZone"));
 
     QVERIFY(sheet.drop({drafts, sheet.home() / "notes.txt", photos}));
     QCOMPARE(sheet.model().sources(), (std::vector<fs::path>{drafts, photos}));
@@ -262,15 +267,6 @@ void AddBackupTest::twoDroppedFoldersAddTwoPairs() {
     sheet.h.settle();
     QVERIFY(fs::exists(drive / "Quillstow/Drafts/chapter.txt"));
     QVERIFY(fs::exists(drive / "Quillstow/Photos/a.jpg"));
-}
-
-void AddBackupTest::droppedFilesAloneLeaveTheSourceStep() {
-    Sheet sheet;
-    writeFile(sheet.home() / "notes.txt", "x");
-    QVERIFY(sheet.drop({sheet.home() / "notes.txt", sheet.home() / "gone"}));
-    QCOMPARE(sheet.model().step(), Step::chooseSource);
-    QVERIFY(sheet.model().sources().empty());
-    QVERIFY(sheet.find("dropZone"));
 }
 
 void AddBackupTest::theCloudAlertShowsForACloudFolderAndOnlyUseAnywayGoesOn() {

@@ -203,18 +203,8 @@ TEST(ProjectFiler, ReportsFromInsideABigFileAndStopsThere) {
     writeBigFile(project / "6 Finals/master.mov");
     writeFile(project / "1 Documents/notes.txt", "notes");
     const auto before = snapshotOf(project);
-    const auto chunkReport = [](const std::string& text) {
-        return text.starts_with("master.mov (");
-    };
-
-    int chunks = 0;
-    const auto filed =
-        f.filer.file(f.planFor(project, 2023, "Big Finish"), [&](double, const std::string& text) {
-            if (chunkReport(text)) ++chunks;
-        });
-    EXPECT_TRUE(filed.isSuccess()) << ProjectFiler::summary(filed);
-    EXPECT_GE(chunks, 8) << "the file's own progress, chunk by chunk";
-
+    // The file's own progress, chunk by chunk, up to a stop in its middle; that each chunk is
+    // reported to the end is the streamed copy's own test.
     std::stop_source stop;
     int chunksBeforeStop = 0;
     int reportsAfterStop = 0;
@@ -223,7 +213,7 @@ TEST(ProjectFiler, ReportsFromInsideABigFileAndStopsThere) {
         plan,
         [&](double, const std::string& text) {
             if (stop.stop_requested()) ++reportsAfterStop;
-            if (chunkReport(text) && ++chunksBeforeStop == 3) stop.request_stop();
+            if (text.starts_with("master.mov (") && ++chunksBeforeStop == 3) stop.request_stop();
         },
         stop.get_token());
     EXPECT_EQ(chunksBeforeStop, 3);

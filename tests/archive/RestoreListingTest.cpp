@@ -1,5 +1,5 @@
-// What the restore window lists from a backup, in which order, and how filter and selection
-// behave on it.
+// What the restore window lists from a backup, in which order, what its filter shows, and the
+// paths it will never restore to. How "Select All" acts is the window's own test.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

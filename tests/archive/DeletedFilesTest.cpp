@@ -45,7 +45,6 @@ TEST(ArchiveNames, DayFoldersAndTakenNameVariantsAreKnownBack) {
 class DeletedFilesTest : public ::testing::Test {
   protected:
     TemporaryFolder root;
-    fs::path source = root / "home/Work";
     fs::path mirror = root / "drive/Quillstow/Work";
     fs::path trash = root / "drive/.Quillstow-Trash";
     FaultyFileSystem fileSystem;
@@ -93,30 +92,6 @@ TEST(SharedArchive, PairsWithOneDestinationShareItsArchiveHoweverItIsReached) {
     };
     for (const Case& c : cases)
         EXPECT_EQ(sharesArchive(work, c.pairs), c.shared) << c.name;
-}
-
-TEST_F(DeletedFilesTest, AFileDeletedOnTwoDaysIsOfferedFromBothAndGoesBackToItsPlace) {
-    deleteOn(monday, "docs/report.txt", "monday's report");
-    deleteOn(tuesday, "docs/report.txt", "tuesday's report");
-    const std::string mondayFolder = datedFolderName(monday);
-    const std::string tuesdayFolder = datedFolderName(tuesday);
-    const auto archiveBefore = filesBelow(trash);
-
-    auto items = scanArchive(trash);
-    ASSERT_EQ(pathsOf(items), (std::vector<std::string>{tuesdayFolder + " docs/report.txt",
-                                                        mondayFolder + " docs/report.txt"}));
-    EXPECT_EQ(daysOf(items), (std::vector<std::string>{tuesdayFolder, mondayFolder}));
-
-    items[1].file.isSelected = true;
-    makeFolder(source);
-    auto outcome = restoreFiles(fileSystem, recoveryJobs(items, trash), source);
-    EXPECT_EQ(outcome.message(), "1 file restored successfully.");
-    EXPECT_EQ(readFile(source / "docs/report.txt"), "monday's report");
-
-    std::swap(items[0].file.isSelected, items[1].file.isSelected);
-    outcome = restoreFiles(fileSystem, recoveryJobs(items, trash), source);
-    EXPECT_EQ(readFile(source / "docs/report.txt"), "tuesday's report");
-    EXPECT_EQ(filesBelow(trash), archiveBefore);
 }
 
 TEST_F(DeletedFilesTest, ACopyArchivedTwiceOnOneDayHasItsTimeAndItsOriginalName) {

@@ -101,11 +101,7 @@ TEST_F(NotificationManagerTest, ErrorsOnlySendsEverythingButCompletedPasses) {
               "Old versions of deleted files are still on your backup drive. You can review them "
               "in your file manager.");
     EXPECT_EQ(sent[3].body, "Work can't back up until the drive is reconnected.");
-    EXPECT_THAT(sent[0].identifier, ::testing::MatchesRegex("error-[0-9A-F-]{36}"));
-    EXPECT_THAT(sent[1].identifier, ::testing::StartsWith("disk-low-"));
-    EXPECT_THAT(sent[2].identifier, ::testing::StartsWith("trash-reminder-"));
-    EXPECT_THAT(sent[3].identifier, ::testing::StartsWith("volume-lost-"));
-    EXPECT_NE(sent[0].identifier, sent[1].identifier);
+    EXPECT_NE(sent[0].identifier, sent[1].identifier) << "none replaces another";
     EXPECT_EQ(manager.todayErrorCount(), 0) << "no counting outside the summary level";
     EXPECT_TRUE(delivery.scheduled.empty());
 }
@@ -120,7 +116,6 @@ TEST_F(NotificationManagerTest, EveryBackupSendsCompletedPassesWithTheirMessage)
     EXPECT_EQ(delivery.delivered[0].body, "Work — 1 file backed up.");
     EXPECT_EQ(delivery.delivered[1].body, "Work — 0 files backed up.");
     EXPECT_EQ(delivery.delivered[2].body, "Film — 3 files backed up. A tip.");
-    EXPECT_THAT(delivery.delivered[0].identifier, ::testing::StartsWith("backup-"));
 }
 
 TEST_F(NotificationManagerTest, NothingSendsNothingAndCountsNothing) {

@@ -464,7 +464,7 @@ TEST_F(ConfigStoreTest, ALogGrownPastItsLimitLoadsItsNewestFiveHundred) {
     EXPECT_EQ(store->events().front().filesAffected, 302);
 }
 
-TEST_F(ConfigStoreTest, ABurstOfEventsIsWrittenOnceHalfASecondAfterTheLast) {
+TEST_F(ConfigStoreTest, ABurstOfEventsIsWrittenOnceHalfASecondAfterTheLastAndASaveAtOnce) {
     auto store = open();
     WriteCounter writes(folder);
     for (int i = 0; i < 10; ++i) {
@@ -480,18 +480,15 @@ TEST_F(ConfigStoreTest, ABurstOfEventsIsWrittenOnceHalfASecondAfterTheLast) {
     queue.advance(10);
     flushAll();
     EXPECT_EQ(writes.writesOf("backup-log.json"), 1);
-}
 
-TEST_F(ConfigStoreTest, SaveWritesAPendingLogAtOnceAndOnlyOnce) {
-    auto store = open();
-    WriteCounter writes(folder);
-    store->addEvent(eventNumber(1));
+    // A save writes what waits at once, and nothing is left to write after it.
+    store->addEvent(eventNumber(11));
     store->save();
-    EXPECT_EQ(eventLogFromJson(json::read(onDisk(folder / "backup-log.json"))).size(), 1u);
+    EXPECT_EQ(eventLogFromJson(json::read(onDisk(folder / "backup-log.json"))).size(), 11u);
     EXPECT_EQ(queue.scheduledCount(), 0u);
     queue.advance(5);
     flushAll();
-    EXPECT_EQ(writes.writesOf("backup-log.json"), 1);
+    EXPECT_EQ(writes.writesOf("backup-log.json"), 2);
 }
 
 // A disk that answers only when the test lets it: the first write waits there.

@@ -193,39 +193,39 @@ TEST_F(IntegrityVerifierTest, AWriteThatFailsIsLoggedInItsWords) {
     EXPECT_EQ(log.records()[0].level, LogLevel::error);
 }
 
-TEST(SampleSelection, TakesFiftyNeverCheckedFilesInPathOrder) {
-    std::vector<HashEntry> entries;
-    for (int i = 59; i >= 0; --i) {
-        char name[16];
-        std::snprintf(name, sizeof name, "f%02d", i);
-        entries.push_back(entry(name));
-    }
-    const auto sample = selectSample(databaseOf(entries));
-    ASSERT_EQ(sample.size(), 50u);
-    EXPECT_EQ(sample.front().relativePath, "f00");
-    EXPECT_EQ(sample.back().relativePath, "f49");
-}
-
-TEST(SampleSelection, TakesTheOldestChecksFirstAndTiesByPath) {
+// Each row: the database, and the sample taken from it, in order: the files never checked first,
+// then the oldest checks, ties by path; at most fifty, and no more once the bytes have passed
+// eight gibibytes, the file that crossed included.
+TEST(SampleSelection, TakesTheOldestChecksFirstUpToFiftyFilesOrEightGibibytes) {
     const Date day = referenceDate();
-    const auto sample = selectSample(databaseOf({entry("c", 1, day + hours(1)), entry("b", 1, day),
-                                                 entry("a", 1, day + hours(1)), entry("z", 1)}));
-    EXPECT_THAT(pathsOf(sample), ElementsAre("z", "b", "a", "c"));
-}
-
-TEST(SampleSelection, StopsOnceTheBytesPassEightGibibytesWithTheFileThatCrossed) {
-    EXPECT_THAT(pathsOf(selectSample(databaseOf({entry("a", 5 * gibibyte), entry("b", 5 * gibibyte),
-                                                 entry("c", 5 * gibibyte)}))),
-                ElementsAre("a", "b"));
-    EXPECT_THAT(pathsOf(selectSample(databaseOf({entry("a", 20 * gibibyte), entry("b", 1)}))),
-                ElementsAre("a"));
-    EXPECT_THAT(pathsOf(selectSample(
-                    databaseOf({entry("a", 8 * gibibyte - 1), entry("b", 1), entry("c", 1)}))),
-                ElementsAre("a", "b"))
-        << "8589934591 goes on; 8589934592 stops";
-    EXPECT_THAT(pathsOf(selectSample(databaseOf({entry("a", 8 * gibibyte), entry("b", 1)}))),
-                ElementsAre("a"));
-    EXPECT_TRUE(selectSample({}).empty());
+    std::vector<HashEntry> sixty;
+    for (int i = 59; i >= 0; --i)
+        sixty.push_back(entry((i < 10 ? "f0" : "f") + std::to_string(i)));
+    std::vector<std::string> firstFifty;
+    for (int i = 0; i < 50; ++i)
+        firstFifty.push_back((i < 10 ? "f0" : "f") + std::to_string(i));
+    const struct {
+        const char* name;
+        std::vector<HashEntry> entries;
+        std::vector<std::string> sample;
+    } rows[] = {
+        {"fifty never checked, in path order", sixty, firstFifty},
+        {"oldest first, ties by path",
+         {entry("c", 1, day + hours(1)), entry("b", 1, day), entry("a", 1, day + hours(1)),
+          entry("z", 1)},
+         {"z", "b", "a", "c"}},
+        {"the file that crosses is the last",
+         {entry("a", 5 * gibibyte), entry("b", 5 * gibibyte), entry("c", 5 * gibibyte)},
+         {"a", "b"}},
+        {"one large file alone", {entry("a", 20 * gibibyte), entry("b", 1)}, {"a"}},
+        {"a byte below goes on",
+         {entry("a", 8 * gibibyte - 1), entry("b", 1), entry("c", 1)},
+         {"a", "b"}},
+        {"eight gibibytes stop", {entry("a", 8 * gibibyte), entry("b", 1)}, {"a"}},
+        {"nothing tracked", {}, {}},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(pathsOf(selectSample(databaseOf(row.entries))), row.sample) << row.name;
 }
 
 TEST_F(IntegrityVerifierTest, ACheckStampsWhatItReadAndReportsDamage) {
@@ -288,27 +288,22 @@ class StopInsideAFile {
     std::thread writer_;
 };
 
-TEST_F(IntegrityVerifierTest, AStopEndsRecordingInsideAFileAndKeepsWhatWasDone) {
-    writeFile(backup / "a.txt", "a");
-    writeFile(backup / "c.txt", "c");
-    StopInsideAFile pipe(backup / "b-pipe");
-    HashDatabase database;
-    verifier.recordHashes(database, {"a.txt", "b-pipe", "c.txt"}, backup, pipe.token());
-    EXPECT_EQ(database.size(), 1u);
-    EXPECT_TRUE(database.contains("a.txt"));
-}
-
-TEST_F(IntegrityVerifierTest, AStopEndsACheckInsideAFileWhichIsNeitherGoodNorDamaged) {
+TEST_F(IntegrityVerifierTest, AStopInsideAFileEndsRecordingOrACheckKeepingWhatWasDone) {
     writeFile(backup / "a.txt", "a");
     writeFile(backup / "c.txt", "c");
     HashDatabase database;
-    verifier.recordHashes(database, {"a.txt", "c.txt"}, backup, {});
+    {
+        StopInsideAFile pipe(backup / "b-pipe");
+        verifier.recordHashes(database, {"a.txt", "b-pipe", "c.txt"}, backup, pipe.token());
+        EXPECT_THAT(pathsOf(selectSample(database)), ElementsAre("a.txt"));
+    }
+    fs::remove(backup / "b-pipe");
+    verifier.recordHashes(database, {"c.txt"}, backup, {});
     database["b-pipe"] = entry("b-pipe");
     StopInsideAFile pipe(backup / "b-pipe");
-
     const IntegrityResult result = verifier.verifySample(database, backup, pipe.token());
     EXPECT_EQ(result.verified, 1);
-    EXPECT_TRUE(result.corrupted.empty());
+    EXPECT_TRUE(result.corrupted.empty()) << "a file cut short by a stop is not damaged";
     EXPECT_EQ(result.neverVerified, 2) << "only a.txt was stamped";
 }
 

@@ -465,12 +465,8 @@ void expectThePassRecorded(const BackupPair& stored) {
 }
 
 const PairUpdateCase pairUpdateCases[] = {
-    {"TheProfileSuggestionKeepsThePassRecord", suggestADeveloperProfile, nullptr,
-     [](const BackupPair&, const BackupPair& stored) {
-         EXPECT_TRUE(stored.didSuggestProfile);
-         expectThePassRecorded(stored);
-     }},
-    {"TheOffsiteRecordKeepsTheSuggestion",
+    // Three follow-ups: the pass record, the suggestion and the offsite record.
+    {"TheOffsiteRecordKeepsTheSuggestionAndThePassRecord",
      [](EngineHarness& h, BackupPair& pair) {
          suggestADeveloperProfile(h, pair);
          pair.offsiteURL = h.root / "Dropbox";

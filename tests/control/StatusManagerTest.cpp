@@ -60,9 +60,10 @@ class StatusManagerTest : public ::testing::Test {
         return pair;
     }
 
-    void setAppConfig(BackupInterval interval) {
+    void setAppConfig(BackupInterval interval, BandwidthMode mode) {
         AppConfig config = h.store->appConfig();
         config.backupInterval = interval;
+        config.bandwidthMode = mode;
         h.store->setAppConfig(config);
     }
 };
@@ -147,27 +148,12 @@ TEST_F(StatusManagerTest, ThePowerPollResumesWhatThePowerGatePausedButNotWhatThe
     EXPECT_FALSE(fs::exists(byUser.destinationURL / "Quillstow/User"));
 }
 
-TEST_F(StatusManagerTest, PauseAllHoldsUntilTheNextPowerPoll) {
+// The interval and the bandwidth mode of the settings, at the start and at every reschedule.
+TEST_F(StatusManagerTest, TheSettingsScheduleTheBackupsAndReachTheCopyLoops) {
     const BackupPair pair = h.makePair();
+    setAppConfig(BackupInterval::manual, BandwidthMode::quiet);
     startManager();
-    finishRuns();
-    manager->pauseAll();
-    EXPECT_EQ(engine(pair.id).status(), BackupStatus::paused());
-    EXPECT_TRUE(h.storedPair(pair.id)->isEnabled);
-
-    writeFile(pair.sourceURL / "later", "x");
-    h.queue.advance(untilNextPoll() - 0.1);
-    EXPECT_EQ(engine(pair.id).status(), BackupStatus::paused());
-    h.queue.advance(0.1);
-    ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
-    finishRuns();
-    EXPECT_TRUE(fs::exists(pair.destinationURL / "Quillstow/Work/later"));
-}
-
-TEST_F(StatusManagerTest, TheScheduleBacksUpEveryIntervalAndManualHasNoTimer) {
-    const BackupPair pair = h.makePair();
-    setAppConfig(BackupInterval::manual);
-    startManager();
+    EXPECT_EQ(h.activityGate.bandwidthMode(), BandwidthMode::quiet);
     finishRuns();
     writeFile(pair.sourceURL / "first", "x");
     h.queue.advance(14400);
@@ -175,26 +161,15 @@ TEST_F(StatusManagerTest, TheScheduleBacksUpEveryIntervalAndManualHasNoTimer) {
     EXPECT_FALSE(fs::exists(pair.destinationURL / "Quillstow/Work/first"))
         << "no tick while manual";
 
-    setAppConfig(BackupInterval::hourly);
+    setAppConfig(BackupInterval::hourly, BandwidthMode::automatic);
     manager->rescheduleTimer();
+    EXPECT_EQ(h.activityGate.bandwidthMode(), BandwidthMode::automatic);
     h.queue.advance(3599);
     finishRuns();
     EXPECT_FALSE(fs::exists(pair.destinationURL / "Quillstow/Work/first"));
     h.queue.advance(1);
     finishRuns();
     EXPECT_TRUE(fs::exists(pair.destinationURL / "Quillstow/Work/first"));
-}
-
-TEST_F(StatusManagerTest, TheBandwidthModeOfTheSettingsReachesTheCopyLoops) {
-    AppConfig config = h.store->appConfig();
-    config.bandwidthMode = BandwidthMode::quiet;
-    h.store->setAppConfig(config);
-    startManager();
-    EXPECT_EQ(h.activityGate.bandwidthMode(), BandwidthMode::quiet);
-    config.bandwidthMode = BandwidthMode::automatic;
-    h.store->setAppConfig(config);
-    manager->rescheduleTimer();
-    EXPECT_EQ(h.activityGate.bandwidthMode(), BandwidthMode::automatic);
 }
 
 TEST_F(StatusManagerTest, AnAddedPairRunsAndARemovedOneStopsAndIsForgotten) {
@@ -217,7 +192,9 @@ TEST_F(StatusManagerTest, AnAddedPairRunsAndARemovedOneStopsAndIsForgotten) {
     EXPECT_TRUE(h.store->pairs().empty());
 }
 
-TEST_F(StatusManagerTest, APairPausedByTheUserIsDisabledAndResumedByTheSameToggle) {
+// A pair paused by the user is disabled and resumed by the same toggle; a pause of all leaves the
+// pairs enabled, for the next power poll to resume.
+TEST_F(StatusManagerTest, APauseByTheUserHoldsUntilTheToggleAndAPauseOfAllUntilThePoll) {
     const BackupPair pair = h.makePair();
     startManager();
     finishRuns();
@@ -231,28 +208,24 @@ TEST_F(StatusManagerTest, APairPausedByTheUserIsDisabledAndResumedByTheSameToggl
     ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
     finishRuns();
     EXPECT_TRUE(fs::exists(pair.destinationURL / "Quillstow/Work/f"));
-}
 
-TEST_F(StatusManagerTest, ARelinkedPairBacksUpToItsNewDestination) {
-    const BackupPair pair = h.makePair();
-    writeFile(pair.sourceURL / "f", "x");
-    startManager();
-    finishRuns();
-    const fs::path newDrive = h.root / "new-drive";
-    fs::create_directories(newDrive);
-    ASSERT_EQ(manager->relinkPair(pair.id, newDrive), std::nullopt);
+    manager->pauseAll();
+    EXPECT_EQ(engine(pair.id).status(), BackupStatus::paused());
+    EXPECT_TRUE(h.storedPair(pair.id)->isEnabled);
+    writeFile(pair.sourceURL / "later", "x");
+    h.queue.advance(untilNextPoll() - 0.1);
+    EXPECT_EQ(engine(pair.id).status(), BackupStatus::paused());
+    h.queue.advance(0.1);
     ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
     finishRuns();
-    const auto stored = h.storedPair(pair.id);
-    EXPECT_EQ(stored->destinationURL, newDrive);
-    ASSERT_TRUE(stored->destinationBookmark);
-    EXPECT_EQ(BookmarkManager::resolveBookmark(*stored->destinationBookmark, newDrive, false).url,
-              newDrive);
-    EXPECT_EQ(readFile(newDrive / "Quillstow/Work/f"), "x");
+    EXPECT_TRUE(fs::exists(pair.destinationURL / "Quillstow/Work/later"));
 }
 
-TEST_F(StatusManagerTest, ARelinkWhoseBookmarkCannotBeMadeShowsAccessDenied) {
+// A relink whose bookmark can't be made shows access denied and keeps the old bookmark; one that
+// can backs up to the new destination with a bookmark of it.
+TEST_F(StatusManagerTest, ARelinkedPairBacksUpToItsNewDestinationOrShowsAccessDenied) {
     BackupPair pair = h.makePair();
+    writeFile(pair.sourceURL / "f", "x");
     pair.destinationBookmark = BookmarkManager::bookmarkData(pair.destinationURL, false);
     h.store->updatePair(pair);
     startManager();
@@ -265,9 +238,21 @@ TEST_F(StatusManagerTest, ARelinkWhoseBookmarkCannotBeMadeShowsAccessDenied) {
     EXPECT_THAT(log.messages("Bookmark"),
                 ElementsAre("Could not create destination bookmark for relink: No such file or "
                             "directory"));
+    EXPECT_EQ(h.storedPair(pair.id)->destinationURL, missing);
+    EXPECT_EQ(h.storedPair(pair.id)->destinationBookmark, pair.destinationBookmark)
+        << "the old bookmark stays";
+
+    const fs::path newDrive = h.root / "new-drive";
+    fs::create_directories(newDrive);
+    ASSERT_EQ(manager->relinkPair(pair.id, newDrive), std::nullopt);
+    ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
+    finishRuns();
     const auto stored = h.storedPair(pair.id);
-    EXPECT_EQ(stored->destinationURL, missing);
-    EXPECT_EQ(stored->destinationBookmark, pair.destinationBookmark) << "the old bookmark stays";
+    EXPECT_EQ(stored->destinationURL, newDrive);
+    ASSERT_TRUE(stored->destinationBookmark);
+    EXPECT_EQ(BookmarkManager::resolveBookmark(*stored->destinationBookmark, newDrive, false).url,
+              newDrive);
+    EXPECT_EQ(readFile(newDrive / "Quillstow/Work/f"), "x");
 }
 
 TEST_F(StatusManagerTest, ADriveThatGoesAndComesBackStopsAndRestartsOnlyItsPairsOneAtATime) {

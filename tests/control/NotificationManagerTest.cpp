@@ -147,24 +147,22 @@ TEST_F(NotificationManagerTest, TheDailySummaryCountsThePassesAndTheErrorsBefore
     EXPECT_EQ(delivery.scheduled.size(), 3u) << "errors don't reschedule";
 }
 
-TEST_F(NotificationManagerTest, AfterEightTheSummaryMovesToTheNextEvening) {
+// The summary is for eight this evening, or the next once it is eight; the counts start afresh
+// with the first counted event of a new day, not at midnight by themselves.
+TEST_F(NotificationManagerTest, TheSummaryIsForTheNextEightOClockWithTheCountsOfItsDay) {
     setLevel(NotificationLevel::dailySummary);
     wallClock.set(localTime(19, 59));
     manager.notifyBackupComplete("Work", 1, std::nullopt);
+    manager.notifyError("Work", "x");
     EXPECT_EQ(delivery.scheduled.back().second, localTime(20));
     wallClock.set(localTime(20, 0));
     manager.notifyBackupComplete("Work", 1, std::nullopt);
     EXPECT_EQ(delivery.scheduled.back().second, localTime(20, 0, 24));
-    EXPECT_EQ(delivery.scheduled.back().first.body, "2 backups completed.")
+    EXPECT_EQ(delivery.scheduled.back().first.body, "2 backups completed, 1 error.")
         << "with the counts of today";
-}
 
-TEST_F(NotificationManagerTest, CountsStartAfreshWithTheFirstCountedEventOfANewDay) {
-    setLevel(NotificationLevel::dailySummary);
-    manager.notifyBackupComplete("Work", 1, std::nullopt);
-    manager.notifyError("Work", "x");
     wallClock.set(localTime(0, 30, 24));
-    EXPECT_EQ(manager.todayBackupCount(), 1) << "not reset at midnight by itself";
+    EXPECT_EQ(manager.todayBackupCount(), 2) << "not reset at midnight by itself";
     manager.notifyBackupComplete("Work", 1, std::nullopt);
     EXPECT_EQ(manager.todayBackupCount(), 1);
     EXPECT_EQ(manager.todayErrorCount(), 0);

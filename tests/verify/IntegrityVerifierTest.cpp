@@ -110,17 +110,6 @@ TEST_F(IntegrityVerifierTest, APassThatRecordedNothingWritesNoDatabase) {
     EXPECT_FALSE(fs::exists(backup / ".quillstow-hashes.json")) << "no digest, no write";
 }
 
-TEST_F(IntegrityVerifierTest, AFileThatCanNoLongerBeReadKeepsItsOlderEntry) {
-    writeFile(backup / "a.txt", "alpha");
-    HashDatabase database;
-    verifier.recordHashes(database, {"a.txt"}, backup, {});
-    const HashDatabase before = database;
-    fs::remove(backup / "a.txt");
-    clock.set(clock.now() + hours(1));
-    EXPECT_FALSE(verifier.recordHashes(database, {"a.txt"}, backup, {}));
-    EXPECT_EQ(database, before);
-}
-
 // One call after each pass: recorded, pruned, and checked once a day, the database written once.
 TEST_F(IntegrityVerifierTest, AfterEveryPassTheDatabaseIsKeptAndTheSampleReadOnceADay) {
     writeFile(backup / "a.txt", "alpha");
@@ -307,14 +296,22 @@ TEST_F(IntegrityVerifierTest, AStopInsideAFileEndsRecordingOrACheckKeepingWhatWa
     EXPECT_EQ(result.neverVerified, 2) << "only a.txt was stamped";
 }
 
-TEST_F(IntegrityVerifierTest, AFileCopiedAgainGoesBackToTheFrontOfTheRotation) {
+// A file copied again goes back to the front of the rotation; one that can no longer be read
+// keeps its older entry.
+TEST_F(IntegrityVerifierTest, RecordingAgainClearsTheCheckOrKeepsTheEntryOfAFileGone) {
     writeFile(backup / "a.txt", "a");
     HashDatabase database;
     verifier.recordHashes(database, {"a.txt"}, backup, {});
     IntegrityResult result = verifier.verifySample(database, backup, {});
     EXPECT_EQ(coverageDescription(result, clock.now()), "Every file checked today.");
-    verifier.recordHashes(database, {"a.txt"}, backup, {});
+    EXPECT_TRUE(verifier.recordHashes(database, {"a.txt"}, backup, {}));
     EXPECT_FALSE(database.at("a.txt").lastVerifiedAt);
+
+    const HashDatabase before = database;
+    fs::remove(backup / "a.txt");
+    clock.set(clock.now() + hours(1));
+    EXPECT_FALSE(verifier.recordHashes(database, {"a.txt"}, backup, {}));
+    EXPECT_EQ(database, before);
 }
 
 TEST_F(IntegrityVerifierTest, PruningForgetsFilesThatLeftTheBackup) {

@@ -109,25 +109,6 @@ TEST_F(BackupEngineTest, ASourceRenamedWhileClosedAsksToBeReselectedUntilAFolder
     EXPECT_EQ(readFile(EngineHarness::mirrorOf(pair) / "g"), "y");
 }
 
-TEST_F(BackupEngineTest, AChangeBacksUpTwoSecondsAfterTheLastSignal) {
-    const BackupPair pair = h.makePair();
-    auto engine = h.makeEngine(pair);
-    engine->start(pair);
-    ASSERT_TRUE(h.finishRun());
-    ASSERT_EQ(engine->status(), BackupStatus::idle());
-
-    writeFile(pair.sourceURL / "new.txt", "fresh");
-    h.watchers[0]->fire();
-    h.queue.advance(1.0);
-    h.watchers[0]->fire();
-    h.queue.advance(1.9);
-    EXPECT_EQ(engine->status().kind(), Case::idle);
-    h.queue.advance(0.1);
-    ASSERT_TRUE(runUntilStatus(*engine, Case::completed));
-    EXPECT_EQ(engine->status(), BackupStatus::completed(1, 0));
-    EXPECT_EQ(readFile(EngineHarness::mirrorOf(pair) / "new.txt"), "fresh");
-}
-
 // Runs that end before anything is copied: the states they pass through, what the log says,
 // whether the source stays watched, and that nobody is told and nothing reaches the drive.
 struct EarlyEndCase {

@@ -109,19 +109,6 @@ TEST_F(StatusManagerTest, TheOneStatusTakesTheMostUrgentCaseAndTheLineCountsPair
     }
 }
 
-TEST_F(StatusManagerTest, EveryPairStartsAtLaunchAndADisabledOneStaysPaused) {
-    const BackupPair enabled = h.makePair("On");
-    writeFile(enabled.sourceURL / "f", "x");
-    const BackupPair disabled = disabledPair("Off");
-    writeFile(disabled.sourceURL / "f", "x");
-    startManager();
-    ASSERT_TRUE(runUntilStatus(enabled.id, Case::completed));
-    EXPECT_EQ(engine(disabled.id).status(), BackupStatus::paused());
-    finishRuns();
-    EXPECT_TRUE(fs::exists(enabled.destinationURL / "Quillstow/On/f"));
-    EXPECT_FALSE(fs::exists(disabled.destinationURL / "Quillstow/Off"));
-}
-
 TEST_F(StatusManagerTest, ThePowerPollResumesWhatThePowerGatePausedButNotWhatTheUserPaused) {
     const BackupPair byPower = h.makePair("Power");
     writeFile(byPower.sourceURL / "f", "x");

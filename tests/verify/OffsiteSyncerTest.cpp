@@ -1,6 +1,6 @@
-// The weekly second copy over real folders: what goes offsite and what never does, the change
-// test with its two seconds, the folder test every 25 files, retries, and copies that fail
-// their size check.
+// The weekly second copy over real folders: what goes offsite and what never does, the folder
+// test every 25 files, retries, and copies that fail their size check. Whether a file needs a
+// copy is needsCopy's (ChangeTestAndListingTest).
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -82,20 +82,6 @@ TEST_F(OffsiteSyncerTest, BookkeepingLeftoversLinksAndExcludedNamesStayBehind) {
     sync();
     EXPECT_EQ(filesBelow(offsite).size(), 1u);
     EXPECT_FALSE(fs::exists(offsite / "link.txt"));
-}
-
-TEST_F(OffsiteSyncerTest, ACopyWithinTwoSecondsIsUnchangedBeyondItIsCopied) {
-    writeFile(backup / "a.txt", "same", referenceDate());
-    writeFile(offsite / "a.txt", "same", referenceDate() + milliseconds(1900));
-    EXPECT_TRUE(isUnchanged(backup / "a.txt", offsite / "a.txt"));
-    EXPECT_EQ(sync().copiedFiles, 0);
-    setModificationDate(offsite / "a.txt", referenceDate() - milliseconds(2100));
-    EXPECT_FALSE(isUnchanged(backup / "a.txt", offsite / "a.txt"));
-    EXPECT_EQ(sync().copiedFiles, 1);
-    writeFile(offsite / "b.txt", "other size", referenceDate());
-    writeFile(backup / "b.txt", "size", referenceDate());
-    EXPECT_FALSE(isUnchanged(backup / "b.txt", offsite / "b.txt"));
-    EXPECT_FALSE(isUnchanged(backup / "b.txt", offsite / "missing.txt"));
 }
 
 // The folder is tested before files 25 and 50, never before the first; gone at the second test,

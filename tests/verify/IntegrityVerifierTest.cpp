@@ -132,20 +132,9 @@ TEST_F(IntegrityVerifierTest, AfterEveryPassTheDatabaseIsKeptAndTheSampleReadOnc
     EXPECT_EQ(check->result.totalTracked, 1);
 }
 
-TEST(CheckSchedule, IsDueOnlyMoreThanADayAfterTheLastCheck) {
-    const Date now = referenceDate();
-    const struct {
-        const char* name;
-        std::optional<Date> last;
-        bool isDue;
-    } cases[] = {
-        {"never checked", std::nullopt, true},
-        {"a day ago exactly", now - seconds(86400), false},
-        {"a day and a second ago", now - seconds(86401), true},
-        {"a clock set back", now + hours(5), false},
-    };
-    for (const auto& test : cases)
-        EXPECT_EQ(isCheckDue(test.last, now), test.isDue) << test.name;
+// Never checked, a day and a day and a second are the test above; a clock set back is not due.
+TEST(CheckSchedule, AClockSetBackIsNotDue) {
+    EXPECT_FALSE(isCheckDue(referenceDate() + hours(5), referenceDate()));
 }
 
 TEST_F(IntegrityVerifierTest, ADamagedDatabaseReadsEmptyAndTheNextRecordReplacesIt) {

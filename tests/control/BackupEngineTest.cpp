@@ -59,6 +59,7 @@ TEST_F(BackupEngineTest, AStartedPairRunsAFirstPassPostsItsSummaryAndSettlesAfte
     ASSERT_THAT(h.eventTypes(), ElementsAre(Type::backup));
     EXPECT_EQ(h.events()[0].filesAffected, 2);
     EXPECT_EQ(h.events()[0].bytesTransferred, 10);
+    EXPECT_FALSE(h.events()[0].message);
     EXPECT_THAT(h.notifier->sent, ElementsAre(::testing::StartsWith("complete: Work 2 ")));
     EXPECT_EQ(h.defaults.integer(tipCounterKey), 1) << "the rotation moved on";
 

@@ -208,6 +208,7 @@ TEST_F(BackupQueueTest, CancelDropsTheWaitingJobAndCancelsTheRunningOneOfItsPair
 
     queue->cancel(pairB);
     EXPECT_EQ(queue->waitingJobs(), 1u) << "another pair's cancel touches nothing";
+    EXPECT_FALSE(running.sawCancellation());
     EXPECT_FALSE(isReady(first));
     queue->cancel(pairA);
     EXPECT_EQ(second.get(), Outcome::cancelled);

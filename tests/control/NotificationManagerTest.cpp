@@ -102,6 +102,8 @@ TEST_F(NotificationManagerTest, ErrorsOnlySendsEverythingButCompletedPasses) {
               "in your file manager.");
     EXPECT_EQ(sent[3].body, "Work can't back up until the drive is reconnected.");
     EXPECT_NE(sent[0].identifier, sent[1].identifier) << "none replaces another";
+    manager.notifyError("Work", "again");
+    EXPECT_NE(delivery.delivered.back().identifier, sent[0].identifier) << "nor a second error";
     EXPECT_EQ(manager.todayErrorCount(), 0) << "no counting outside the summary level";
     EXPECT_TRUE(delivery.scheduled.empty());
 }

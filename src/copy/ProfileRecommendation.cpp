@@ -5,6 +5,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "support/FileHandle.hpp"
 #include "support/Paths.hpp"
 #include "support/TreeWalk.hpp"
 
@@ -105,8 +106,8 @@ const std::vector<ContentCategory>& contentCategories() {
     return categories;
 }
 
-std::string extensionOf(const std::string& relativePath) {
-    return lowercased(pathExtension(paths::lastPathComponent(relativePath)));
+std::string extensionOf(std::string_view relativePath) {
+    return lowercased(pathExtension(lastComponent(relativePath)));
 }
 
 }  // namespace
@@ -135,14 +136,13 @@ void scanMarkers(const std::filesystem::path& folder, int depth,
     });
 }
 
-BackupProfile recommendProfile(const std::vector<ListedItem>& items,
-                               const std::filesystem::path& root) {
+BackupProfile recommendProfile(const WalkedEntries& items, const std::filesystem::path& root) {
     if (items.empty()) return BackupProfile::standard;
 
     std::map<BackupProfile, double> scores;
     std::set<BackupProfile> evidence;
     for (const auto& item : items) {
-        const auto found = packageEvidence().find(extensionOf(item.relativePath));
+        const auto found = packageEvidence().find(extensionOf(item.relativePath()));
         if (found == packageEvidence().end()) continue;
         scores[found->second] += packageEvidenceWeight;
         evidence.insert(found->second);
@@ -159,10 +159,10 @@ BackupProfile recommendProfile(const std::vector<ListedItem>& items,
     std::int64_t total = 0;
     std::map<BackupProfile, std::int64_t> bytes;
     for (const auto& item : items) {
-        if (!item.info.fileSize || *item.info.fileSize < 1) continue;
-        const std::int64_t size = *item.info.fileSize;
+        const std::int64_t size = item.byteCount();
+        if (size < 1) continue;
         total += size;
-        const std::string extension = extensionOf(item.relativePath);
+        const std::string extension = extensionOf(item.relativePath());
         for (const auto& category : contentCategories()) {
             if (!category.extensions.contains(extension)) continue;
             bytes[category.profile] += category.countsHalf ? size >> 1 : size;

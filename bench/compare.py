@@ -24,10 +24,12 @@ mirror of its own, side by side with the others: a change measured before and af
 A million-file tree is cheap with `--sizes 0` (empty files: no data to write, and a no-op reads
 none) and `--mirrors cp`, which makes the re-runs' mirrors with `cp -a` and settles each with one
 untimed run of its own tool: a mirror that tool keeps, made without writing every file through it.
+`--reuse` times the re-runs again on the trees an earlier run left in --work (a new build
+against the same mirrors): at a million files they take longer to make than to measure.
 
 usage: bench/compare.py [--work DIR] [--files N] [--folders N] [--sizes MIN-MAX] [--big-mib N]
                         [--rounds N] [--cases first,noop,changed,big,quiet] [--tool PATH]
-                        [--walker PATH] [--baseline PATH] [--mirrors tool|cp]
+                        [--walker PATH] [--baseline PATH] [--mirrors tool|cp] [--reuse]
 """
 
 import argparse
@@ -179,6 +181,9 @@ def main():
     parser.add_argument("--mirrors", choices=("tool", "cp"), default="tool",
                         help="how the re-runs' mirrors are made: a first pass of their tool, or "
                              "cp -a settled by one run of it")
+    parser.add_argument("--reuse", action="store_true",
+                        help="time the re-runs again on the source and mirrors an earlier run "
+                             "left in --work")
     args = parser.parse_args()
     cases = set(args.cases.split(","))
     folders = args.folders or max(1, args.files // 20)
@@ -190,14 +195,18 @@ def main():
     if args.rounds < 1:
         sys.exit("--rounds must be at least 1")
     work = os.path.abspath(args.work)
-    if os.path.exists(work):
-        sys.exit(f"{work} exists; give a fresh --work folder")
-    os.makedirs(work)
     small, big, out = (os.path.join(work, name) for name in ("small", "big", "out"))
-    os.makedirs(out)
-    print(f"generating {args.files} files of {args.sizes[0]}-{args.sizes[1]} bytes in {folders} "
-          f"folders in {work}", flush=True)
-    make_small_tree(small, args.files, folders, args.sizes)
+    if args.reuse:
+        if not os.path.isdir(small):
+            sys.exit(f"{small} is missing: nothing to reuse")
+        print(f"reusing the trees in {work}", flush=True)
+    elif os.path.exists(work):
+        sys.exit(f"{work} exists; give a fresh --work folder, or --reuse its trees")
+    else:
+        os.makedirs(out)
+        print(f"generating {args.files} files of {args.sizes[0]}-{args.sizes[1]} bytes in "
+              f"{folders} folders in {work}", flush=True)
+        make_small_tree(small, args.files, folders, args.sizes)
     items = count_items(small)
     tool, walker = os.path.abspath(args.tool), os.path.abspath(args.walker)
     baseline = os.path.abspath(args.baseline) if args.baseline else None
@@ -230,7 +239,11 @@ def main():
         if baseline:
             commands.append((name, anchor_free_command))
         return commands
-    if cases & {"noop", "changed", "quiet"}:
+    if cases & {"noop", "changed", "quiet"} and args.reuse:
+        for mirror in (q_mirror, r_mirror) + ((b_mirror,) if baseline else ()):
+            if not os.path.isdir(mirror):
+                sys.exit(f"{mirror} is missing: nothing to reuse")
+    elif cases & {"noop", "changed", "quiet"}:
         print(f"making the mirrors of the re-runs with {args.mirrors} (untimed)", flush=True)
         make_mirror(tool, small, q_mirror, args.mirrors)
         subprocess.run(["rsync", "-a", f"{small}/", f"{r_mirror}/"], check=True)

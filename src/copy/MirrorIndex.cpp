@@ -33,14 +33,14 @@ MirrorEntry& MirrorIndex::add(std::string_view path, const FileInfo& info) {
         throw std::length_error("too many entries in a mirror");
     }
     if ((entries_.size() + 1) * 4 > slots_.size() * 3) grow();
+    const std::uint32_t hash = hashOf(path);
     MirrorEntry& entry = entries_.add(path, info);
-    slots_[slotOf(path)] = slotValue(hashOf(path), entries_.size() - 1);
+    slots_[slotOf(path, hash)] = slotValue(hash, entries_.size() - 1);
     return entry;
 }
 
 // The slot that holds `path`, or the free one where it would go.
-std::size_t MirrorIndex::slotOf(std::string_view path) const {
-    const std::uint32_t hash = hashOf(path);
+std::size_t MirrorIndex::slotOf(std::string_view path, std::uint32_t hash) const {
     const std::size_t mask = slots_.size() - 1;
     for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
         const std::uint64_t value = slots_[slot];
@@ -62,13 +62,17 @@ void MirrorIndex::grow() {
     }
 }
 
+void MirrorIndex::prefetch(std::string_view path) const {
+    if (!slots_.empty()) __builtin_prefetch(&slots_[hashOf(path) & (slots_.size() - 1)]);
+}
+
 MirrorEntry* MirrorIndex::find(std::string_view path) {
     return const_cast<MirrorEntry*>(std::as_const(*this).find(path));
 }
 
 const MirrorEntry* MirrorIndex::find(std::string_view path) const {
     if (slots_.empty()) return nullptr;
-    const std::uint64_t value = slots_[slotOf(path)];
+    const std::uint64_t value = slots_[slotOf(path, hashOf(path))];
     return value == 0 ? nullptr : &entries_[indexIn(value)];
 }
 

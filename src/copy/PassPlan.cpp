@@ -77,7 +77,9 @@ std::optional<std::string> obstacleFor(const ListedItem& item, const MirrorIndex
 // leave the mirror's orphans unmarked.
 void decideCopies(PassPlan& plan) {
     const auto& items = plan.listing.items;
+    constexpr std::size_t lookAhead = 8;
     for (std::size_t i = 0; i < items.size(); ++i) {
+        if (i + lookAhead < items.size()) plan.mirror.prefetch(items[i + lookAhead].relativePath());
         const ListedItem& item = items[i];
         std::optional<FileInfo> inMirror;
         MirrorEntry* entry = plan.mirror.find(item.relativePath());

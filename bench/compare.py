@@ -5,7 +5,7 @@ Each case runs against its anchors in interleaved rounds, the order rotating fro
 round so that no command always runs on colder caches than another; it prints the median and
 the spread of each and the ratios of the medians.
 
-Cases (trees: FILES small files in FOLDERS folders, and one file of BIG_MIB MiB):
+Cases (trees: FILES small files of SIZES bytes in FOLDERS folders, and one file of BIG_MIB MiB):
 - first: a first copy into a fresh folder every time. A copy that is safe against a power cut
   waits for the disk, so the anchors are `cp -a && sync` and `rsync -a && sync`.
 - noop: a re-run with nothing changed, against `rsync -a` and `quillstow-stat-walk`, which
@@ -21,9 +21,15 @@ host, and the first run after it would pay for getting it again.
 With --baseline, the no-op and 1%-changed re-runs also run that build of quillstow-pass on a
 mirror of its own, side by side with the others: a change measured before and after in one run.
 
-usage: bench/compare.py [--work DIR] [--files N] [--folders N] [--big-mib N] [--rounds N]
-                        [--cases first,noop,changed,big,quiet] [--tool PATH] [--walker PATH]
-                        [--baseline PATH]
+A million-file tree is cheap with `--sizes 0` (empty files: no data to write, and a no-op reads
+none) and `--mirrors cp`, which makes the re-runs' mirrors with `cp -a` and settles each with one
+untimed run of its own tool: a mirror that tool keeps, made without writing every file through it.
+`--reuse` times the re-runs again on the trees an earlier run left in --work (a new build
+against the same mirrors): at a million files they take longer to make than to measure.
+
+usage: bench/compare.py [--work DIR] [--files N] [--folders N] [--sizes MIN-MAX] [--big-mib N]
+                        [--rounds N] [--cases first,noop,changed,big,quiet] [--tool PATH]
+                        [--walker PATH] [--baseline PATH] [--mirrors tool|cp] [--reuse]
 """
 
 import argparse
@@ -47,17 +53,30 @@ def touch_memory(gib=float(os.environ.get("BENCH_TOUCH_GIB", "3.5"))):
                     "for i in range(0, len(b), 4096): b[i] = 1"], check=True)
 
 
-def make_small_tree(root, files, folders, seed=7):
+def parse_sizes(text):
+    """"MIN-MAX" or "N" in bytes."""
+    low, _, high = text.partition("-")
+    sizes = (int(low), int(high or low))
+    if sizes[0] < 0 or sizes[1] < sizes[0]:
+        raise argparse.ArgumentTypeError(f"sizes must be MIN-MAX with 0 <= MIN <= MAX: {text}")
+    return sizes
+
+
+def make_small_tree(root, files, folders, sizes=(512, 8192), seed=7):
     rng = random.Random(seed)
     per_folder = max(1, files // folders)
-    payload = os.urandom(16384)
+    payload = os.urandom(max(16384, 2 * sizes[1]))
     for f in range(folders):
         folder = os.path.join(root, f"d{f // 100:03d}", f"f{f:05d}")
         os.makedirs(folder, exist_ok=True)
         for n in range(per_folder):
-            size = rng.randint(512, 8192)
+            path = os.path.join(folder, f"file{n:03d}.dat")
+            size = rng.randint(*sizes)
+            if size == 0:
+                os.mknod(path, 0o644)  # one call instead of an open and a close
+                continue
             start = rng.randint(0, len(payload) - size)
-            with open(os.path.join(folder, f"file{n:03d}.dat"), "wb") as out:
+            with open(path, "wb") as out:
                 out.write(payload[start:start + size])
 
 
@@ -67,6 +86,12 @@ def make_big_file(root, mib):
     with open(os.path.join(root, "big.bin"), "wb") as out:
         for _ in range(mib):
             out.write(chunk)
+
+
+def make_mirror(tool, source, mirror, how):
+    if how == "cp":
+        subprocess.run(["cp", "-a", source, mirror], check=True)
+    subprocess.run([tool, source, mirror], check=True, stdout=subprocess.DEVNULL)
 
 
 def count_items(root):
@@ -145,12 +170,20 @@ def main():
     parser.add_argument("--work", default=os.path.join(HERE, "out"))
     parser.add_argument("--files", type=int, default=100_000)
     parser.add_argument("--folders", type=int, default=0, help="default: FILES / 20")
+    parser.add_argument("--sizes", type=parse_sizes, default=(512, 8192),
+                        help="sizes of the small files in bytes, MIN-MAX or N (default 512-8192)")
     parser.add_argument("--big-mib", type=int, default=1024)
     parser.add_argument("--rounds", type=int, default=5)
     parser.add_argument("--cases", default="first,noop,changed,big")
     parser.add_argument("--tool", default=os.path.join(BUILD, "tools", "quillstow-pass"))
     parser.add_argument("--walker", default=os.path.join(BUILD, "bench", "quillstow-stat-walk"))
     parser.add_argument("--baseline", help="another quillstow-pass to run beside --tool")
+    parser.add_argument("--mirrors", choices=("tool", "cp"), default="tool",
+                        help="how the re-runs' mirrors are made: a first pass of their tool, or "
+                             "cp -a settled by one run of it")
+    parser.add_argument("--reuse", action="store_true",
+                        help="time the re-runs again on the source and mirrors an earlier run "
+                             "left in --work")
     args = parser.parse_args()
     cases = set(args.cases.split(","))
     folders = args.folders or max(1, args.files // 20)
@@ -162,13 +195,18 @@ def main():
     if args.rounds < 1:
         sys.exit("--rounds must be at least 1")
     work = os.path.abspath(args.work)
-    if os.path.exists(work):
-        sys.exit(f"{work} exists; give a fresh --work folder")
-    os.makedirs(work)
     small, big, out = (os.path.join(work, name) for name in ("small", "big", "out"))
-    os.makedirs(out)
-    print(f"generating {args.files} files in {folders} folders in {work}", flush=True)
-    make_small_tree(small, args.files, folders)
+    if args.reuse:
+        if not os.path.isdir(small):
+            sys.exit(f"{small} is missing: nothing to reuse")
+        print(f"reusing the trees in {work}", flush=True)
+    elif os.path.exists(work):
+        sys.exit(f"{work} exists; give a fresh --work folder, or --reuse its trees")
+    else:
+        os.makedirs(out)
+        print(f"generating {args.files} files of {args.sizes[0]}-{args.sizes[1]} bytes in "
+              f"{folders} folders in {work}", flush=True)
+        make_small_tree(small, args.files, folders, args.sizes)
     items = count_items(small)
     tool, walker = os.path.abspath(args.tool), os.path.abspath(args.walker)
     baseline = os.path.abspath(args.baseline) if args.baseline else None
@@ -201,12 +239,16 @@ def main():
         if baseline:
             commands.append((name, anchor_free_command))
         return commands
-    if cases & {"noop", "changed", "quiet"}:
-        print("making the mirrors of the re-runs (untimed)", flush=True)
-        subprocess.run([tool, small, q_mirror], check=True, stdout=subprocess.DEVNULL)
+    if cases & {"noop", "changed", "quiet"} and args.reuse:
+        for mirror in (q_mirror, r_mirror) + ((b_mirror,) if baseline else ()):
+            if not os.path.isdir(mirror):
+                sys.exit(f"{mirror} is missing: nothing to reuse")
+    elif cases & {"noop", "changed", "quiet"}:
+        print(f"making the mirrors of the re-runs with {args.mirrors} (untimed)", flush=True)
+        make_mirror(tool, small, q_mirror, args.mirrors)
         subprocess.run(["rsync", "-a", f"{small}/", f"{r_mirror}/"], check=True)
         if baseline:
-            subprocess.run([baseline, small, b_mirror], check=True, stdout=subprocess.DEVNULL)
+            make_mirror(baseline, small, b_mirror, args.mirrors)
 
     if "noop" in cases:
         bench.interleave(f"re-run of {items} items, nothing changed", with_baseline([

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <map>
 #include <mutex>
 
@@ -147,8 +146,10 @@ const std::map<BackupProfile, NameSet>& packageExtensionsByProfile() {
 
 namespace {
 
+// ASCII only, whatever the locale: names are UTF-8, whose other bytes no lower-casing of
+// single bytes may touch. Inline, since both walks of a pass lower every name.
 char lowered(char c) {
-    return char(std::tolower(static_cast<unsigned char>(c)));
+    return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c;
 }
 
 }  // namespace

@@ -148,7 +148,7 @@ class Pass {
         editors_ = services_.editors.snapshot();
         result_.recommendedProfile = recommendProfile(listing.items, plan_.source);
         for (const auto& item : listing.items)
-            result_.approximateSourceBytes += item.info.fileSize.value_or(0);
+            result_.approximateSourceBytes += item.byteCount();
         for (const auto& folder : listing.unreadableFolders) {
             result_.errors.push_back({paths::appending(plan_.source, folder.relativePath), "copy",
                                       errors::posix(folder.error)});
@@ -176,7 +176,7 @@ class Pass {
             }
             const double fraction = double(i) / double(total);
             if (onProgress_)
-                onProgress_(fraction, std::string(lastComponent(items[i].relativePath)));
+                onProgress_(fraction, std::string(lastComponent(items[i].relativePath())));
             if (!copies) continue;
             if (copyItem(items[i], *next++, fraction) == CopyOutcome::volumeLost) {
                 return endByVolumeLoss(std::nullopt);
@@ -199,20 +199,21 @@ class Pass {
     }
 
     // An item open in an editor waits for the next pass: it counts once against every editor.
-    bool deferredByEditor(const Path& sourceItem, const ListedItem& item) {
-        if (!editors_.hasEditors() || !isOpenInEditor(editors_, sourceItem, &item.info)) {
-            return false;
-        }
+    // The listing keeps no device and inode, so they are read here, only while editors run.
+    bool deferredByEditor(const Path& sourceItem) {
+        if (!editors_.hasEditors()) return false;
+        const auto info = files::readInfo(sourceItem);
+        if (!isOpenInEditor(editors_, sourceItem, info ? &*info : nullptr)) return false;
         for (const auto& name : editors_.names)
             result_.filesDeferredByEditor[name] += 1;
         return true;
     }
 
     CopyOutcome copyItem(const ListedItem& item, const PlannedCopy& copy, double fraction) {
-        const std::string& relative = item.relativePath;
+        const std::string relative(item.relativePath());
         const Path sourceItem = paths::appending(plan_.source, relative);
         const Path destinationItem = paths::appending(root_.path, relative);
-        if (deferredByEditor(sourceItem, item)) return CopyOutcome::finished;
+        if (deferredByEditor(sourceItem)) return CopyOutcome::finished;
 
         services_.gate.pauseBetweenFiles(stop_);
         transfer::Item from(sourceItem);
@@ -254,11 +255,11 @@ class Pass {
         movedAside_.push_back(obstacle);
         mirrorFolders_.forget();
         if (outcome == ArchiveMover::Outcome::moved) {
-            result_.archivedFiles +=
-                int(std::count_if(plan_.mirror.entries().begin(), plan_.mirror.entries().end(),
-                                  [&](const MirrorEntry& entry) {
-                                      return entry.isItem && isAtOrBelow(entry.path(), obstacle);
-                                  }));
+            result_.archivedFiles += int(std::count_if(
+                plan_.mirror.entries().begin(), plan_.mirror.entries().end(),
+                [&](const MirrorEntry& entry) {
+                    return entry.isItem && isAtOrBelow(entry.relativePath(), obstacle);
+                }));
         }
         return true;
     }

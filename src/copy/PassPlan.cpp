@@ -57,18 +57,18 @@ MirrorWalk walkMirror(FileSystem& fileSystem, const std::filesystem::path& desti
     return walk;
 }
 
-std::optional<std::string> obstacleFor(const std::string& relative, const FileInfo& sourceInfo,
-                                       const MirrorIndex& entries) {
-    for (auto slash = relative.find('/'); slash != std::string::npos;
+std::optional<std::string> obstacleFor(const ListedItem& item, const MirrorIndex& entries) {
+    const std::string_view relative = item.relativePath();
+    for (auto slash = relative.find('/'); slash != std::string_view::npos;
          slash = relative.find('/', slash + 1)) {
-        const MirrorEntry* folder = entries.find(std::string_view(relative).substr(0, slash));
+        const MirrorEntry* folder = entries.find(relative.substr(0, slash));
         if (!folder) return std::nullopt;
-        if (!folder->isDirectory()) return relative.substr(0, slash);
+        if (!folder->isDirectory()) return std::string(relative.substr(0, slash));
     }
     const MirrorEntry* inMirror = entries.find(relative);
     if (!inMirror) return std::nullopt;
-    if (inMirror->isSymbolicLink() || inMirror->isDirectory() != sourceInfo.isDirectory()) {
-        return relative;
+    if (inMirror->isSymbolicLink() || inMirror->isDirectory() != item.isDirectory()) {
+        return std::string(relative);
     }
     return std::nullopt;
 }
@@ -77,20 +77,22 @@ std::optional<std::string> obstacleFor(const std::string& relative, const FileIn
 // leave the mirror's orphans unmarked.
 void decideCopies(PassPlan& plan) {
     const auto& items = plan.listing.items;
+    constexpr std::size_t lookAhead = 8;
     for (std::size_t i = 0; i < items.size(); ++i) {
+        if (i + lookAhead < items.size()) plan.mirror.prefetch(items[i + lookAhead].relativePath());
         const ListedItem& item = items[i];
         std::optional<FileInfo> inMirror;
-        MirrorEntry* entry = plan.mirror.find(item.relativePath);
+        MirrorEntry* entry = plan.mirror.find(item.relativePath());
         if (entry) {
             entry->hasSourceItem = entry->isItem;
             inMirror = entry->info();
         }
-        if (!needsCopy(item.info, inMirror)) {
+        if (!needsCopy(item.info(), inMirror)) {
             if (entry) entry->isUnchanged = entry->isItem;
             continue;
         }
-        plan.copies.push_back({i, obstacleFor(item.relativePath, item.info, plan.mirror)});
-        plan.bytesToCopy += item.info.fileSize.value_or(0);
+        plan.copies.push_back({i, obstacleFor(item, plan.mirror)});
+        plan.bytesToCopy += item.byteCount();
     }
 }
 
@@ -103,8 +105,8 @@ std::vector<std::string> orphansOf(const MirrorIndex& mirror,
     };
     std::vector<std::string> orphans;
     for (const MirrorEntry& entry : mirror.entries()) {
-        if (entry.isItem && !entry.hasSourceItem && !isUnknown(entry.path())) {
-            orphans.emplace_back(entry.path());
+        if (entry.isItem && !entry.hasSourceItem && !isUnknown(entry.relativePath())) {
+            orphans.emplace_back(entry.relativePath());
         }
     }
     return orphans;

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "support/FileHandle.hpp"
 #include "support/Paths.hpp"
 #include "support/TreeWalk.hpp"
 
@@ -105,8 +106,22 @@ const std::vector<ContentCategory>& contentCategories() {
     return categories;
 }
 
-std::string extensionOf(const std::string& relativePath) {
-    return lowercased(pathExtension(paths::lastPathComponent(relativePath)));
+// Each extension of the categories with the first that holds it.
+const std::unordered_map<std::string, const ContentCategory*, StringHash, std::equal_to<>>&
+categoryByExtension() {
+    static const auto table = [] {
+        std::unordered_map<std::string, const ContentCategory*, StringHash, std::equal_to<>> table;
+        for (const auto& category : contentCategories()) {
+            for (const auto& extension : category.extensions)
+                table.emplace(extension, &category);
+        }
+        return table;
+    }();
+    return table;
+}
+
+std::string extensionOf(std::string_view relativePath) {
+    return lowercased(pathExtension(lastComponent(relativePath)));
 }
 
 }  // namespace
@@ -135,17 +150,29 @@ void scanMarkers(const std::filesystem::path& folder, int depth,
     });
 }
 
-BackupProfile recommendProfile(const std::vector<ListedItem>& items,
-                               const std::filesystem::path& root) {
+BackupProfile recommendProfile(const WalkedEntries& items, const std::filesystem::path& root) {
     if (items.empty()) return BackupProfile::standard;
 
+    // One look at each item's extension: a pass lists millions.
     std::map<BackupProfile, double> scores;
     std::set<BackupProfile> evidence;
+    std::int64_t total = 0;
+    std::map<BackupProfile, std::int64_t> bytes;
     for (const auto& item : items) {
-        const auto found = packageEvidence().find(extensionOf(item.relativePath));
-        if (found == packageEvidence().end()) continue;
-        scores[found->second] += packageEvidenceWeight;
-        evidence.insert(found->second);
+        const std::int64_t size = item.byteCount();
+        if (size >= 1) total += size;
+        const std::string extension = extensionOf(item.relativePath());
+        if (extension.empty()) continue;
+        if (const auto found = packageEvidence().find(extension);
+            found != packageEvidence().end()) {
+            scores[found->second] += packageEvidenceWeight;
+            evidence.insert(found->second);
+        }
+        if (size < 1) continue;
+        if (const auto found = categoryByExtension().find(extension);
+            found != categoryByExtension().end()) {
+            bytes[found->second->profile] += found->second->countsHalf ? size >> 1 : size;
+        }
     }
 
     std::map<BackupProfile, double> markers;
@@ -156,19 +183,6 @@ BackupProfile recommendProfile(const std::vector<ListedItem>& items,
         evidence.insert(profile);
     }
 
-    std::int64_t total = 0;
-    std::map<BackupProfile, std::int64_t> bytes;
-    for (const auto& item : items) {
-        if (!item.info.fileSize || *item.info.fileSize < 1) continue;
-        const std::int64_t size = *item.info.fileSize;
-        total += size;
-        const std::string extension = extensionOf(item.relativePath);
-        for (const auto& category : contentCategories()) {
-            if (!category.extensions.contains(extension)) continue;
-            bytes[category.profile] += category.countsHalf ? size >> 1 : size;
-            break;
-        }
-    }
     if (total >= 1) {
         for (const auto& [profile, profileBytes] : bytes) {
             const double share = double(profileBytes) / double(total);

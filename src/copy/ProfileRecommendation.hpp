@@ -22,8 +22,7 @@ inline constexpr double mostByteBonus = 25.0;
 inline constexpr double scoreToWin = 40.0;
 
 // The profile for the items of a listing of `root`; standard when no profile scores 40.
-BackupProfile recommendProfile(const std::vector<ListedItem>& items,
-                               const std::filesystem::path& root);
+BackupProfile recommendProfile(const WalkedEntries& items, const std::filesystem::path& root);
 
 // Adds the marker scores of `folder` and, at depth 0, of up to 30 of its subfolders.
 void scanMarkers(const std::filesystem::path& folder, int depth,

@@ -31,7 +31,7 @@ SourceListing readSource(FileSystem& fileSystem, const std::filesystem::path& so
         paths::resolved(source), WalkDetail::metadata,
         [&](const WalkEntry& entry) -> std::optional<WalkDetail> {
             const EntryRole role = roleOf(entry.name, entry.info, filter, false);
-            if (role == EntryRole::item) listing.items.push_back({entry.relativePath, entry.info});
+            if (role == EntryRole::item) listing.items.add(entry.relativePath, entry.info);
             if (role != EntryRole::folder || stop.stop_requested()) return std::nullopt;
             listing.folders.push_back({entry.relativePath, entry.info.modificationDate});
             return WalkDetail::metadata;
@@ -49,8 +49,8 @@ SourceListing readSource(FileSystem& fileSystem, const std::filesystem::path& so
     return readSource(fileSystem, source, filter, {});
 }
 
-std::vector<ListedItem> listSource(const std::filesystem::path& source,
-                                   const ExclusionFilter& filter, std::stop_token stop) {
+WalkedEntries listSource(const std::filesystem::path& source, const ExclusionFilter& filter,
+                         std::stop_token stop) {
     LocalFileSystem fileSystem;
     return readSource(fileSystem, source, filter, stop).items;
 }

@@ -12,6 +12,7 @@
 
 #include "copy/ExclusionFilter.hpp"
 #include "copy/FileSystem.hpp"
+#include "copy/WalkedEntries.hpp"
 #include "support/FileInfo.hpp"
 
 namespace quillstow {
@@ -19,10 +20,7 @@ namespace quillstow {
 // One item of a pass: a regular file or a folder copied whole, with what the listing read of
 // it. The change test uses these values, so an unchanged item costs one more read only, of
 // its copy in the mirror.
-struct ListedItem {
-    std::string relativePath;
-    FileInfo info;
-};
+using ListedItem = WalkedEntry;
 
 // What an entry met by a walk of a source or a mirror is to a pass: an item (a regular file, or a
 // folder copied whole), a folder to go into, or nothing (a link, an internal file, an excluded
@@ -46,7 +44,7 @@ struct UnreadableFolder {
 // What a pass reads of its source: the items in walk order, which is the order of copying; the
 // folders it went into; and the folders it couldn't read, whose mirror must stay as it is.
 struct SourceListing {
-    std::vector<ListedItem> items;
+    WalkedEntries items;
     std::vector<ListedFolder> folders;
     std::vector<UnreadableFolder> unreadableFolders;
 };
@@ -58,8 +56,8 @@ SourceListing readSource(FileSystem& fileSystem, const std::filesystem::path& so
 
 // The items of readSource alone. A source that can't be opened lists nothing; once `stop` is
 // asked for, no further folder is gone into.
-std::vector<ListedItem> listSource(const std::filesystem::path& source,
-                                   const ExclusionFilter& filter, std::stop_token stop = {});
+WalkedEntries listSource(const std::filesystem::path& source, const ExclusionFilter& filter,
+                         std::stop_token stop = {});
 
 // The path of `item` relative to `root`, both standardised with links resolved; an item outside
 // the root yields its last component alone, which puts it at the top of the mirror.

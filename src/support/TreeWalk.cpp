@@ -79,7 +79,10 @@ bool walkFolder(const FileHandle& folder, const std::string& relativeFolder, Wal
     for (const auto& entry : entries) {
         // An entry that vanished between listing and reading is no longer there to visit.
         if (!entry.info) continue;
-        relativePath = relativeFolder.empty() ? entry.name : relativeFolder + "/" + entry.name;
+        // Built in place: its room is kept from one entry to the next.
+        relativePath.assign(relativeFolder);
+        if (!relativePath.empty()) relativePath += '/';
+        relativePath += entry.name;
         const auto goIn = visit(WalkEntry{relativePath, entry.name, *entry.info, folder.get()});
         if (goIn && entry.info->isDirectory()) {
             const FileHandle inside(::openat(folder.get(), entry.name.c_str(),

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "TestTree.hpp"
 #include "copy/SourceListing.hpp"
@@ -76,65 +77,77 @@ TEST(NeedsCopy, MeasuresRealFilesToTheNanosecond) {
     EXPECT_TRUE(needsCopy(root / "src/exact", root / "dst/missing"));
 }
 
-std::vector<std::string> listedPaths(const fs::path& source) {
-    std::vector<std::string> paths;
-    for (const auto& item : listSource(source, ExclusionFilter{}))
-        paths.push_back(item.relativePath);
-    std::sort(paths.begin(), paths.end());
-    return paths;
-}
-
-TEST(ListSource, ListsFilesHiddenOnesTooButNeverLinksOrWhatTheyPointAt) {
-    TemporaryFolder root;
-    writeFile(root / "outside/secret.txt", "not part of the source");
-    writeFile(root / "src/a.txt", "a");
-    writeFile(root / "src/.hidden", "h");
-    writeFile(root / "src/sub/b.txt", "b");
-    makeFolder(root / "src/empty/nested");
-    makeLink(root / "src/link-to-file", root / "src/a.txt");
-    makeLink(root / "src/link-to-folder", root / "outside");
-    makeLink(root / "src/dangling", root / "nowhere");
-    EXPECT_EQ(listedPaths(root / "src"),
-              (std::vector<std::string>{".hidden", "a.txt", "sub/b.txt"}));
-}
-
-TEST(ListSource, SkipsTheMirrorsOwnFilesAndKeepsTheSizes) {
-    TemporaryFolder root;
-    writeFile(root / "src/.quillstow-checkpoint.json", "{}");
-    writeFile(root / "src/x/.quillstow-hashes.json", "{}");
-    writeFile(root / "src/.quillstow-lastcheck", "");
-    writeFile(root / "src/.quillstowtmp-12345678-kept.txt", "listed: only the mirror skips it");
-    writeFile(root / "src/data.bin", std::string(1234, 'x'));
-    const auto items = listSource(root / "src", ExclusionFilter{});
-    std::vector<std::string> paths;
-    for (const auto& item : items) {
-        paths.push_back(item.relativePath);
-        if (item.relativePath == "data.bin") {
-            EXPECT_EQ(item.info.fileSize, 1234);
-        }
+// Each item as "path size", sorted: the listing's order is the file system's.
+std::vector<std::string> listed(const fs::path& source, const ExclusionFilter& filter) {
+    std::vector<std::string> items;
+    for (const auto& item : listSource(source, filter)) {
+        items.push_back(std::string(item.relativePath()) + " " + std::to_string(item.byteCount()));
     }
-    std::sort(paths.begin(), paths.end());
-    EXPECT_EQ(paths, (std::vector<std::string>{".quillstowtmp-12345678-kept.txt", "data.bin"}));
+    std::sort(items.begin(), items.end());
+    return items;
 }
 
-TEST(ListSource, HonoursTheFilterAndDoesNotEnterExcludedFolders) {
-    TemporaryFolder root;
-    writeFile(root / "src/keep.txt", "k");
-    writeFile(root / "src/cache/inside.txt", "i");
-    writeFile(root / "src/notes.tmp", "t");
-    const ExclusionFilter filter = ExclusionFilter::with({"cache"}, {}, {"tmp"});
-    std::vector<std::string> paths;
-    for (const auto& item : listSource(root / "src", filter))
-        paths.push_back(item.relativePath);
-    EXPECT_EQ(paths, (std::vector<std::string>{"keep.txt"}));
-}
+struct ListingCase {
+    const char* name;
+    std::function<void(const fs::path& root)> make;
+    // Listed from root / this.
+    const char* source = "src";
+    ExclusionFilter filter;
+    std::vector<std::string> items;
+};
 
-TEST(ListSource, ReachesASourceThroughALinkAndListsNothingForAMissingOne) {
-    TemporaryFolder root;
-    writeFile(root / "real/a.txt", "a");
-    makeLink(root / "alias", root / "real");
-    EXPECT_EQ(listedPaths(root / "alias"), (std::vector<std::string>{"a.txt"}));
-    EXPECT_TRUE(listedPaths(root / "missing").empty());
+TEST(ListSource, ListsTheItemsOfASourceAndWhatItReadOfThem) {
+    const ListingCase cases[] = {
+        {"hidden files are listed, links neither listed nor followed",
+         [](const fs::path& root) {
+             writeFile(root / "outside/secret.txt", "not part of the source");
+             writeFile(root / "src/a.txt", "a");
+             writeFile(root / "src/.hidden", "hh");
+             writeFile(root / "src/sub/b.txt", "bbb");
+             makeFolder(root / "src/empty/nested");
+             makeLink(root / "src/link-to-file", root / "src/a.txt");
+             makeLink(root / "src/link-to-folder", root / "outside");
+             makeLink(root / "src/dangling", root / "nowhere");
+         },
+         "src",
+         {},
+         {".hidden 2", "a.txt 1", "sub/b.txt 3"}},
+        {"the mirror's own files are skipped, a temporary's name only by the mirror",
+         [](const fs::path& root) {
+             writeFile(root / "src/.quillstow-checkpoint.json", "{}");
+             writeFile(root / "src/x/.quillstow-hashes.json", "{}");
+             writeFile(root / "src/.quillstow-lastcheck", "");
+             writeFile(root / "src/.quillstowtmp-12345678-kept.txt", "kept");
+             writeFile(root / "src/data.bin", std::string(1234, 'x'));
+         },
+         "src",
+         {},
+         {".quillstowtmp-12345678-kept.txt 4", "data.bin 1234"}},
+        {"the filter holds and excluded folders are not entered",
+         [](const fs::path& root) {
+             writeFile(root / "src/keep.txt", "k");
+             writeFile(root / "src/cache/inside.txt", "i");
+             writeFile(root / "src/notes.tmp", "t");
+         },
+         "src",
+         ExclusionFilter::with({"cache"}, {}, {"tmp"}),
+         {"keep.txt 1"}},
+        {"a source reached through a link",
+         [](const fs::path& root) {
+             writeFile(root / "real/a.txt", "a");
+             makeLink(root / "alias", root / "real");
+         },
+         "alias",
+         {},
+         {"a.txt 1"}},
+        {"a missing source lists nothing", [](const fs::path&) {}, "missing", {}, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TemporaryFolder root;
+        c.make(root.path());
+        EXPECT_EQ(listed(root / c.source, c.filter), c.items);
+    }
 }
 
 TEST(RelativePath, ResolvesBothSidesAndPutsStrangersAtTheTop) {

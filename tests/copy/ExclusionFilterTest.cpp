@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "TestTree.hpp"
 #include "copy/ExclusionFilter.hpp"
 #include "copy/ProfileRecommendation.hpp"
@@ -132,61 +134,77 @@ TEST(PathExtension, FollowsTheLastDotThatIsNotFirstOrLast) {
     EXPECT_EQ(deletingPathExtension(".env"), ".env");
 }
 
-// Listing a real folder, so that the recommendation also scans its real markers.
-class RecommendProfileTest : public ::testing::Test {
-  protected:
-    TemporaryFolder root;
-    BackupProfile recommend() {
-        return recommendProfile(listSource(root.path(), ExclusionFilter{}), root.path());
-    }
+struct RecommendationCase {
+    const char* name;
+    std::function<void(const fs::path& root)> make;
+    BackupProfile profile;
+    // The listing's filter: a package is an item only for the profiles that know it.
+    BackupProfile listedFor = BackupProfile::standard;
 };
 
-TEST_F(RecommendProfileTest, AnEmptyFolderIsStandard) {
-    EXPECT_EQ(recommend(), BackupProfile::standard);
-}
-
-TEST_F(RecommendProfileTest, TwoMarkerFilesAtTheTopMakeFortyAndWin) {
-    writeFile(root / "package.json", "");
-    writeFile(root / "yarn.lock", "");
-    EXPECT_EQ(recommend(), BackupProfile::developer);
-}
-
-TEST_F(RecommendProfileTest, OneMarkerAtTheTopAndOneBelowMakeThirtyTwoAndLose) {
-    writeFile(root / "package.json", "");
-    writeFile(root / "tools/Makefile", "");
-    writeFile(root / "notes.txt", std::string(100, 'n'));
-    writeFile(root / "main.c", std::string(99, 'c'));
-    EXPECT_EQ(recommend(), BackupProfile::standard);
-}
-
-TEST_F(RecommendProfileTest, ExactlyHalfTheBytesInCodeAddsTwelveAndAHalfToWin) {
-    writeFile(root / "package.json", "");
-    writeFile(root / "tools/Makefile", "");
-    writeFile(root / "notes.txt", std::string(100, 'n'));
-    writeFile(root / "main.c", std::string(100, 'c'));
-    EXPECT_EQ(recommend(), BackupProfile::developer);  // 20 + 12 + 12.5 = 44.5
-}
-
-TEST_F(RecommendProfileTest, OnePackageOfTheEvidenceTableWinsAlone) {
-    writeFile(root / "Wedding.fcpbundle/Info.plist", "x");
-    writeFile(root / "notes.txt", std::string(1000, 'n'));
-    EXPECT_EQ(recommendProfile(listSource(root.path(), filterForProfile(BackupProfile::film)),
-                               root.path()),
-              BackupProfile::film);
-}
-
-TEST_F(RecommendProfileTest, ABytesShareAloneNeverWins) {
-    writeFile(root / "a.mov", std::string(5000, 'v'));
-    writeFile(root / "b.mp4", std::string(5000, 'v'));
-    EXPECT_EQ(recommend(), BackupProfile::standard);
-}
-
-TEST_F(RecommendProfileTest, ExcludedFoldersStillCountAsMarkers) {
-    writeFile(root / "node_modules/left-pad/index.js", "x");
-    writeFile(root / "Cargo.toml", "");
-    EXPECT_EQ(recommendProfile(listSource(root.path(), filterForProfile(BackupProfile::standard)),
-                               root.path()),
-              BackupProfile::developer);
+// Listing a real folder, so that the recommendation also scans its real markers. Markers weigh
+// 20 at the top and 12 a level down; 40 wins.
+TEST(RecommendProfile, WeighsPackagesMarkersAndTheShareOfBytes) {
+    const auto file = [](const fs::path& path, std::size_t size) {
+        writeFile(path, std::string(size, 'x'));
+    };
+    const RecommendationCase cases[] = {
+        {"an empty folder is standard", [](const fs::path&) {}, BackupProfile::standard},
+        {"two marker files at the top make forty and win",
+         [&](const fs::path& r) { file(r / "package.json", 0), file(r / "yarn.lock", 0); },
+         BackupProfile::developer},
+        {"one marker at the top and one below make thirty-two and lose",
+         [&](const fs::path& r) {
+             file(r / "package.json", 0), file(r / "tools/Makefile", 0);
+             file(r / "notes.txt", 100), file(r / "main.c", 99);
+         },
+         BackupProfile::standard},
+        {"exactly half the bytes in code adds twelve and a half to win",
+         [&](const fs::path& r) {
+             file(r / "package.json", 0), file(r / "tools/Makefile", 0);
+             file(r / "notes.txt", 100), file(r / "main.c", 100);
+         },
+         BackupProfile::developer},
+        {"one package of the evidence table wins alone",
+         [&](const fs::path& r) {
+             file(r / "Wedding.fcpbundle/Info.plist", 1), file(r / "notes.txt", 1000);
+         },
+         BackupProfile::film, BackupProfile::film},
+        {"a share of bytes alone never wins",
+         [&](const fs::path& r) { file(r / "a.mov", 5000), file(r / "b.mp4", 5000); },
+         BackupProfile::standard},
+        {"excluded folders still count as markers",
+         [&](const fs::path& r) {
+             file(r / "node_modules/left-pad/index.js", 1), file(r / "Cargo.toml", 0);
+         },
+         BackupProfile::developer},
+        {"a TIFF is film's, the first category that holds it, whatever its case",
+         [&](const fs::path& r) {
+             makeFolder(r / "Render Files"), makeFolder(r / "Previews.lrdata");
+             file(r / "scan.TIF", 1000);
+         },
+         BackupProfile::film},
+        {"a JPEG's bytes count half: all the bytes make a share of one half",
+         [&](const fs::path& r) {
+             makeFolder(r / "Previews.lrdata"), makeFolder(r / "sub/Smart Previews.lrdata");
+             file(r / "shot.JPEG", 1000);
+         },
+         BackupProfile::photography},
+        {"a JPEG's bytes count half: half the bytes make a quarter, no bonus",
+         [&](const fs::path& r) {
+             makeFolder(r / "Previews.lrdata"), makeFolder(r / "sub/Smart Previews.lrdata");
+             file(r / "shot.JPEG", 1000), file(r / "notes.bin", 1000);
+         },
+         BackupProfile::standard},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TemporaryFolder root;
+        c.make(root.path());
+        EXPECT_EQ(
+            recommendProfile(listSource(root.path(), filterForProfile(c.listedFor)), root.path()),
+            c.profile);
+    }
 }
 
 TEST(ScanMarkers, WeighsTheTopTwentyAndOneLevelDownTwelve) {

@@ -36,14 +36,15 @@ struct PlanCase {
 std::map<std::string, std::string> copiesOf(const PassPlan& plan) {
     std::map<std::string, std::string> copies;
     for (const auto& copy : plan.copies)
-        copies[plan.listing.items.at(copy.item).relativePath] = copy.obstacle.value_or("");
+        copies[std::string(plan.listing.items[copy.item].relativePath())] =
+            copy.obstacle.value_or("");
     return copies;
 }
 
 std::vector<std::string> itemsOf(const PassPlan& plan) {
     std::vector<std::string> items;
     for (const auto& item : plan.listing.items)
-        items.push_back(item.relativePath);
+        items.emplace_back(item.relativePath());
     return items;
 }
 
@@ -264,9 +265,9 @@ namespace quillstow {
 namespace {
 
 // The mirror's index finds every entry by its path through many growths of its table, keeps
-// each path and address where they were, and gives back what the change test reads.
+// each path and address where they were, moved too, and gives back what the change test reads.
 TEST(MirrorIndexTest, FindsEveryEntryThroughItsGrowthAndKeepsWhatTheChangeTestReads) {
-    MirrorIndex index;
+    MirrorIndex built;
     std::vector<const MirrorEntry*> added;
     FileInfo file;
     file.type = FileInfo::Type::regular;
@@ -276,18 +277,22 @@ TEST(MirrorIndexTest, FindsEveryEntryThroughItsGrowthAndKeepsWhatTheChangeTestRe
         file.fileSize = i;
         const std::string path =
             i == 4000 ? longName : "d" + std::to_string(i % 7) + "/" + std::to_string(i);
-        added.push_back(&index.add(path, file));
+        added.push_back(&built.add(path, file));
     }
     FileInfo folder;
     folder.type = FileInfo::Type::directory;
-    index.add("d0", folder);
+    built.add("d0", folder);
+    FileInfo old = file;
+    old.modificationDate = Date(std::chrono::nanoseconds(-1'234'567'891));
+    built.add("before 1970", old);
+    const MirrorIndex index = std::move(built);
 
-    ASSERT_EQ(index.size(), 5001u);
+    ASSERT_EQ(index.size(), 5002u);
     for (int i = 0; i < 5000; ++i) {
         const std::string path =
             i == 4000 ? longName : "d" + std::to_string(i % 7) + "/" + std::to_string(i);
         ASSERT_EQ(index.find(path), added[std::size_t(i)]) << path;
-        EXPECT_EQ(added[std::size_t(i)]->path(), path);
+        EXPECT_EQ(added[std::size_t(i)]->relativePath(), path);
         EXPECT_EQ(added[std::size_t(i)]->info().fileSize, i);
     }
     EXPECT_EQ(index.find("d3/10")->info().modificationDate, file.modificationDate);
@@ -298,7 +303,8 @@ TEST(MirrorIndexTest, FindsEveryEntryThroughItsGrowthAndKeepsWhatTheChangeTestRe
     for (const char* missing : {"", "d0/", "d1/0", "d7/7", "5000"})
         EXPECT_EQ(index.find(missing), nullptr) << missing;
     EXPECT_EQ(MirrorIndex().find("anything"), nullptr);
-    EXPECT_EQ(index.entries().back().path(), "d0") << "in the order added";
+    EXPECT_EQ(index.entries()[index.size() - 2].relativePath(), "d0") << "in the order added";
+    EXPECT_EQ(index.find("before 1970")->info().modificationDate, old.modificationDate);
 }
 
 }  // namespace

@@ -251,7 +251,7 @@ TEST_F(ScanAndCopyTest, ErrorsComeInTheOrderOfTheItemsAndTheRestIsCopied) {
     const std::vector<std::string> order = [&] {
         std::vector<std::string> names;
         for (const auto& item : listSource(source, ExclusionFilter{}))
-            names.push_back(item.relativePath);
+            names.emplace_back(item.relativePath());
         return names;
     }();
     // The swap of a.txt fails for good (it has an old copy, so it is a replace); the copy of
@@ -307,24 +307,32 @@ TEST_F(ScanAndCopyTest, ManySmallFilesAreFlushedInBatches) {
     EXPECT_EQ(filesBelow(mirror).size(), std::size_t(count));
 }
 
+// Held by its path, or by its file under another name (read at the copy: the listing keeps no
+// inode).
 TEST_F(ScanAndCopyTest, AFileOpenInAnEditorWaitsAndCountsForEveryRunningEditor) {
     writeFile(source / "edit.blend", "being saved");
     writeFile(source / "current.blend", "unchanged", referenceDate());
     writeFile(mirror / "current.blend", "unchanged", referenceDate());
     writeFile(source / "free.txt", "free");
+    writeFile(root / "elsewhere.kra", "held under this name");
+    fs::create_hard_link(root / "elsewhere.kra", source / "linked.kra");
+    const auto held = files::readInfo(root / "elsewhere.kra");
+    ASSERT_TRUE(held);
     EditorSnapshot running;
     running.names = {"Blender", "Krita"};
     running.openPaths = {paths::resolved(source / "edit.blend").native(),
                          paths::resolved(source / "current.blend").native()};
+    running.openFiles = {{held->device, held->inode}};
     editors.set(running);
 
     const BackupResult result = pass();
 
     EXPECT_EQ(result.copiedRelativePaths, (std::vector<std::string>{"free.txt"}));
     EXPECT_EQ(result.filesDeferredByEditor,
-              (std::map<std::string, int>{{"Blender", 1}, {"Krita", 1}}));
+              (std::map<std::string, int>{{"Blender", 2}, {"Krita", 2}}));
     EXPECT_TRUE(result.errors.empty());
     EXPECT_FALSE(fs::exists(mirror / "edit.blend"));
+    EXPECT_FALSE(fs::exists(mirror / "linked.kra"));
 }
 
 TEST_F(ScanAndCopyTest, RefusesALinkAsDestinationBeforeTouchingAnything) {

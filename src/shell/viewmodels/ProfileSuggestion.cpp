@@ -65,7 +65,7 @@ ProfileSuggestion measureSuggestion(const BackupPair& pair, std::stop_token stop
     const auto items = listSource(source, filterForPair(pair), stop);
     std::int64_t bytes = 0;
     for (const auto& item : items)
-        bytes += item.info.fileSize.value_or(0);
+        bytes += item.byteCount();
     return {pair.id, pair.name, recommendProfile(items, source), bytes};
 }
 

@@ -132,6 +132,47 @@ TEST_F(InotifyWatcherTest, AFolderMovedInIsWatchedToo) {
     EXPECT_EQ(calls, 2);
 }
 
+TEST_F(InotifyWatcherTest, AChangeInEveryOneOfManyFoldersIsHeard) {
+    std::vector<fs::path> folders{source, source / "deep/er/and/deeper/still"};
+    for (int top = 0; top < 20; ++top) {
+        const fs::path topFolder = source / ("t" + std::to_string(top));
+        folders.push_back(topFolder);
+        for (int inner = 0; inner < 10; ++inner)
+            folders.push_back(topFolder / ("i" + std::to_string(inner)));
+    }
+    for (const auto& folder : folders)
+        fs::create_directories(folder);
+    watcher.startWatching(source);
+    for (const auto& folder : folders) {
+        // Moved in whole: one event, so that nothing of it can come with the next folder's.
+        writeFile(root / "draft", "x");
+        fs::rename(root / "draft", folder / "new.txt");
+        ASSERT_TRUE(deliverBatch()) << folder;
+    }
+    EXPECT_EQ(calls, int(folders.size()));
+}
+
+TEST_F(InotifyWatcherTest, FoldersMadeBelowAMovedFolderAreWatchedByItsNewPath) {
+    fs::create_directories(source / "projects/film/cuts");
+    watcher.startWatching(source);
+    const auto madeThenWrittenIn = [&](const fs::path& folder) {
+        fs::create_directories(folder);
+        EXPECT_TRUE(deliverBatch());
+        while (!nothingArrives())
+            queue.advance(FileWatcher::latency);
+        const int before = calls;
+        writeFile(folder / "take.mov", "x");
+        return deliverBatch() && calls == before + 1;
+    };
+    fs::rename(source / "projects", source / "archive");
+    ASSERT_TRUE(deliverBatch());
+    EXPECT_TRUE(madeThenWrittenIn(source / "archive/film/cuts/new"));
+    // Moved again within the source, to another depth.
+    fs::rename(source / "archive/film", source / "film");
+    ASSERT_TRUE(deliverBatch());
+    EXPECT_TRUE(madeThenWrittenIn(source / "film/cuts/new/later"));
+}
+
 TEST_F(InotifyWatcherTest, FoldersThatEveryProfileLeavesOutAreNotWatched) {
     fs::create_directories(source / "app/node_modules/lib");
     fs::create_directories(source / ".git/objects");

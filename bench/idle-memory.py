@@ -18,17 +18,16 @@ destination of its own, in turn: a change measured before and after in one run.
 
 Everything it made is removed at the end, unless --keep; with --keep-source the source stays,
 and a run that finds it in its work folder uses it as it stands (a tree of a million files takes
-minutes to make).
+minutes to make); --source names another tree to back up as it stands.
 
 usage: bench/idle-memory.py [--work DIR] [--folders N] [--files N] [--million]
                             [--seconds N] [--program PATH] [--baseline PATH] [--malloc-stats]
-                            [--limit SECONDS] [--keep | --keep-source]
+                            [--limit SECONDS] [--source DIR] [--keep | --keep-source]
 """
 
 import argparse
 import json
 import os
-import shutil
 import signal
 import statistics
 import subprocess
@@ -38,11 +37,16 @@ import uuid
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, HERE)
-from compare import count_items, remove  # noqa: E402
+from compare import count_items  # noqa: E402
 
 # The engine's settle delay: a completed status turns into "Up to date" this long after.
 SETTLE_SECONDS = 5.0
 TICKS = os.sysconf("SC_CLK_TCK")
+
+
+def remove(path):
+    # rm is several times quicker than shutil.rmtree over a million files.
+    subprocess.run(["rm", "-rf", "--one-file-system", path], check=False)
 
 
 def make_tree(root, files, folders):
@@ -263,14 +267,15 @@ def main():
     parser.add_argument("--limit", type=float, default=3600,
                         help="seconds to wait for the idle program")
     parser.add_argument("--keep", action="store_true", help="keep everything it made")
+    parser.add_argument("--source", help="an existing tree to back up, left as it is")
     parser.add_argument("--keep-source", action="store_true",
                         help="keep the source for the next run, which uses it as it stands")
     options = parser.parse_args()
     files = 1_000_000 if options.million else (options.files or options.folders)
 
     work = os.path.abspath(options.work)
-    source = os.path.join(work, "source")
-    if os.path.exists(work) and os.listdir(work) != ["source"]:
+    source = os.path.abspath(options.source) if options.source else os.path.join(work, "source")
+    if os.path.exists(work) and os.listdir(work) not in ([], ["source"]):
         sys.exit(f"{work} holds more than a source: remove it or choose another --work")
     programs = [("after", os.path.abspath(options.program))]
     if options.baseline:
@@ -278,7 +283,7 @@ def main():
     try:
         started = time.monotonic()
         if os.path.exists(source):
-            print(f"source: {source} as it stands, kept from an earlier run")
+            print(f"source: {source} as it stands")
         else:
             make_tree(source, files, options.folders)
         print(f"source: {count_items(source)} entries, ready after "
@@ -297,9 +302,9 @@ def main():
         if options.keep_source:
             for name in os.listdir(work):
                 if name != "source":
-                    shutil.rmtree(os.path.join(work, name), ignore_errors=True)
+                    remove(os.path.join(work, name))
         elif not options.keep:
-            shutil.rmtree(work, ignore_errors=True)
+            remove(work)
 
 
 if __name__ == "__main__":

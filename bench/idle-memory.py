@@ -9,7 +9,8 @@ CPU time for two seconds.
 Then it samples the process every half second for SECONDS seconds: VmRSS and RssAnon
 (/proc/PID/status), the anonymous and private figures of /proc/PID/smaps_rollup, the resident
 part of the main heap, of the other anonymous mappings (the threads' malloc arenas and large
-blocks) and of the thread stacks (/proc/PID/smaps), and the number of threads. With
+blocks) and of the thread stacks (/proc/PID/smaps), the number of threads, and the peak
+(VmHWM) the pass reached. With
 --malloc-stats it asks the allocator itself through gdb (malloc_stats()) at the end: the bytes
 each arena holds from the system and those in use.
 
@@ -186,6 +187,7 @@ def sample(pid, seconds):
             "Private_Dirty": figures.get("Private_Dirty", 0),
             "heap": heap, "other anon": anonymous, "stacks": stacks,
             "threads": int(status["Threads"][0]),
+            "VmHWM (peak)": int(status["VmHWM"][0]),
         })
         time.sleep(0.5)
     return rows

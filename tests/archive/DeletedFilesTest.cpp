@@ -45,7 +45,6 @@ TEST(ArchiveNames, DayFoldersAndTakenNameVariantsAreKnownBack) {
 class DeletedFilesTest : public ::testing::Test {
   protected:
     TemporaryFolder root;
-    fs::path source = root / "home/Work";
     fs::path mirror = root / "drive/Quillstow/Work";
     fs::path trash = root / "drive/.Quillstow-Trash";
     FaultyFileSystem fileSystem;
@@ -93,31 +92,6 @@ TEST(SharedArchive, PairsWithOneDestinationShareItsArchiveHoweverItIsReached) {
     };
     for (const Case& c : cases)
         EXPECT_EQ(sharesArchive(work, c.pairs), c.shared) << c.name;
-}
-
-TEST_F(DeletedFilesTest, AFileDeletedOnTwoDaysIsOfferedFromBothAndGoesBackToItsPlace) {
-    deleteOn(monday, "docs/report.txt", "monday's report");
-    deleteOn(tuesday, "docs/report.txt", "tuesday's report");
-    const std::string mondayFolder = datedFolderName(monday);
-    const std::string tuesdayFolder = datedFolderName(tuesday);
-    const auto archiveBefore = filesBelow(trash);
-
-    auto items = scanArchive(trash);
-    ASSERT_EQ(pathsOf(items), (std::vector<std::string>{tuesdayFolder + " docs/report.txt",
-                                                        mondayFolder + " docs/report.txt"}));
-    EXPECT_EQ(daysOf(items), (std::vector<std::string>{tuesdayFolder, mondayFolder}));
-
-    items[1].file.isSelected = true;
-    makeFolder(source);
-    auto outcome = restoreFiles(fileSystem, recoveryJobs(items, trash), source);
-    EXPECT_EQ(outcome.message(), "1 file restored successfully.");
-    EXPECT_EQ(readFile(source / "docs/report.txt"), "monday's report");
-
-    items[1].file.isSelected = false;
-    items[0].file.isSelected = true;
-    outcome = restoreFiles(fileSystem, recoveryJobs(items, trash), source);
-    EXPECT_EQ(readFile(source / "docs/report.txt"), "tuesday's report");
-    EXPECT_EQ(filesBelow(trash), archiveBefore);
 }
 
 TEST_F(DeletedFilesTest, ACopyArchivedTwiceOnOneDayHasItsTimeAndItsOriginalName) {
@@ -194,12 +168,6 @@ TEST_F(DeletedFilesTest, FilterAndDayRangeChooseTheShownGroups) {
     ASSERT_EQ(groups.size(), 2u);
     EXPECT_EQ(groups[0].day, tue);
     EXPECT_EQ(groups[1].indices, (std::vector<std::size_t>{1, 2}));
-
-    // "Select All" acts on the shown rows here too.
-    const auto shown = filteredIndices(items, "", {tue, tue});
-    setAllSelected(items, shown, true);
-    EXPECT_TRUE(isAllSelected(items, shown));
-    EXPECT_EQ(selectedCount(items), 1);
 }
 
 }  // namespace

@@ -44,6 +44,13 @@ fs::path makeCodeBase(const fs::path& parent) {
     return project;
 }
 
+bool holdsOnlyHidden(const fs::path& folder) {
+    if (!fs::exists(folder)) return true;
+    for (const auto& entry : fs::directory_iterator(folder))
+        if (!entry.path().filename().native().starts_with('.')) return false;
+    return true;
+}
+
 ScopedEnvironment::ScopedEnvironment(std::string name, const std::string& value)
     : name_(std::move(name)) {
     if (const char* previous = ::getenv(name_.c_str())) previous_ = previous;

@@ -20,6 +20,10 @@ std::filesystem::path makePhotoFolder(const std::filesystem::path& parent);
 // "toolkit": sources in "2 Project Files", with a ".git" and a "node_modules" of two files.
 std::filesystem::path makeCodeBase(const std::filesystem::path& parent);
 
+// Whether `folder` is missing or holds hidden entries only: nothing filed under a name, at most
+// what a stopped filing leaves for the next one to sweep.
+bool holdsOnlyHidden(const std::filesystem::path& folder);
+
 // Sets an environment variable for the length of a test, and puts the old value back.
 class ScopedEnvironment {
   public:

@@ -1,6 +1,6 @@
-// What the inspector reads of a project: the name it proposes and the year, the heads-ups on
-// real folders (a film, a photo shoot, a code base), and the edges of the finals and loose-file
-// rules.
+// What the inspector reads of a project: the name it proposes and the year, and the edges of the
+// finals, missing-folder and loose-file rules. A well-formed film and a photo shoot with every
+// heads-up are read through the filing window (FilingWindowTest).
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -71,33 +71,6 @@ TEST(ProjectNames, TidiesTheNameAndSaysWhatWasWrong) {
         EXPECT_EQ(projectnames::tidiedName(each.name), each.tidied) << each.name;
         EXPECT_EQ(projectnames::problemsOf(each.name), each.problems) << each.name;
     }
-}
-
-TEST(ProjectInspector, FindsNothingToSayAboutAWellFormedFilm) {
-    TemporaryFolder root;
-    const auto inspection = ProjectInspector().inspect(makeFilmProject(root.path()));
-    EXPECT_EQ(inspection.name, "Spring Campaign 2023");
-    EXPECT_EQ(inspection.tidiedName, "Spring Campaign 2023");
-    EXPECT_EQ(inspection.suggestedYear, 2023);
-    EXPECT_THAT(inspection.missingFolders, IsEmpty());
-    EXPECT_THAT(inspection.looseFilesAtRoot, IsEmpty());
-    EXPECT_FALSE(inspection.finalsAreEmpty);
-    EXPECT_THAT(inspection.warnings(), IsEmpty());
-}
-
-TEST(ProjectInspector, ListsEveryHeadsUpOfAPhotoFolderInOrder) {
-    TemporaryFolder root;
-    const auto inspection = ProjectInspector().inspect(makePhotoFolder(root.path()));
-    EXPECT_EQ(inspection.suggestedYear, 2024);
-    EXPECT_THAT(inspection.looseFilesAtRoot, UnorderedElementsAre("IMG_0001.jpg", "IMG_0002.jpg"));
-    EXPECT_TRUE(inspection.finalsAreEmpty);
-    EXPECT_THAT(inspection.warnings(),
-                ElementsAre("There's nothing in the finals folder. This project may not be "
-                            "finished yet.",
-                            "2 files are sitting loose at the top instead of in one of the "
-                            "numbered folders.",
-                            "Missing 1 Documents, 2 Project Files, 3 Media, 4 Renders, 5 Drafts, "
-                            "6 Finals."));
 }
 
 TEST(ProjectInspector, CountsAFileInPlaceOfAFolderAsMissingAndALinkAsLoose) {

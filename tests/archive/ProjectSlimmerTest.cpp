@@ -12,7 +12,6 @@
 #include "platform/FreedesktopTrash.hpp"
 #include "support/Dates.hpp"
 #include "support/FileInfo.hpp"
-#include "support/FileUrl.hpp"
 
 namespace quillstow {
 namespace {
@@ -21,7 +20,6 @@ using namespace testing;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 using Finding = ProjectSlimmer::Finding;
 namespace fs = std::filesystem;
@@ -98,13 +96,8 @@ TEST(ProjectSlimmer, MovesACacheIntoARealTrashAndNothingElse) {
               (std::map<std::string, std::string>{{"Render Files/a.mov", "abc"},
                                                   {"Render Files/b.mov", "defgh"},
                                                   {"Render Files/Render Files/c.mov", ""}}));
-    const auto info = filesBelow(root / "data/Trash/info");
-    ASSERT_EQ(info.size(), 1u);
-    EXPECT_THAT(
-        info.at("Render Files.trashinfo"),
-        MatchesRegex("\\[Trash Info\\]\nPath=" + fileurls::percentEncoded(found[1].url.native()) +
-                     "\nDeletionDate=20[0-9][0-9]-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:"
-                     "[0-6][0-9]\n"));
+    // What the info file says is the trash's own test.
+    EXPECT_EQ(filesBelow(root / "data/Trash/info").size(), 1u);
     std::erase_if(kept, [](const auto& item) {
         return item.first.starts_with("2 Project Files/Render Files/");
     });

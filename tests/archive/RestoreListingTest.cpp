@@ -1,5 +1,5 @@
-// What the restore window lists from a backup, in which order, and how filter and selection
-// behave on it.
+// What the restore window lists from a backup, in which order, what its filter shows, and the
+// paths it will never restore to. How "Select All" acts is the window's own test.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -76,16 +76,16 @@ TEST(BackupScan, ListsRegularFilesInFinderOrderAndNothingElse) {
     EXPECT_EQ(items[1].name, "Notes.txt");
     EXPECT_EQ(items[1].fileSize, 1);
     EXPECT_EQ(items[0].fileSize, 2);
-    for (const auto& item : items) {
-        EXPECT_FALSE(item.isSelected);
-        EXPECT_FALSE(item.isDirectory);
-    }
     EXPECT_NE(items[0].id, items[1].id);
 }
 
-TEST(BackupScan, AMissingBackupIsAnEmptyOne) {
+TEST(BackupScan, AMissingBackupOrAStopBeforeTheEndGivesNoList) {
     TemporaryFolder root;
     EXPECT_TRUE(scanBackup(root / "not-there").empty());
+    writeFile(root / "a.txt", "a");
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_TRUE(scanBackup(root.path(), stop.get_token()).empty());
 }
 
 TEST(BackupScan, TenThousandFilesComeInNumericOrder) {
@@ -115,14 +115,6 @@ TEST(BackupScan, TenThousandFilesComeInNumericOrder) {
     }
     std::cout << "Scanned and sorted " << count << " files in "
               << std::chrono::duration<double>(took).count() << " s\n";
-}
-
-TEST(BackupScan, AStopBeforeTheEndGivesNoPartialList) {
-    TemporaryFolder root;
-    writeFile(root / "a.txt", "a");
-    std::stop_source stop;
-    stop.request_stop();
-    EXPECT_TRUE(scanBackup(root.path(), stop.get_token()).empty());
 }
 
 std::vector<RestoreFileItem> listOf(std::initializer_list<const char*> relativePaths) {
@@ -156,50 +148,9 @@ TEST(RestoreFilter, MatchesNameOrPathIgnoringCase) {
     }
 }
 
-TEST(RestoreSelection, SelectAllActsOnTheShownRowsOnly) {
-    auto files = listOf({"Photos/a.jpg", "Photos/b.jpg", "notes.txt"});
-    ASSERT_TRUE(toggleSelection(files, files[2].id));
-
-    const auto shown = filteredIndices(files, "photos");
-    EXPECT_FALSE(isAllSelected(files, shown));
-    setAllSelected(files, shown, true);
-    EXPECT_TRUE(isAllSelected(files, shown));
-    // The hidden row selected earlier stays selected and counts.
-    EXPECT_EQ(selectedCount(files), 3);
-
-    setAllSelected(files, shown, false);
-    EXPECT_EQ(selectedCount(files), 1);
-    EXPECT_TRUE(files[2].isSelected);
-
-    // Turning the filter off keeps the selection; nothing shown reads off.
-    EXPECT_FALSE(isAllSelected(files, filteredIndices(files, "")));
-    EXPECT_FALSE(isAllSelected(files, filteredIndices(files, "no such file")));
-    EXPECT_FALSE(toggleSelection(files, Uuid::random()));
-}
-
-TEST(RestoreWindow, StateAndButtonsFollowTheScanAndTheSelection) {
-    EXPECT_EQ(restoreWindowState(true, 5), RestoreWindowState::loading);
-    EXPECT_EQ(restoreWindowState(false, 0), RestoreWindowState::empty);
-    EXPECT_EQ(restoreWindowState(false, 1), RestoreWindowState::list);
-    struct Case {
-        std::int64_t selected;
-        bool inProgress;
-        bool enabled;
-    };
-    for (const Case& c : {Case{0, false, false}, Case{1, false, true}, Case{3, true, false}}) {
-        EXPECT_EQ(canStartRestore(c.selected, c.inProgress), c.enabled)
-            << c.selected << " " << c.inProgress;
-    }
-}
-
-TEST(RestoreTexts, CountersHelpAndIcons) {
+TEST(RestoreTexts, TheCounterKeepsItsPluralAndEachKindHasItsIcon) {
     // The counter of shown files keeps "files" for one, as the window always did.
     EXPECT_EQ(restoretext::fileCounter(1), "1 files");
-    EXPECT_EQ(restoretext::restoreToHelp(0), "Select files to restore");
-    EXPECT_EQ(restoretext::restoreToHelp(2), "Restore selected files to a custom location");
-    EXPECT_EQ(restoretext::restoreToOriginalHelp(0), "Select files to restore");
-    EXPECT_EQ(restoretext::restoreToOriginalHelp(1),
-              "Restore selected files to their original location");
     struct Case {
         const char* name;
         const char* icon;

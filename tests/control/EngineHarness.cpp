@@ -94,17 +94,11 @@ std::vector<BackupEvent::EventType> EngineHarness::eventTypes() const {
     return types;
 }
 
-std::vector<std::string> EngineHarness::eventMessages() const {
-    std::vector<std::string> messages;
-    for (const auto& event : events())
-        messages.push_back(event.message.value_or(""));
-    return messages;
-}
-
-std::vector<std::string> EngineHarness::messagesOf(BackupEvent::EventType type) const {
+std::vector<std::string> EngineHarness::eventMessages(
+    std::optional<BackupEvent::EventType> type) const {
     std::vector<std::string> messages;
     for (const auto& event : events()) {
-        if (event.type == type) messages.push_back(event.message.value_or(""));
+        if (!type || event.type == *type) messages.push_back(event.message.value_or(""));
     }
     return messages;
 }

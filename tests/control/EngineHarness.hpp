@@ -128,9 +128,11 @@ class EngineHarness {
 
     std::vector<BackupEvent> events() const { return store->events(); }
     std::vector<BackupEvent::EventType> eventTypes() const;
-    // The messages of the log, an event without one as "".
-    std::vector<std::string> eventMessages() const;
-    std::vector<std::string> messagesOf(BackupEvent::EventType type) const;
+    // The messages of the log, or of its events of one type; an event without one as "".
+    std::vector<std::string> eventMessages(std::optional<BackupEvent::EventType> type = {}) const;
+    std::vector<std::string> messagesOf(BackupEvent::EventType type) const {
+        return eventMessages(type);
+    }
     std::optional<BackupPair> storedPair(const Uuid& id) const;
 
     TemporaryFolder root;

@@ -60,20 +60,19 @@ class StatusManagerTest : public ::testing::Test {
         return pair;
     }
 
-    void setAppConfig(BackupInterval interval) {
+    void setAppConfig(BackupInterval interval, BandwidthMode mode) {
         AppConfig config = h.store->appConfig();
         config.backupInterval = interval;
+        config.bandwidthMode = mode;
         h.store->setAppConfig(config);
     }
 };
 
-TEST_F(StatusManagerTest, WithoutPairsAllIsIdle) {
+TEST_F(StatusManagerTest, TheOneStatusTakesTheMostUrgentCaseAndTheLineCountsPairs) {
     startManager();
     EXPECT_EQ(manager->overallStatus(), BackupStatus::idle());
     EXPECT_EQ(manager->statusText(), "No backup pairs configured");
-}
-
-TEST_F(StatusManagerTest, TheOneStatusTakesTheMostUrgentCaseAndTheLineCountsPairs) {
+    manager.reset();
     const auto first = disabledPair("One").id;
     const auto second = disabledPair("Two").id;
     startManager();
@@ -110,19 +109,6 @@ TEST_F(StatusManagerTest, TheOneStatusTakesTheMostUrgentCaseAndTheLineCountsPair
     }
 }
 
-TEST_F(StatusManagerTest, EveryPairStartsAtLaunchAndADisabledOneStaysPaused) {
-    const BackupPair enabled = h.makePair("On");
-    writeFile(enabled.sourceURL / "f", "x");
-    const BackupPair disabled = disabledPair("Off");
-    writeFile(disabled.sourceURL / "f", "x");
-    startManager();
-    ASSERT_TRUE(runUntilStatus(enabled.id, Case::completed));
-    EXPECT_EQ(engine(disabled.id).status(), BackupStatus::paused());
-    finishRuns();
-    EXPECT_TRUE(fs::exists(enabled.destinationURL / "Quillstow/On/f"));
-    EXPECT_FALSE(fs::exists(disabled.destinationURL / "Quillstow/Off"));
-}
-
 TEST_F(StatusManagerTest, ThePowerPollResumesWhatThePowerGatePausedButNotWhatTheUserPaused) {
     const BackupPair byPower = h.makePair("Power");
     writeFile(byPower.sourceURL / "f", "x");
@@ -149,27 +135,12 @@ TEST_F(StatusManagerTest, ThePowerPollResumesWhatThePowerGatePausedButNotWhatThe
     EXPECT_FALSE(fs::exists(byUser.destinationURL / "Quillstow/User"));
 }
 
-TEST_F(StatusManagerTest, PauseAllHoldsUntilTheNextPowerPoll) {
+// The interval and the bandwidth mode of the settings, at the start and at every reschedule.
+TEST_F(StatusManagerTest, TheSettingsScheduleTheBackupsAndReachTheCopyLoops) {
     const BackupPair pair = h.makePair();
+    setAppConfig(BackupInterval::manual, BandwidthMode::quiet);
     startManager();
-    finishRuns();
-    manager->pauseAll();
-    EXPECT_EQ(engine(pair.id).status(), BackupStatus::paused());
-    EXPECT_TRUE(h.storedPair(pair.id)->isEnabled);
-
-    writeFile(pair.sourceURL / "later", "x");
-    h.queue.advance(untilNextPoll() - 0.1);
-    EXPECT_EQ(engine(pair.id).status(), BackupStatus::paused());
-    h.queue.advance(0.1);
-    ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
-    finishRuns();
-    EXPECT_TRUE(fs::exists(pair.destinationURL / "Quillstow/Work/later"));
-}
-
-TEST_F(StatusManagerTest, TheScheduleBacksUpEveryIntervalAndManualHasNoTimer) {
-    const BackupPair pair = h.makePair();
-    setAppConfig(BackupInterval::manual);
-    startManager();
+    EXPECT_EQ(h.activityGate.bandwidthMode(), BandwidthMode::quiet);
     finishRuns();
     writeFile(pair.sourceURL / "first", "x");
     h.queue.advance(14400);
@@ -177,26 +148,15 @@ TEST_F(StatusManagerTest, TheScheduleBacksUpEveryIntervalAndManualHasNoTimer) {
     EXPECT_FALSE(fs::exists(pair.destinationURL / "Quillstow/Work/first"))
         << "no tick while manual";
 
-    setAppConfig(BackupInterval::hourly);
+    setAppConfig(BackupInterval::hourly, BandwidthMode::automatic);
     manager->rescheduleTimer();
+    EXPECT_EQ(h.activityGate.bandwidthMode(), BandwidthMode::automatic);
     h.queue.advance(3599);
     finishRuns();
     EXPECT_FALSE(fs::exists(pair.destinationURL / "Quillstow/Work/first"));
     h.queue.advance(1);
     finishRuns();
     EXPECT_TRUE(fs::exists(pair.destinationURL / "Quillstow/Work/first"));
-}
-
-TEST_F(StatusManagerTest, TheBandwidthModeOfTheSettingsReachesTheCopyLoops) {
-    AppConfig config = h.store->appConfig();
-    config.bandwidthMode = BandwidthMode::quiet;
-    h.store->setAppConfig(config);
-    startManager();
-    EXPECT_EQ(h.activityGate.bandwidthMode(), BandwidthMode::quiet);
-    config.bandwidthMode = BandwidthMode::automatic;
-    h.store->setAppConfig(config);
-    manager->rescheduleTimer();
-    EXPECT_EQ(h.activityGate.bandwidthMode(), BandwidthMode::automatic);
 }
 
 TEST_F(StatusManagerTest, AnAddedPairRunsAndARemovedOneStopsAndIsForgotten) {
@@ -213,16 +173,15 @@ TEST_F(StatusManagerTest, AnAddedPairRunsAndARemovedOneStopsAndIsForgotten) {
     ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
     EXPECT_EQ(h.store->pairs().size(), 1u);
 
-    h.defaults.setBoolean(packageUpgradeKey(pair.id), true);
+    // What the store forgets with the pair is ConfigStoreTest's.
     manager->removePair(pair.id);
     EXPECT_TRUE(manager->engines().empty());
     EXPECT_TRUE(h.store->pairs().empty());
-    EXPECT_FALSE(h.defaults.value(packageUpgradeKey(pair.id)));
-    finishRuns();
-    EXPECT_FALSE(h.events().empty()) << "its events stay in the log";
 }
 
-TEST_F(StatusManagerTest, APairPausedByTheUserIsDisabledAndResumedByTheSameToggle) {
+// A pair paused by the user is disabled and resumed by the same toggle; a pause of all leaves the
+// pairs enabled, for the next power poll to resume.
+TEST_F(StatusManagerTest, APauseByTheUserHoldsUntilTheToggleAndAPauseOfAllUntilThePoll) {
     const BackupPair pair = h.makePair();
     startManager();
     finishRuns();
@@ -236,13 +195,40 @@ TEST_F(StatusManagerTest, APairPausedByTheUserIsDisabledAndResumedByTheSameToggl
     ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
     finishRuns();
     EXPECT_TRUE(fs::exists(pair.destinationURL / "Quillstow/Work/f"));
+
+    manager->pauseAll();
+    EXPECT_EQ(engine(pair.id).status(), BackupStatus::paused());
+    EXPECT_TRUE(h.storedPair(pair.id)->isEnabled);
+    writeFile(pair.sourceURL / "later", "x");
+    h.queue.advance(untilNextPoll() - 0.1);
+    EXPECT_EQ(engine(pair.id).status(), BackupStatus::paused());
+    h.queue.advance(0.1);
+    ASSERT_TRUE(runUntilStatus(pair.id, Case::completed));
+    finishRuns();
+    EXPECT_TRUE(fs::exists(pair.destinationURL / "Quillstow/Work/later"));
 }
 
-TEST_F(StatusManagerTest, ARelinkedPairBacksUpToItsNewDestination) {
-    const BackupPair pair = h.makePair();
+// A relink whose bookmark can't be made shows access denied and keeps the old bookmark; one that
+// can backs up to the new destination with a bookmark of it.
+TEST_F(StatusManagerTest, ARelinkedPairBacksUpToItsNewDestinationOrShowsAccessDenied) {
+    BackupPair pair = h.makePair();
     writeFile(pair.sourceURL / "f", "x");
+    pair.destinationBookmark = BookmarkManager::bookmarkData(pair.destinationURL, false);
+    h.store->updatePair(pair);
     startManager();
     finishRuns();
+    LogCapture log;
+    const fs::path missing = h.root / "not-there";
+    ASSERT_EQ(manager->relinkPair(pair.id, missing), std::nullopt);
+    EXPECT_EQ(engine(pair.id).status(),
+              BackupStatus::error(BackupError::bookmarkAccessDenied(missing)));
+    EXPECT_THAT(log.messages("Bookmark"),
+                ElementsAre("Could not create destination bookmark for relink: No such file or "
+                            "directory"));
+    EXPECT_EQ(h.storedPair(pair.id)->destinationURL, missing);
+    EXPECT_EQ(h.storedPair(pair.id)->destinationBookmark, pair.destinationBookmark)
+        << "the old bookmark stays";
+
     const fs::path newDrive = h.root / "new-drive";
     fs::create_directories(newDrive);
     ASSERT_EQ(manager->relinkPair(pair.id, newDrive), std::nullopt);
@@ -256,26 +242,7 @@ TEST_F(StatusManagerTest, ARelinkedPairBacksUpToItsNewDestination) {
     EXPECT_EQ(readFile(newDrive / "Quillstow/Work/f"), "x");
 }
 
-TEST_F(StatusManagerTest, ARelinkWhoseBookmarkCannotBeMadeShowsAccessDenied) {
-    BackupPair pair = h.makePair();
-    pair.destinationBookmark = BookmarkManager::bookmarkData(pair.destinationURL, false);
-    h.store->updatePair(pair);
-    startManager();
-    finishRuns();
-    LogCapture log;
-    const fs::path missing = h.root / "not-there";
-    ASSERT_EQ(manager->relinkPair(pair.id, missing), std::nullopt);
-    EXPECT_EQ(engine(pair.id).status(),
-              BackupStatus::error(BackupError::bookmarkAccessDenied(missing)));
-    EXPECT_THAT(log.messages("Bookmark"),
-                ElementsAre("Could not create destination bookmark for relink: No such file or "
-                            "directory"));
-    const auto stored = h.storedPair(pair.id);
-    EXPECT_EQ(stored->destinationURL, missing);
-    EXPECT_EQ(stored->destinationBookmark, pair.destinationBookmark) << "the old bookmark stays";
-}
-
-TEST_F(StatusManagerTest, ADriveThatGoesAndComesBackStopsAndRestartsItsPairsOneAtATime) {
+TEST_F(StatusManagerTest, ADriveThatGoesAndComesBackStopsAndRestartsOnlyItsPairsOneAtATime) {
     const BackupPair one = h.makePair("One");
     const BackupPair two = h.makePair("Two");
     const BackupPair elsewhere = h.makePair("Elsewhere", h.root / "drive 2");
@@ -313,18 +280,13 @@ TEST_F(StatusManagerTest, ADriveThatGoesAndComesBackStopsAndRestartsItsPairsOneA
                   1)
             << pair->name << "'s source is watched again";
     }
-}
 
-TEST_F(StatusManagerTest, AMountLeavesAPairThatIsNotWaitingForItsDriveAlone) {
-    const BackupPair pair = h.makePair();
-    startManager();
-    finishRuns();
-    ASSERT_EQ(engine(pair.id).status(), BackupStatus::idle());
+    // A mount leaves alone a pair that does not wait for its drive.
     const auto before = h.events().size();
-    manager->onVolumeDidMount(h.root / "drive");
+    manager->onVolumeDidMount(h.root / "drive 2");
     finishRuns();
     EXPECT_EQ(h.events().size(), before);
-    EXPECT_EQ(engine(pair.id).status(), BackupStatus::idle());
+    EXPECT_EQ(engine(elsewhere.id).status(), BackupStatus::idle());
 }
 
 TEST_F(StatusManagerTest, APairWhoseMirrorFolderIsAnothersIsRefusedOnAddAndRelink) {

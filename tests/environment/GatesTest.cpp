@@ -22,42 +22,39 @@ class FakeActivity final : public UserActivity {
     mutable int reads = 0;
 };
 
-class ActivityGateTest : public ::testing::Test {
-  protected:
-    FakeActivity activity;
-    RecordingSleeper sleeper;
-    ActivityGate gate{activity, sleeper};
-};
-
-TEST_F(ActivityGateTest, FullNeverReadsTheIdleTimeNorPauses) {
-    gate.setBandwidthMode(BandwidthMode::full);
-    activity.idle = 0;
-    EXPECT_FALSE(gate.isThrottling());
-    gate.pauseBetweenFiles({});
-    gate.pauseBetweenChunks();
-    EXPECT_EQ(activity.reads, 0);
-    EXPECT_TRUE(sleeper.slept.empty());
-}
-
-TEST_F(ActivityGateTest, QuietPausesEvenWhenTheUserIsLongGone) {
-    gate.setBandwidthMode(BandwidthMode::quiet);
-    activity.idle = 10 * 3600;
-    EXPECT_TRUE(gate.isThrottling());
-    gate.pauseBetweenFiles({});
-    gate.pauseBetweenChunks();
-    EXPECT_EQ(sleeper.slept, (std::vector<double>{0.030, 0.002}));
-}
-
-TEST_F(ActivityGateTest, AutoPausesBelowOneHundredTwentySecondsOfIdleOnly) {
-    activity.idle = 119.9;
-    EXPECT_TRUE(gate.isThrottling());
-    gate.pauseBetweenFiles({});
-    activity.idle = 120.0;
-    EXPECT_FALSE(gate.isThrottling());
-    gate.pauseBetweenFiles({});
-    gate.pauseBetweenChunks();
-    EXPECT_EQ(sleeper.slept, (std::vector<double>{0.010}));
-    EXPECT_EQ(activity.reads, 5) << "read afresh at every call";
+// Each row: the mode and the user's idle time; whether the gate throttles, the pauses it takes
+// between files and then between chunks, and how often it read the idle time, afresh each call.
+TEST(ActivityGate, PausesByTheModeAndUnderAutoBelowTwoMinutesOfIdleOnly) {
+    const struct {
+        const char* name;
+        BandwidthMode mode;
+        double idle;
+        bool throttles;
+        std::vector<double> slept;
+        int reads;
+    } rows[] = {
+        {"full never reads nor pauses", BandwidthMode::full, 0, false, {}, 0},
+        {"quiet pauses with the user long gone",
+         BandwidthMode::quiet,
+         36000,
+         true,
+         {0.030, 0.002},
+         0},
+        {"auto, the user just there", BandwidthMode::automatic, 119.9, true, {0.010, 0.002}, 3},
+        {"auto, two minutes away", BandwidthMode::automatic, 120.0, false, {}, 3},
+    };
+    for (const auto& row : rows) {
+        FakeActivity activity;
+        RecordingSleeper sleeper;
+        ActivityGate gate{activity, sleeper};
+        gate.setBandwidthMode(row.mode);
+        activity.idle = row.idle;
+        EXPECT_EQ(gate.isThrottling(), row.throttles) << row.name;
+        gate.pauseBetweenFiles({});
+        gate.pauseBetweenChunks();
+        EXPECT_EQ(sleeper.slept, row.slept) << row.name;
+        EXPECT_EQ(activity.reads, row.reads) << row.name;
+    }
 }
 
 TEST(BandwidthMode, IsEachGatesOwnAndStartsAtAuto) {

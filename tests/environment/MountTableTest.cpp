@@ -33,7 +33,7 @@ std::optional<std::string> mountPointFor(std::string_view path, const std::vecto
     return found->mountPoint;
 }
 
-TEST(MountForPath, TakesTheLongestMountPointThatMatchesByItsExactBytes) {
+TEST(MountForPath, TakesTheLongestMountPointThatMatchesByItsExactBytesAndMountsOfASourceAll) {
     const std::vector<Mount> mounts{local("/", "/dev/vda"), local("/media/u/Photos"),
                                     local("/media/u/Photos 2", "/dev/sdc1"),
                                     local("/media/u/backup", "/dev/sdd1")};
@@ -58,15 +58,14 @@ TEST(MountForPath, TakesTheLongestMountPointThatMatchesByItsExactBytes) {
     const auto first = MountTable::mount(
         "/mnt/x/y", {local("/mnt/x", "/dev/first"), local("/mnt/x", "/dev/second")});
     EXPECT_EQ(first->source, "/dev/first");
-}
 
-TEST(MountsWithSource, ListsEveryMountOfTheSourceWithCase) {
-    const std::vector<Mount> mounts{network("/media/u/Share", "//nas/share"),
-                                    network("/media/u/Share-1", "//nas/share"),
-                                    network("/media/u/Other", "//NAS/share")};
-    const auto found = MountTable::mounts("//nas/share", mounts);
-    ASSERT_EQ(found.size(), 2u);
-    EXPECT_EQ(found[1].mountPoint, "/media/u/Share-1");
+    // Every mount of one source, its case counting.
+    const auto shares =
+        MountTable::mounts("//nas/share", {network("/media/u/Share", "//nas/share"),
+                                           network("/media/u/Share-1", "//nas/share"),
+                                           network("/media/u/Other", "//NAS/share")});
+    ASSERT_EQ(shares.size(), 2u);
+    EXPECT_EQ(shares[1].mountPoint, "/media/u/Share-1");
 }
 
 TEST(MountSnapshot, DecodesTheEscapesOfTheTableAndKnowsNetworkSharesByType) {

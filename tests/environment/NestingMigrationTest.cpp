@@ -33,36 +33,24 @@ TEST(NestingMigration, MovesWhatIsFreeKeepsWhatIsTakenAndLogsIt) {
     const std::string detected = "Detected double-nested path for \"" + work + "\": <private>";
     const std::string moved = "Moved: <private>";
     const std::string complete = "Migration complete for \"" + work + "\"";
-    const struct {
+    struct Case {
         const char* name;
         const char* destination;
         Files before;
         Files after;
-        std::vector<std::string> log;
-        std::vector<const char*> foldersAfter;
-        std::vector<const char*> goneAfter;
-    } cases[] = {
-        {"a destination that doesn't end in Quillstow",
-         "Backups",
-         {{"Backups/Quillstow/Work/a", "a"}},
-         {{"Backups/Quillstow/Work/a", "a"}},
-         {},
-         {},
-         {}},
-        {"nothing nested",
-         "Quillstow",
-         {{"Quillstow/Work/a", "a"}},
-         {{"Quillstow/Work/a", "a"}},
-         {},
-         {},
-         {}},
-        {"a file where the nested folder would be",
-         "Quillstow",
-         {{"Quillstow/Quillstow/Work", "file"}},
-         {{"Quillstow/Quillstow/Work", "file"}},
-         {},
-         {},
-         {}},
+        std::vector<std::string> log = {};
+        std::vector<const char*> foldersAfter = {};
+        std::vector<const char*> goneAfter = {};
+    };
+    const auto nothingToDo = [](const char* name, const char* destination, Files files) {
+        return Case{name, destination, files, files};
+    };
+    const Case cases[] = {
+        nothingToDo("a destination that doesn't end in Quillstow", "Backups",
+                    {{"Backups/Quillstow/Work/a", "a"}}),
+        nothingToDo("nothing nested", "Quillstow", {{"Quillstow/Work/a", "a"}}),
+        nothingToDo("a file where the nested folder would be", "Quillstow",
+                    {{"Quillstow/Quillstow/Work", "file"}}),
         {"everything moves, hidden files too, and the empty folders go",
          "Quillstow",
          {{"Quillstow/Quillstow/Work/a", "a"},
@@ -83,9 +71,7 @@ TEST(NestingMigration, MovesWhatIsFreeKeepsWhatIsTakenAndLogsIt) {
          {{"Quillstow/Quillstow/Work/a", "nested"},
           {"Quillstow/Work/b", "b"},
           {"Quillstow/Work/a", "correct"}},
-         {detected, "Skipping <private> — already exists at correct location", moved, complete},
-         {},
-         {}},
+         {detected, "Skipping <private> — already exists at correct location", moved, complete}},
         {"another pair's folder keeps the inner folder",
          "Quillstow",
          {{"Quillstow/Quillstow/Work/a", "a"}, {"Quillstow/Quillstow/Home/h", "h"}},

@@ -26,7 +26,7 @@ TEST(Texts, ComposeCountsNamesAndDurations) {
          "Backed up 12 files in 59 seconds"},
         {"an error shows its description",
          BackupStatus::error(BackupError::timedOut()).displayText(),
-         "This backup took too long and was stopped part-way."},
+         BackupError::timedOut().errorDescription()},
         {"a minute", durationText(60), "1 minute"},
         {"a minute up to the second", durationText(119), "1 minute"},
         {"minutes", durationText(120), "2 minutes"},
@@ -53,12 +53,8 @@ TEST(Texts, ComposeCountsNamesAndDurations) {
               std::string::npos);
 }
 
-class NextTipTest : public ::testing::Test {
-  protected:
+TEST(NextTip, SpeaksOnEveryThirdPassBeginningWithTheFirst) {
     InMemoryUserDefaults defaults;
-};
-
-TEST_F(NextTipTest, SpeaksOnEveryThirdPassBeginningWithTheFirst) {
     std::vector<bool> spoke;
     for (int i = 0; i < 7; ++i)
         spoke.push_back(nextTip(defaults, 0, false, false, false).has_value());
@@ -66,33 +62,31 @@ TEST_F(NextTipTest, SpeaksOnEveryThirdPassBeginningWithTheFirst) {
     EXPECT_EQ(defaults.integer(tipCounterKey), 7);
 }
 
-TEST_F(NextTipTest, WalksTheGeneralListWhenNothingWasDone) {
-    EXPECT_EQ(nextTip(defaults, 0, false, false, false),
-              "If you accidentally delete a file, Quillstow keeps a copy for 30 days.");
-    defaults.setInteger(tipCounterKey, 3);
-    EXPECT_EQ(nextTip(defaults, 0, false, false, false),
-              "If a drive disconnects mid-backup, your existing backups stay safe. Nothing gets "
-              "deleted.");
-    defaults.setInteger(tipCounterKey, 12);  // index 4 wraps to 0
-    EXPECT_EQ(nextTip(defaults, 0, false, false, false),
-              "If you accidentally delete a file, Quillstow keeps a copy for 30 days.");
-}
-
-TEST_F(NextTipTest, PicksFromWhatThePassDidInTheListsOrder) {
-    defaults.setInteger(tipCounterKey, 9);  // index 3
-    EXPECT_EQ(nextTip(defaults, 5, true, true, true),
-              "Large files were copied in small chunks so you could cancel anytime without losing "
-              "progress.");
-    defaults.setInteger(tipCounterKey, 15);  // index 5
-    EXPECT_EQ(nextTip(defaults, 5, true, true, true),
-              "Quillstow slowed down while you were working so your computer stayed fast.");
-    defaults.setInteger(tipCounterKey, 3);  // index 1 of a list of one
-    EXPECT_EQ(nextTip(defaults, 0, false, true, false),
-              "A sample of your existing backups was re-checked — everything looks healthy.");
-    defaults.setInteger(tipCounterKey, 6);  // index 2 of the three tips of a copy
-    EXPECT_EQ(nextTip(defaults, 1, false, false, false),
-              "A unique fingerprint was saved for each file so Quillstow can detect if it ever "
-              "silently corrupts.");
+// Each row: the counter, what the pass did (files copied, large files, sample checked,
+// throttled), and how the tip it picks begins: from what the pass did in the list's order, or
+// from the general list when it did nothing.
+TEST(TipAt, PicksFromWhatThePassDidInTheListsOrder) {
+    const struct {
+        const char* name;
+        std::int64_t counter;
+        int copied;
+        bool large, sampled, throttled;
+        const char* begins;
+    } rows[] = {
+        {"the general list's first", 0, 0, false, false, false, "If you accidentally"},
+        {"its second", 3, 0, false, false, false, "If a drive disconnects"},
+        {"index 4 wraps to 0", 12, 0, false, false, false, "If you accidentally"},
+        {"a damaged, negative counter", -3, 0, false, false, false, "Your backups resume"},
+        {"index 3 of all", 9, 5, true, true, true, "Large files"},
+        {"index 5 of all", 15, 5, true, true, true, "Quillstow slowed down"},
+        {"index 1 of a list of one", 3, 0, false, true, false, "A sample"},
+        {"index 2 of the three tips of a copy", 6, 1, false, false, false, "A unique fingerprint"},
+    };
+    for (const auto& row : rows) {
+        const auto tip = tipAt(row.counter, row.copied, row.large, row.sampled, row.throttled);
+        ASSERT_TRUE(tip) << row.name;
+        EXPECT_TRUE(tip->starts_with(row.begins)) << row.name << ": " << *tip;
+    }
 }
 
 }  // namespace

@@ -22,18 +22,6 @@ namespace {
 using namespace testing;
 namespace fs = std::filesystem;
 
-class SysfsTest : public ::testing::Test {
-  protected:
-    TemporaryFolder root;
-    fs::path supplies = root / "class/power_supply";
-    fs::path thermal = root / "class/thermal";
-
-    void supply(const std::string& name, const std::map<std::string, std::string>& values) {
-        for (const auto& [file, value] : values)
-            writeFile(supplies / name / file, value + "\n");
-    }
-};
-
 using Supplies = std::map<std::string, std::map<std::string, std::string>>;
 
 // Each row: the power supplies sysfs lists, and the battery the machine is judged by.
@@ -87,27 +75,29 @@ TEST(SysfsPower, FindsTheMachinesBatteryAndItsSource) {
     }
 }
 
-TEST_F(SysfsTest, TheReadingsOfALaptopOnItsBatteryPauseThePass) {
-    supply("BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "29"}});
+// The readings of the machine's sysfs reach the power gate: a battery below thirty percent, then a
+// zone past its critical trip, which comes first.
+TEST(SysfsPower, TheReadingsOfALaptopPauseThePassForItsBatteryThenForItsHeat) {
+    TemporaryFolder root;
+    for (const auto& [file, value] :
+         {std::pair{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "29"}})
+        writeFile(root / "class/power_supply/BAT0" / file, std::string(value) + "\n");
     LinuxPowerReadings readings(nullptr, root / "class");
     EXPECT_EQ(powerPauseReason(readings), "Battery at 29% — will resume when plugged in.");
-}
 
-TEST_F(SysfsTest, AZonePastItsCriticalTripIsCritical) {
-    const auto zone = [&](int number, const std::string& temp, const std::string& type,
-                          const std::string& limit) {
-        const fs::path folder = thermal / ("thermal_zone" + std::to_string(number));
+    const auto zone = [&](int number, const std::string& temp) {
+        const fs::path folder = root / "class/thermal" / ("thermal_zone" + std::to_string(number));
         writeFile(folder / "temp", temp + "\n");
         writeFile(folder / "trip_point_0_type", "passive\n");
         writeFile(folder / "trip_point_0_temp", "60000\n");
-        writeFile(folder / "trip_point_1_type", type + "\n");
-        writeFile(folder / "trip_point_1_temp", limit + "\n");
+        writeFile(folder / "trip_point_1_type", "critical\n");
+        writeFile(folder / "trip_point_1_temp", "105000\n");
     };
-    zone(0, "70000", "critical", "105000");
-    EXPECT_EQ(sysfs::thermalState(thermal), ThermalState::nominal) << "past a passive trip only";
-    zone(1, "105000", "critical", "105000");
-    EXPECT_EQ(sysfs::thermalState(thermal), ThermalState::critical);
-    LinuxPowerReadings readings(nullptr, root / "class");
+    zone(0, "70000");
+    EXPECT_EQ(sysfs::thermalState(root / "class/thermal"), ThermalState::nominal)
+        << "past a passive trip only";
+    zone(1, "105000");
+    EXPECT_EQ(sysfs::thermalState(root / "class/thermal"), ThermalState::critical);
     EXPECT_EQ(powerPauseReason(readings),
               "Your computer is running hot — will resume when it cools down.");
 }

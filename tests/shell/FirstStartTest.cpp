@@ -66,12 +66,11 @@ class FirstStartTest : public QObject {
 
   private slots:
     void aFirstStartLeadsThroughOnePairAndOnlyTheFirst();
-    void smartSetupTakesOnlyARequestThatFits_data();
     void smartSetupTakesOnlyARequestThatFits();
     void technicalLinesOfEachProfile_data();
     void technicalLinesOfEachProfile();
     void acceptingChangesWhatTheNextPassCopies();
-    void learnAndAboutShowTheirTextsAndTheBuildsVersion();
+    void aboutShowsTheBuildsVersionAndLearnReopensClosed();
 };
 
 void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
@@ -95,8 +94,6 @@ void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
         first.queue.advance(0.06);
         WelcomeWindow* welcome = first.welcome();
         QVERIFY(welcome && welcome->isVisible());
-        QCOMPARE(welcome->windowTitle(), QString("Welcome to Quillstow"));
-        QCOMPARE(welcome->size(), QSize(480, 380));
         saveShot(*welcome, "welcome-source.png");
         // Closed before the end: nothing stored.
         welcome->close();
@@ -109,8 +106,6 @@ void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
         WelcomeWindow* welcome = second.welcome();
         QVERIFY2(welcome && welcome->isVisible(), "shown again until the flow is finished");
         WelcomeModel& model = welcome->model();
-        QCOMPARE(welcome->findChild<QLabel*>("progress")->text(),
-                 QString("Step 1 of 4 — Choose a folder to protect"));
         QVERIFY(!welcome->mainButton()->isEnabled());
         QVERIFY(!welcome->backButton()->isVisible());
         // A dropped file is ignored and the step stays; a dropped folder is taken.
@@ -126,8 +121,7 @@ void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
         saveShot(*welcome, "welcome-source-chosen.png");
 
         welcome->mainButton()->click();
-        QCOMPARE(welcome->findChild<QLabel*>("progress")->text(),
-                 QString("Step 2 of 4 — Choose a backup destination"));
+        QCOMPARE(model.step(), WelcomeStep::pickDestination);
         QVERIFY(!welcome->mainButton()->isEnabled());
         QVERIFY2(visibleLabels(*welcome).contains("No external drives found."),
                  qPrintable(visibleLabels(*welcome).join(" | ")));
@@ -142,7 +136,6 @@ void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
         QVERIFY(welcome->mainButton()->isEnabled());
         saveShot(*welcome, "welcome-offsite.png");
         welcome->mainButton()->click();
-        QCOMPARE(welcome->mainButton()->text(), QString("Start Backing Up"));
         const QStringList confirm = visibleLabels(*welcome);
         QVERIFY2(confirm.contains("Ready to start.") && confirm.contains("Thesis") &&
                      confirm.filter("Offsite copy").isEmpty(),
@@ -168,52 +161,44 @@ void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
     }
 }
 
-void FirstStartTest::smartSetupTakesOnlyARequestThatFits_data() {
-    QTest::addColumn<QString>("spoiled");
-    QTest::addColumn<bool>("opens");
-    QTest::newRow("all four keys") << "" << true;
-    QTest::newRow("no pair id") << "pairId" << false;
-    QTest::newRow("pair id as text") << "pairId as text" << false;
-    QTest::newRow("no pair name") << "pairName" << false;
-    QTest::newRow("no profile") << "recommendedProfile" << false;
-    QTest::newRow("profile not a raw value") << "recommendedProfile video" << false;
-    QTest::newRow("profile as a number") << "recommendedProfile as number" << false;
-    QTest::newRow("bytes as text") << "approximateBytes as text" << false;
-    QTest::newRow("no bytes") << "approximateBytes" << false;
-}
-
 void FirstStartTest::smartSetupTakesOnlyARequestThatFits() {
-    QFETCH(QString, spoiled);
-    QFETCH(bool, opens);
     testing::TemporaryFolder settings;
     Start start(settings.path());
+    NotificationCenter& center = start.application.notificationCenter();
     const Uuid id = Uuid::random();
-    NotificationInfo info{{"pairId", id},
-                          {"pairName", std::string("Code")},
-                          {"recommendedProfile", std::string("developer")},
-                          {"approximateBytes", std::int64_t(3'400'000)}};
-    const QStringList words = spoiled.split(' ');
-    if (!spoiled.isEmpty()) {
-        const std::string key = words[0].toStdString();
-        if (words.size() == 1)
+    const NotificationInfo fits{{"pairId", id},
+                                {"pairName", std::string("Code")},
+                                {"recommendedProfile", std::string("developer")},
+                                {"approximateBytes", std::int64_t(3'400'000)}};
+    // One key left out (no value) or of another kind: no window.
+    const std::tuple<const char*, const char*, std::optional<NotificationValue>> spoiled[] = {
+        {"no pair id", "pairId", std::nullopt},
+        {"pair id as text", "pairId", std::string("x")},
+        {"no pair name", "pairName", std::nullopt},
+        {"no profile", "recommendedProfile", std::nullopt},
+        {"profile not a raw value", "recommendedProfile", std::string("video")},
+        {"profile as a number", "recommendedProfile", std::int64_t(2)},
+        {"bytes as text", "approximateBytes", std::string("x")},
+        {"no bytes", "approximateBytes", std::nullopt},
+    };
+    for (const auto& [name, key, value] : spoiled) {
+        NotificationInfo info = fits;
+        if (value) {
+            info[key] = *value;
+        } else {
             info.erase(key);
-        else if (words[1] == "video")
-            info[key] = std::string("video");
-        else if (words[1] == "as" && words[2] == "text")
-            info[key] = std::string("x");
-        else
-            info[key] = std::int64_t(2);
+        }
+        center.post("io.quillstow.profileSuggested", info);
+        QVERIFY2(!start.tray.profileSuggestionWindow(), name);
     }
-    start.application.notificationCenter().post("io.quillstow.profileSuggested", info);
-    QCOMPARE(start.tray.profileSuggestionWindow() != nullptr, opens);
-    if (!opens) return;
+    center.post("io.quillstow.profileSuggested", fits);
     auto* window = qobject_cast<ProfileSuggestionWindow*>(start.tray.profileSuggestionWindow());
-    QCOMPARE(window->windowTitle(), QString("Smart setup"));
-    QCOMPARE(window->size(), QSize(460, 360));
+    QVERIFY(window);
     // A second offer while it shows brings the same window forward, with the first pair.
-    info["pairName"] = std::string("Other");
-    info["pairId"] = Uuid::random();
-    start.application.notificationCenter().post("io.quillstow.profileSuggested", info);
+    NotificationInfo other = fits;
+    other["pairName"] = std::string("Other");
+    other["pairId"] = Uuid::random();
+    center.post("io.quillstow.profileSuggested", other);
     QCOMPARE(start.tray.profileSuggestionWindow(), window);
     QCOMPARE(window->suggestion().pairId, id);
 }
@@ -277,7 +262,6 @@ void FirstStartTest::acceptingChangesWhatTheNextPassCopies() {
     QVERIFY(!window.findChild<QWidget*>("technical")->isVisible());
     window.technicalDetailsButton()->click();
     QVERIFY(window.findChild<QWidget*>("technical")->isVisible());
-    QCOMPARE(window.technicalDetailsButton()->text(), QString("Hide technical details"));
     saveShot(window, "smart-setup.png");
     window.acceptButton()->click();
     QVERIFY(!window.isVisible());
@@ -297,7 +281,7 @@ void FirstStartTest::acceptingChangesWhatTheNextPassCopies() {
     h.settle();
 }
 
-void FirstStartTest::learnAndAboutShowTheirTextsAndTheBuildsVersion() {
+void FirstStartTest::aboutShowsTheBuildsVersionAndLearnReopensClosed() {
     testing::TemporaryFolder settings;
     Start start(settings.path());
     start.tray.openAbout();
@@ -314,14 +298,6 @@ void FirstStartTest::learnAndAboutShowTheirTextsAndTheBuildsVersion() {
     for (QWidget* window : QApplication::topLevelWidgets())
         if (window->isVisible() && window->objectName() == "learnWindow") learn = window;
     QVERIFY(learn);
-    QCOMPARE(learn->windowTitle(), QString("How Quillstow Works"));
-    QCOMPARE(learn->size(), QSize(400, 520));
-    const QStringList shown = visibleLabels(*learn);
-    QVERIFY2(shown.contains("How Quillstow Keeps Your Files Safe") &&
-                 shown.contains("Tap any topic to learn more.") &&
-                 shown.contains("Backups never slow down your computer."),
-             qPrintable(shown.join(" | ")));
-    QCOMPARE(learn->findChildren<QFrame*>("row").size(), 9);
     QFrame* first = learn->findChildren<QFrame*>("row").first();
     QTest::mouseClick(first, Qt::LeftButton);
     QVERIFY(first->findChild<QLabel*>("explanation")->isVisible());

@@ -113,20 +113,16 @@ void UpdateTest::comparesVersions_data() {
     QTest::addColumn<QString>("a");
     QTest::addColumn<QString>("b");
     QTest::addColumn<int>("order");
-    QTest::newRow("equal") << "0.1.0"
-                           << "0.1.0" << 0;
-    QTest::newRow("a missing part is 0") << "1.2"
-                                         << "1.2.0" << 0;
-    QTest::newRow("numbers, not text") << "0.10.0"
-                                       << "0.9.0" << 1;
-    QTest::newRow("major wins") << "1.0"
-                                << "0.99.99" << 1;
-    QTest::newRow("older") << "0.0.9"
-                           << "0.1.0" << -1;
-    QTest::newRow("a pre-release ranks below") << "1.0-rc1"
-                                               << "1.0" << -1;
-    QTest::newRow("pre-releases by their text") << "1.0-rc2"
-                                                << "1.0-rc1" << 1;
+    const auto row = [](const char* name, QString a, QString b, int order) {
+        QTest::newRow(name) << a << b << order;
+    };
+    row("equal", "0.1.0", "0.1.0", 0);
+    row("a missing part is 0", "1.2", "1.2.0", 0);
+    row("numbers, not text", "0.10.0", "0.9.0", 1);
+    row("major wins", "1.0", "0.99.99", 1);
+    row("older", "0.0.9", "0.1.0", -1);
+    row("a pre-release ranks below", "1.0-rc1", "1.0", -1);
+    row("pre-releases by their text", "1.0-rc2", "1.0-rc1", 1);
 }
 
 void UpdateTest::comparesVersions() {
@@ -141,18 +137,19 @@ void UpdateTest::readsOnlyFromSecureAddresses_data() {
     QTest::addColumn<QString>("url");
     QTest::addColumn<bool>("loopbackAllowed");
     QTest::addColumn<bool>("allowed");
-    QTest::newRow("https") << "https://quillstow.io/feed.json" << false << true;
-    QTest::newRow("https with a port") << "https://quillstow.io:8443/f" << false << true;
-    QTest::newRow("http anywhere") << "http://quillstow.io/feed.json" << true << false;
-    QTest::newRow("http on the loopback, not allowed")
-        << "http://127.0.0.1:8080/f" << false << false;
-    QTest::newRow("http on the loopback, in tests") << "http://127.0.0.1:8080/f" << true << true;
-    QTest::newRow("http on IPv6 loopback, in tests") << "http://[::1]:8080/f" << true << true;
-    QTest::newRow("a name that only starts like it")
-        << "http://127.0.0.1.evil.io/f" << true << false;
-    QTest::newRow("user part hiding the host") << "http://127.0.0.1@evil.io/f" << true << false;
-    QTest::newRow("file") << "file:///etc/passwd" << true << false;
-    QTest::newRow("no host") << "https:///feed" << false << false;
+    const auto row = [](const char* name, QString url, bool loopbackAllowed, bool allowed) {
+        QTest::newRow(name) << url << loopbackAllowed << allowed;
+    };
+    row("https", "https://quillstow.io/feed.json", false, true);
+    row("https with a port", "https://quillstow.io:8443/f", false, true);
+    row("http anywhere", "http://quillstow.io/feed.json", true, false);
+    row("http on the loopback, not allowed", "http://127.0.0.1:8080/f", false, false);
+    row("http on the loopback, in tests", "http://127.0.0.1:8080/f", true, true);
+    row("http on IPv6 loopback, in tests", "http://[::1]:8080/f", true, true);
+    row("a name that only starts like it", "http://127.0.0.1.evil.io/f", true, false);
+    row("user part hiding the host", "http://127.0.0.1@evil.io/f", true, false);
+    row("file", "file:///etc/passwd", true, false);
+    row("no host", "https:///feed", false, false);
 }
 
 void UpdateTest::readsOnlyFromSecureAddresses() {

@@ -17,37 +17,33 @@ class VirtualMainQueueTest : public ::testing::Test {
     std::vector<std::string> ran;
 };
 
+// In order of due time, then of posting, the clock at each due time; cancelled work never, and
+// what work posts in the same advance.
 TEST_F(VirtualMainQueueTest, RunsDelayedWorkInOrderOfDueTimeThenOfPosting) {
-    queue.postDelayed(2.0, [&] { ran.push_back("b@" + std::to_string(int(clock.now()))); });
-    queue.postDelayed(1.0, [&] { ran.push_back("a@" + std::to_string(int(clock.now()))); });
-    queue.postDelayed(2.0, [&] { ran.push_back("c@" + std::to_string(int(clock.now()))); });
-    queue.advance(1.999);
-    EXPECT_EQ(ran, (std::vector<std::string>{"a@101"}));
-    queue.advance(0.001);
-    EXPECT_EQ(ran, (std::vector<std::string>{"a@101", "b@102", "c@102"}));
-    EXPECT_DOUBLE_EQ(clock.now(), 102.0);
-}
-
-TEST_F(VirtualMainQueueTest, CancelledWorkNeverRuns) {
-    DelayedWork first = queue.postDelayed(0.5, [&] { ran.push_back("first"); });
-    queue.postDelayed(0.5, [&] { ran.push_back("second"); });
-    EXPECT_EQ(queue.scheduledCount(), 2u);
-    first.cancel();
-    EXPECT_EQ(queue.scheduledCount(), 1u);
-    queue.advance(10);
-    EXPECT_EQ(ran, (std::vector<std::string>{"second"}));
-    first.cancel();  // after the fact: nothing happens
-}
-
-TEST_F(VirtualMainQueueTest, WorkPostedByWorkRunsInTheSameAdvance) {
-    queue.postDelayed(1.0, [&] {
-        queue.post([&] { ran.push_back("posted"); });
-        queue.postDelayed(0.5, [&] { ran.push_back("chained@" + std::to_string(clock.now())); });
+    const auto record = [&](std::string name) {
+        return [&, name] { ran.push_back(name + "@" + std::to_string(clock.now())); };
+    };
+    queue.postDelayed(2.0, record("b"));
+    queue.postDelayed(1.0, [&, record] {
+        record("a")();
+        queue.post(record("posted"));
+        queue.postDelayed(0.5, record("chained"));
     });
-    queue.advance(1.5);
-    ASSERT_EQ(ran.size(), 2u);
-    EXPECT_EQ(ran[0], "posted");
-    EXPECT_EQ(ran[1], "chained@" + std::to_string(101.5));
+    queue.postDelayed(2.0, record("c"));
+    DelayedWork cancelled = queue.postDelayed(0.5, record("cancelled"));
+    EXPECT_EQ(queue.scheduledCount(), 4u);
+    cancelled.cancel();
+    EXPECT_EQ(queue.scheduledCount(), 3u);
+    queue.advance(1.999);
+    EXPECT_EQ(ran.size(), 3u);
+    queue.advance(0.001);
+    cancelled.cancel();  // after the fact: nothing happens
+    const auto at = [](const char* name, double time) {
+        return name + ("@" + std::to_string(time));
+    };
+    EXPECT_EQ(ran, (std::vector<std::string>{at("a", 101), at("posted", 101), at("chained", 101.5),
+                                             at("b", 102), at("c", 102)}));
+    EXPECT_DOUBLE_EQ(clock.now(), 102.0);
 }
 
 TEST_F(VirtualMainQueueTest, WorkFromAnotherThreadRunsOnTheMainThread) {

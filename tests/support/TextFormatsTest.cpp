@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::chrono;
 
-TEST(Dates, WriteUtcToTheSecondAndReadWhatTheyWroteAndOffsets) {
+TEST(Dates, WriteUtcToTheSecondAndReadWhatTheyWroteAndOffsetsAndNothingElse) {
     const Date date = sys_days{2024y / February / 29} + 23h + 59min + 58s;
     EXPECT_EQ(dates::formatISO8601(date + 999ms), "2024-02-29T23:59:58Z") << "fractions are cut";
     EXPECT_EQ(dates::formatISO8601(Date{} - 1ns), "1969-12-31T23:59:59Z");
@@ -26,9 +26,7 @@ TEST(Dates, WriteUtcToTheSecondAndReadWhatTheyWroteAndOffsets) {
     EXPECT_TRUE(dates::parseISO8601("1678-01-01T00:00:00Z"));
     EXPECT_EQ(dates::formatISO8601(*dates::parseISO8601("2262-01-01T00:00:00Z")),
               "2262-01-01T00:00:00Z");
-}
 
-TEST(Dates, RefusesAnythingElse) {
     for (const char* text :
          {"", "2024-02-30T00:00:00Z", "2023-02-29T00:00:00Z", "2024-13-01T00:00:00Z",
           "2024-01-01T24:00:00Z", "2024-01-01T00:60:00Z", "2024-01-01T00:00:00",
@@ -55,7 +53,7 @@ TEST(Uuids, AreUpperCaseCanonicalReadInEitherCaseAndRefuseMalformedText) {
     }
 }
 
-TEST(FileUrls, EncodeWhatAPathMayHoldAndDecodeItBack) {
+TEST(FileUrls, EncodeWhatAPathMayHoldDecodeItBackAndRefuseRelativeRemoteAndBrokenOnes) {
     EXPECT_EQ(fileurls::fromPath("/Volumes/Drive/Projects/"), "file:///Volumes/Drive/Projects/");
     EXPECT_EQ(fileurls::fromPath("/My Drive/100%/a#b?c"), "file:///My%20Drive/100%25/a%23b%3Fc");
     EXPECT_EQ(fileurls::fromPath("/Fotos/Zürich"), "file:///Fotos/Z%C3%BCrich");
@@ -67,9 +65,7 @@ TEST(FileUrls, EncodeWhatAPathMayHoldAndDecodeItBack) {
     }
     EXPECT_EQ(fileurls::toPath("file://localhost/tmp/x"), std::filesystem::path("/tmp/x"));
     EXPECT_EQ(fileurls::toPath("file:///tmp/%7e"), std::filesystem::path("/tmp/~"));
-}
 
-TEST(FileUrls, RefuseRelativeRemoteAndBrokenUrls) {
     using namespace std::string_literals;
     for (const std::string& url : std::vector<std::string>{
              ""s, "/tmp/x"s, "tmp/x", "file:tmp/x", "file://server/share", "http://example.com/x",

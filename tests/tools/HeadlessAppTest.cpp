@@ -60,6 +60,18 @@ fs::path settingsWithPair(const fs::path& root, const fs::path& source, const fs
     return settings;
 }
 
+ConfigFile savedSettings(const fs::path& settings) {
+    return configFileFromJson(json::read(readFile(settings / "config.json")));
+}
+
+// SIGTERM, as the session sends at logout; answers the wait status.
+int stopped(pid_t child) {
+    int status = 0;
+    EXPECT_EQ(::kill(child, SIGTERM), 0);
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return status;
+}
+
 std::vector<std::string> loggedMessages(const fs::path& settings) {
     std::vector<std::string> messages;
     try {
@@ -90,9 +102,7 @@ TEST(HeadlessApp, ASourceMissingAtTheStartGetsItsPassAndIsBackedUpOnceItIsThere)
     fs::rename(root / "draft", source / "notes.txt");
     EXPECT_TRUE(eventually(
         [&] { return readIfThere(root / "Drive/Quillstow/Projects/notes.txt") == "notes"; }));
-    ASSERT_EQ(::kill(child, SIGTERM), 0);
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    stopped(child);
 }
 
 TEST(HeadlessApp, AStopDuringAPassWithTriggersWaitingEndsWithinTwoSeconds) {
@@ -117,13 +127,11 @@ TEST(HeadlessApp, AStopDuringAPassWithTriggersWaitingEndsWithinTwoSeconds) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2300));
     }
     const auto stopping = std::chrono::steady_clock::now();
-    ASSERT_EQ(::kill(child, SIGTERM), 0);
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    const int status = stopped(child);
     EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(2));
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     EXPECT_LT(copied(), 1500) << "the pass was still going";
-    EXPECT_EQ(configFileFromJson(json::read(readFile(settings / "config.json"))).pairs.size(), 1u);
+    EXPECT_EQ(savedSettings(settings).pairs.size(), 1u);
 }
 
 TEST(HeadlessApp, BacksUpARealPairHearsAChangeAndStopsCleanly) {
@@ -131,8 +139,7 @@ TEST(HeadlessApp, BacksUpARealPairHearsAChangeAndStopsCleanly) {
     writeFile(root / "Projects/notes.txt", "first notes");
     writeFile(root / "Projects/film/cut.txt", "the cut");
     const fs::path settings = settingsWithPair(root.path(), root / "Projects", root / "Drive");
-    const Uuid pairId =
-        configFileFromJson(json::read(readFile(settings / "config.json"))).pairs.at(0).id;
+    const Uuid pairId = savedSettings(settings).pairs.at(0).id;
     const pid_t child = startProcess({program});
     ASSERT_GT(child, 0);
     const fs::path mirror = root / "Drive/Quillstow/Projects";
@@ -147,19 +154,12 @@ TEST(HeadlessApp, BacksUpARealPairHearsAChangeAndStopsCleanly) {
     fs::rename(root / "draft", root / "Projects/notes.txt");
     EXPECT_TRUE(eventually([&] { return readIfThere(mirror / "notes.txt") == "second notes"; }));
     // The pair is recorded once that pass has been through.
-    EXPECT_TRUE(eventually([&] {
-        return configFileFromJson(json::read(readFile(settings / "config.json")))
-                   .pairs.at(0)
-                   .lastBackupFileCount == 1;
-    }));
+    EXPECT_TRUE(
+        eventually([&] { return savedSettings(settings).pairs.at(0).lastBackupFileCount == 1; }));
 
-    ASSERT_EQ(::kill(child, SIGTERM), 0);
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
-
-    const ConfigFile saved = configFileFromJson(json::read(readFile(settings / "config.json")));
+    const int status = stopped(child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    const ConfigFile saved = savedSettings(settings);
     ASSERT_EQ(saved.pairs.size(), 1u);
     EXPECT_EQ(saved.pairs[0].lastBackupFileCount, 1) << "the last pass copied the saved file";
     const auto events = eventLogFromJson(json::read(readFile(settings / "backup-log.json")));

@@ -159,66 +159,17 @@ QWidget* FilingWindow::reviewPage() {
     projectTitle_ = titled(wrapped());
     projectTitle_->setObjectName("projectTitle");
     column->addWidget(projectTitle_);
-
-    warnings_ = new QWidget;
-    warnings_->setObjectName("warnings");
-    auto* warningColumn = new QVBoxLayout(warnings_);
-    warningColumn->setContentsMargins(0, 6, 0, 0);
-    warningColumn->addWidget(sectionHeading(texts::worthALook));
-    warningLines_ = wrapped();
-    warningLines_->setObjectName("warningLines");
-    warningColumn->addWidget(warningLines_);
-    warningColumn->addWidget(secondary(wrapped(QString::fromUtf8(texts::fileAnyway))));
-    column->addWidget(warnings_);
-
+    column->addWidget(warningsBox());
     column->addSpacing(6);
     column->addWidget(sectionHeading(texts::fileItAs));
-    auto* form = new QFormLayout;
-    name_ = new QLineEdit;
-    name_->setObjectName("name");
-    connect(name_, &QLineEdit::textEdited, this,
-            [this](const QString& typed) { model_->setName(typed.toStdString()); });
-    year_ = new QSpinBox;
-    year_->setObjectName("year");
-    // Plain digits, 1990 to 2100: anything else isn't taken, and the year keeps its value.
-    year_->setRange(PromoteViewModel::earliestTypedYear, PromoteViewModel::latestTypedYear);
-    year_->setGroupSeparatorShown(false);
-    year_->setButtonSymbols(QAbstractSpinBox::NoButtons);
-    year_->setFixedWidth(80);
-    connect(year_, &QSpinBox::valueChanged, this, [this](int year) { model_->setYear(year); });
-    form->addRow(QString::fromUtf8(texts::filingNameLabel), name_);
-    form->addRow(QString::fromUtf8(texts::filingYearLabel), year_);
-    column->addLayout(form);
-
+    column->addLayout(nameAndYearForm());
     column->addSpacing(6);
     column->addWidget(sectionHeading(texts::archiveFolder));
-    auto* archiveRow = new QHBoxLayout;
-    auto* archivePath = new ElidedLabel;
-    archivePath_ = archivePath;
-    archivePath_->setObjectName("archivePath");
-    archiveButton_ = button(texts::chooseArchiveButton, "chooseArchive");
-    connect(archiveButton_, &QPushButton::clicked, this, &FilingWindow::pickArchive);
-    archiveRow->addWidget(archivePath_, 1);
-    archiveRow->addWidget(archiveButton_);
-    column->addLayout(archiveRow);
+    column->addLayout(archiveRow());
     goesTo_ = dimmed(new ElidedLabel);
     goesTo_->setObjectName("goesTo");
     column->addWidget(goesTo_);
-
-    // A box with its sentence beside it, wrapped: a check box's own text never wraps.
-    tidyUpRow_ = new QWidget;
-    auto* tidyUpLayout = new QHBoxLayout(tidyUpRow_);
-    tidyUpLayout->setContentsMargins(0, 4, 0, 0);
-    tidyUp_ = new QCheckBox;
-    tidyUp_->setObjectName("tidyUp");
-    connect(tidyUp_, &QCheckBox::toggled, this,
-            [this](bool remove) { model_->setRemoveRebuildable(remove); });
-    auto* sentence = new ClickableLabel([this] { tidyUp_->toggle(); });
-    tidyUpLabel_ = sentence;
-    tidyUpLabel_->setObjectName("tidyUpLabel");
-    tidyUpLayout->addWidget(tidyUp_, 0, Qt::AlignTop);
-    tidyUpLayout->addWidget(tidyUpLabel_, 1);
-    column->addWidget(tidyUpRow_);
+    column->addWidget(tidyUpBox());
     column->addStretch();
 
     auto* scroll = new QScrollArea;
@@ -242,6 +193,67 @@ QWidget* FilingWindow::reviewPage() {
     buttons->setContentsMargins(24, 8, 24, 20);
     layout->addLayout(buttons);
     return page;
+}
+
+QWidget* FilingWindow::warningsBox() {
+    warnings_ = new QWidget;
+    warnings_->setObjectName("warnings");
+    auto* warningColumn = new QVBoxLayout(warnings_);
+    warningColumn->setContentsMargins(0, 6, 0, 0);
+    warningColumn->addWidget(sectionHeading(texts::worthALook));
+    warningLines_ = wrapped();
+    warningLines_->setObjectName("warningLines");
+    warningColumn->addWidget(warningLines_);
+    warningColumn->addWidget(secondary(wrapped(QString::fromUtf8(texts::fileAnyway))));
+    return warnings_;
+}
+
+QFormLayout* FilingWindow::nameAndYearForm() {
+    auto* form = new QFormLayout;
+    name_ = new QLineEdit;
+    name_->setObjectName("name");
+    connect(name_, &QLineEdit::textEdited, this,
+            [this](const QString& typed) { model_->setName(typed.toStdString()); });
+    year_ = new QSpinBox;
+    year_->setObjectName("year");
+    // Plain digits, 1990 to 2100: anything else isn't taken, and the year keeps its value.
+    year_->setRange(PromoteViewModel::earliestTypedYear, PromoteViewModel::latestTypedYear);
+    year_->setGroupSeparatorShown(false);
+    year_->setButtonSymbols(QAbstractSpinBox::NoButtons);
+    year_->setFixedWidth(80);
+    connect(year_, &QSpinBox::valueChanged, this, [this](int year) { model_->setYear(year); });
+    form->addRow(QString::fromUtf8(texts::filingNameLabel), name_);
+    form->addRow(QString::fromUtf8(texts::filingYearLabel), year_);
+    return form;
+}
+
+QHBoxLayout* FilingWindow::archiveRow() {
+    auto* row = new QHBoxLayout;
+    auto* archivePath = new ElidedLabel;
+    archivePath_ = archivePath;
+    archivePath_->setObjectName("archivePath");
+    archiveButton_ = button(texts::chooseArchiveButton, "chooseArchive");
+    connect(archiveButton_, &QPushButton::clicked, this, &FilingWindow::pickArchive);
+    row->addWidget(archivePath_, 1);
+    row->addWidget(archiveButton_);
+    return row;
+}
+
+// A box with its sentence beside it, wrapped: a check box's own text never wraps.
+QWidget* FilingWindow::tidyUpBox() {
+    tidyUpRow_ = new QWidget;
+    auto* tidyUpLayout = new QHBoxLayout(tidyUpRow_);
+    tidyUpLayout->setContentsMargins(0, 4, 0, 0);
+    tidyUp_ = new QCheckBox;
+    tidyUp_->setObjectName("tidyUp");
+    connect(tidyUp_, &QCheckBox::toggled, this,
+            [this](bool remove) { model_->setRemoveRebuildable(remove); });
+    auto* sentence = new ClickableLabel([this] { tidyUp_->toggle(); });
+    tidyUpLabel_ = sentence;
+    tidyUpLabel_->setObjectName("tidyUpLabel");
+    tidyUpLayout->addWidget(tidyUp_, 0, Qt::AlignTop);
+    tidyUpLayout->addWidget(tidyUpLabel_, 1);
+    return tidyUpRow_;
 }
 
 QWidget* FilingWindow::filingPage() {

@@ -19,6 +19,8 @@
 #include "archive/PromoteViewModel.hpp"
 
 class QCheckBox;
+class QFormLayout;
+class QHBoxLayout;
 class QLabel;
 class QLineEdit;
 class QProgressBar;
@@ -52,6 +54,10 @@ class FilingWindow : public QWidget {
   private:
     QWidget* choosePage();
     QWidget* reviewPage();
+    QWidget* warningsBox();
+    QFormLayout* nameAndYearForm();
+    QHBoxLayout* archiveRow();
+    QWidget* tidyUpBox();
     QWidget* filingPage();
     QWidget* finishedPage();
     void refresh();

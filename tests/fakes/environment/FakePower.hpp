@@ -38,11 +38,6 @@ class FakePower final : public PowerReadings {
         std::lock_guard lock(mutex_);
         battery_ = std::move(battery);
     }
-    // A battery at current/max, with the power source's words, or none when `state` is null.
-    void setBattery(std::int64_t current, std::int64_t max, const char* state) {
-        setBattery(BatteryDescription{current, max,
-                                      state ? std::optional<std::string>(state) : std::nullopt});
-    }
 
   private:
     mutable std::mutex mutex_;

@@ -1,5 +1,6 @@
 #include "app/Application.hpp"
 
+#include "app/AllocatorTuning.hpp"
 #include "environment/NestingMigration.hpp"
 #include "platform/GioMounter.hpp"
 #include "platform/InotifyWatcher.hpp"
@@ -10,6 +11,8 @@ Application::Application(MainQueue& mainQueue, const std::filesystem::path& sett
     : mainQueue_(mainQueue),
       defaults_(settingsFolder / "defaults.json"),
       configStore_(std::make_shared<ConfigStore>(settingsFolder, mainQueue, defaults_)) {
+    // Before any pass: the thresholds hold for every arena from then on.
+    tuneAllocatorForLongIdles();
     services_ = std::make_unique<BackupServices>(BackupServices{
         .mainQueue = mainQueue_,
         .wallClock = wallClock_,

@@ -17,7 +17,9 @@ namespace fs = std::filesystem;
 namespace {
 
 // The allocator keeps what a run freed for the next allocation; a run's plan and hash database
-// are most of what the program ever holds, and between runs it idles for hours.
+// are most of what the program ever holds, and between runs it idles for hours. The trim gives
+// back the free pages inside every arena; an arena's free top goes back by itself only where the
+// program fixed the allocator's thresholds (app/AllocatorTuning).
 void returnFreedMemory() {
     ::malloc_trim(0);
 }

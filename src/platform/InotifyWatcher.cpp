@@ -82,45 +82,58 @@ InotifyWatcher::~InotifyWatcher() {
     stopWatching();
 }
 
-InotifyWatcher::AddResult InotifyWatcher::addWatch(const std::string& folder, bool followsLink) {
+InotifyWatcher::Added InotifyWatcher::addWatch(const std::string& folder, int parent,
+                                               std::string_view name, bool followsLink) {
     const int watch = ::inotify_add_watch(inotify_, folder.c_str(),
                                           watchMask | (followsLink ? 0 : IN_DONT_FOLLOW));
-    if (watch < 0) return errno == ENOSPC ? AddResult::limitReached : AddResult::failed;
-    folders_[watch] = folder;
-    return AddResult::added;
+    if (watch < 0) return {errno == ENOSPC ? AddResult::limitReached : AddResult::failed};
+    folders_.add(watch, parent, name);
+    return {AddResult::added, watch};
 }
 
-InotifyWatcher::AddResult InotifyWatcher::watchTree(const std::string& folder, bool followsLink) {
-    AddResult result = addWatch(folder, followsLink);
-    if (result != AddResult::added) return result;
+InotifyWatcher::Added InotifyWatcher::watchTree(const std::string& folder, int parent,
+                                                std::string_view name, bool followsLink) {
+    const Added top = addWatch(folder, parent, name, followsLink);
+    if (top.result != AddResult::added) return top;
+    AddResult result = AddResult::added;
+    // The watches of the folders on the way down to the entry visited, each with the length of
+    // its relative path and a slash: the walk goes into a folder right after visiting it.
+    std::vector<std::pair<std::size_t, int>> above{{0, top.watch}};
     walkTree(folder, WalkDetail::typeOnly, [&](const WalkEntry& entry) {
         if (result == AddResult::limitReached || !entry.info.isDirectory() ||
             skippedFolders().isExcluded(entry.name, true)) {
             return false;
         }
+        const std::size_t holderLength = entry.relativePath.size() - entry.name.size();
+        while (above.size() > 1 && above.back().first != holderLength)
+            above.pop_back();
+        const Added added =
+            addWatch(folder + "/" + entry.relativePath, above.back().second, entry.name, false);
         // A folder that vanished or can't be read meanwhile is passed over.
-        if (addWatch(folder + "/" + entry.relativePath, false) == AddResult::limitReached) {
-            result = AddResult::limitReached;
+        if (added.result != AddResult::added) {
+            if (added.result == AddResult::limitReached) result = AddResult::limitReached;
+            return false;
         }
-        return result != AddResult::limitReached;
+        above.emplace_back(entry.relativePath.size() + 1, added.watch);
+        return true;
     });
-    return result;
+    return {result, top.watch};
 }
 
 InotifyWatcher::AddResult InotifyWatcher::watchSource() {
     // The source itself may be reached through a link; nothing below it is followed.
-    const AddResult result = watchTree(root_, true);
-    if (result == AddResult::failed) return result;
-    for (const auto& [watch, folder] : folders_) {
-        if (folder == root_) rootWatch_ = watch;
-    }
+    const Added source = watchTree(root_, WatchedFolders::noParent, root_, true);
+    if (source.result == AddResult::failed) return source.result;
+    rootWatch_ = source.watch;
+    // A set-up over many folders leaves room for as many again in the table.
+    folders_.shrinkToFit();
     struct stat status {};
     if (::stat(root_.c_str(), &status) == 0) {
         rootDevice_ = status.st_dev;
         rootInode_ = status.st_ino;
     }
     isWatchingSource_ = true;
-    return result;
+    return source.result;
 }
 
 bool InotifyWatcher::watchNearestFolderAbove() {
@@ -151,7 +164,7 @@ InotifyWatcher::AddResult InotifyWatcher::attach() {
 }
 
 void InotifyWatcher::detach() {
-    for (const auto& [watch, folder] : folders_)
+    for (const int watch : folders_.watches())
         (void)::inotify_rm_watch(inotify_, watch);
     folders_.clear();
     if (ancestorWatch_ >= 0) (void)::inotify_rm_watch(inotify_, ancestorWatch_);
@@ -255,7 +268,8 @@ bool InotifyWatcher::handleEvent(const inotify_event& event) {
         // folder already watched keeps its watch.
         if (!isWatchingSource_ || !isTheWatchedSource()) {
             followTheSource();
-        } else if (watchTree(root_) == AddResult::limitReached) {
+        } else if (watchTree(root_, WatchedFolders::noParent, root_).result ==
+                   AddResult::limitReached) {
             logLimitReached();
         }
         return true;
@@ -273,16 +287,19 @@ bool InotifyWatcher::handleEvent(const inotify_event& event) {
         return true;
     }
     if (event.mask & IN_IGNORED) {
-        folders_.erase(event.wd);
+        folders_.remove(event.wd);
         return false;
     }
-    const auto folder = folders_.find(event.wd);
-    if (folder == folders_.end()) return false;
+    if (!folders_.contains(event.wd)) return false;
     const bool isNewFolder =
         (event.mask & IN_ISDIR) && (event.mask & (IN_CREATE | IN_MOVED_TO)) && event.len > 0;
-    if (isNewFolder && !skippedFolders().isExcluded(event.name, true) &&
-        watchTree(folder->second + "/" + event.name) == AddResult::limitReached) {
-        logLimitReached();
+    if (isNewFolder && !skippedFolders().isExcluded(event.name, true)) {
+        // A folder above that went meanwhile leaves no path to it; its removal is heard.
+        const auto holder = folders_.pathOf(event.wd);
+        if (holder && watchTree(*holder + "/" + event.name, event.wd, event.name).result ==
+                          AddResult::limitReached) {
+            logLimitReached();
+        }
     }
     return countsAsChange(event.mask, isRoot);
 }

@@ -23,9 +23,9 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <unordered_map>
 
 #include "copy/FileWatcher.hpp"
+#include "platform/WatchedFolders.hpp"
 #include "support/MainQueue.hpp"
 
 namespace quillstow {
@@ -63,10 +63,17 @@ class InotifyWatcher final : public FileWatcher {
     };
 
     enum class AddResult { added, limitReached, failed };
-    // Links are followed for the source itself only.
-    AddResult addWatch(const std::string& folder, bool followsLink);
-    // Watches `folder` and every folder below it that isn't left out.
-    AddResult watchTree(const std::string& folder, bool followsLink = false);
+    struct Added {
+        AddResult result;
+        int watch = -1;
+    };
+    // Watches `folder`, which is `name` in the folder of the watch `parent` (the source: its
+    // whole path, and no parent). Links are followed for the source itself only.
+    Added addWatch(const std::string& folder, int parent, std::string_view name, bool followsLink);
+    // Watches `folder` and every folder below it that isn't left out: the watch of `folder`, and
+    // `limitReached` when some of those below are left without one.
+    Added watchTree(const std::string& folder, int parent, std::string_view name,
+                    bool followsLink = false);
     // Watches the source and its folders if it is there, else the nearest folder above it.
     // `added` when the source is watched (limitReached: in part).
     AddResult attach();
@@ -97,7 +104,7 @@ class InotifyWatcher final : public FileWatcher {
     int rootWatch_ = -1;
     dev_t rootDevice_ = 0;
     ino_t rootInode_ = 0;
-    std::unordered_map<int, std::string> folders_;
+    WatchedFolders folders_;
     // While the source isn't there: the folder above it that is, and the name below it that
     // leads on to the source.
     int ancestorWatch_ = -1;

@@ -186,6 +186,39 @@ TEST_F(InotifyWatcherTest, HearsWhatCountsInEveryFolderAndFollowsTheSourcesPath)
            [](const fs::path&, const fs::path& source) { writeFile(source / "app/main.js", "x"); },
            1}},
          {"later/on/source/app/node_modules/lib", "later/on/source/.git/objects"}},
+        {"folders made below a folder that moved, at its new path",
+         true,
+         {{"moved",
+           [](const fs::path&, const fs::path& source) {
+               fs::rename(source / "projects", source / "archive");
+           },
+           some},
+          {"a folder made two below it",
+           [](const fs::path&, const fs::path& source) {
+               fs::create_directories(source / "archive/film/cuts/new");
+           },
+           some},
+          {"a file in that",
+           [](const fs::path&, const fs::path& source) {
+               writeFile(source / "archive/film/cuts/new/take.mov", "x");
+           },
+           1},
+          {"moved again, to another depth",
+           [](const fs::path&, const fs::path& source) {
+               fs::rename(source / "archive/film", source / "film");
+           },
+           some},
+          {"a folder made in what moved",
+           [](const fs::path&, const fs::path& source) {
+               fs::create_directories(source / "film/cuts/new/later");
+           },
+           some},
+          {"a file in that",
+           [](const fs::path&, const fs::path& source) {
+               writeFile(source / "film/cuts/new/later/take.mov", "x");
+           },
+           1}},
+         {"later/on/source/projects/film/cuts"}},
         {"missing at the start, folders above it too", false, {madeAgain, aFileInIt}},
         {"removed and made again",
          true,
@@ -241,6 +274,25 @@ TEST_F(InotifyWatcherTest, HearsWhatCountsInEveryFolderAndFollowsTheSourcesPath)
                 queue.runUntil([&] { return follower.isWatching() == step.watchesAfter; }, 10));
         }
     }
+}
+
+TEST_F(InotifyWatcherTest, AChangeInEveryOneOfManyFoldersIsHeard) {
+    std::vector<fs::path> folders{source, source / "deep/er/and/deeper/still"};
+    for (int top = 0; top < 20; ++top) {
+        const fs::path topFolder = source / ("t" + std::to_string(top));
+        folders.push_back(topFolder);
+        for (int inner = 0; inner < 10; ++inner)
+            folders.push_back(topFolder / ("i" + std::to_string(inner)));
+    }
+    for (const auto& folder : folders)
+        fs::create_directories(folder);
+    watcher.startWatching(source);
+    for (const auto& folder : folders) {
+        // Moved in whole: one event, so that nothing of it can come with the next folder's.
+        saveByRename(root.path(), folder);
+        ASSERT_TRUE(deliverBatch()) << folder;
+    }
+    EXPECT_EQ(calls, int(folders.size()));
 }
 
 TEST(WatchLimitMessage, SaysHowManyFoldersAndHowToRaiseTheLimit) {

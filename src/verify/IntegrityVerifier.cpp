@@ -166,10 +166,12 @@ IntegrityVerifier::IntegrityVerifier(const WallClock& clock, FolderTest isFolder
 HashDatabase IntegrityVerifier::loadDatabase(const fs::path& backupRoot) const {
     HashDatabase database;
     try {
-        const json::Value document = json::read(atomicfile::read(databaseFile(backupRoot)));
-        for (const auto& [path, value] : coding::object(document, "the hashes").items()) {
-            database[path] = hashEntryFromJson(value);
-        }
+        // Entry by entry: a mirror of a million files would otherwise hold its whole document
+        // as a tree of values, several times the size of the database it becomes.
+        json::readMembers(atomicfile::read(databaseFile(backupRoot)),
+                          [&](const std::string& path, json::Value&& value) {
+                              database.insert_or_assign(path, hashEntryFromJson(value));
+                          });
     } catch (const Failure&) {
         // Missing or damaged: the database starts over, and the next save replaces the file.
         return {};
@@ -179,12 +181,12 @@ HashDatabase IntegrityVerifier::loadDatabase(const fs::path& backupRoot) const {
 
 void IntegrityVerifier::saveDatabase(const HashDatabase& database,
                                      const fs::path& backupRoot) const {
-    json::Value document = json::Value::object();
+    json::ObjectWriter document;
     for (const auto& [path, entry] : database)
-        document[path] = toJson(entry);
+        document.add(path, toJson(entry));
     const fs::path file = databaseFile(backupRoot);
     try {
-        atomicfile::write(file, json::write(document));
+        atomicfile::write(file, std::move(document).finish());
     } catch (const Failure& failure) {
         log_.error("Failed to write hash database to %{private}s: %{public}s", file.native(),
                    failure.error().description);

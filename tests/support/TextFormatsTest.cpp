@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "support/Base64.hpp"
 #include "support/ByteCount.hpp"
 #include "support/Dates.hpp"
@@ -98,6 +100,45 @@ TEST(JsonWriter, SortsKeysIndentsEscapesSlashesAndNeverFailsOnBytesThatAreNotUtf
     EXPECT_EQ(json::read(json::write(value)), value);
     EXPECT_EQ(json::write(json::Value{{"name", std::string("caf\xe9")}}),
               "{\n  \"name\": \"caf\xef\xbf\xbd\"\n}");
+}
+
+// The member-by-member writer and reader must give and take exactly what the whole-document
+// ones do: files written either way are read by both.
+TEST(JsonMembers, WriteAsTheWholeDocumentWouldAndReadBackEachMemberInOrder) {
+    const std::vector<std::pair<std::string, json::Value>> cases = {
+        {"no members", json::Value::object()},
+        {"plain values", {{"a", 1}, {"b/c", "x\ny"}}},
+        {"nested objects",
+         {{"a/b", {{"sha256", "00ff"}, {"size", 3}, {"more", {{"x", json::Value::array()}}}}},
+          {"caf\xc3\xa9", {{"k", {1, 2}}}},
+          {"z\"q", json::Value::object()}}},
+    };
+    for (const auto& [name, document] : cases) {
+        SCOPED_TRACE(name);
+        json::ObjectWriter writer;
+        for (const auto& [key, value] : document.items())
+            writer.add(key, value);
+        const std::string text = std::move(writer).finish();
+        EXPECT_EQ(text, json::write(document));
+
+        json::Value readBack = json::Value::object();
+        std::vector<std::string> order;
+        json::readMembers(text, [&](const std::string& key, json::Value&& value) {
+            order.push_back(key);
+            readBack[key] = std::move(value);
+        });
+        EXPECT_EQ(readBack, document);
+        EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+        EXPECT_EQ(order.size(), document.size());
+    }
+    for (const std::string_view notAnObject : {"[{\"a\": 1}]", "\"a\"", "{\"a\": {", ""}) {
+        SCOPED_TRACE(notAnObject);
+        int taken = 0;
+        EXPECT_THROW(
+            json::readMembers(notAnObject, [&](const std::string&, json::Value&&) { ++taken; }),
+            Failure);
+        EXPECT_EQ(taken, 0);
+    }
 }
 
 TEST(Errors, TheSystemsOwnCodesAreNotErrnoValuesOfTheSameNumber) {

@@ -44,6 +44,13 @@ dev_t deviceOf(const SharedFolder& folder) {
     return ::fstat(folder->get(), &status) == 0 ? status.st_dev : 0;
 }
 
+// What the listing read of an item, as its copy takes it: the pass's one reading of a listed
+// item's details for a copy.
+transfer::ListedSource listedSource(const ListedItem& item) {
+    const FileInfo& info = item.info;
+    return {info.isDirectory(), info.isDirectory() ? info.entrySize : info.fileSize.value_or(0)};
+}
+
 [[noreturn]] void raise(const Path& url, const char* operation, Error error) {
     throw FileOperationFailure({url, operation, std::move(error)});
 }
@@ -216,6 +223,7 @@ class Pass {
 
         services_.gate.pauseBetweenFiles(stop_);
         transfer::Item from(sourceItem);
+        from.listed = listedSource(item);
         try {
             from.folder = sourceFolders_.folderOf(relative);
         } catch (const Failure& failure) {

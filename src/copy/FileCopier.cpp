@@ -188,7 +188,7 @@ class Pass {
             if (copyItem(items[i], *next++, fraction) == CopyOutcome::volumeLost) {
                 return endByVolumeLoss(std::nullopt);
             }
-            if (batch_.isFull()) batch_.flush(result_);
+            batch_.flushWhenFull(result_);
         }
         return CopyOutcome::finished;
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <iterator>
+#include <system_error>
 
 #include "environment/VolumeSpace.hpp"
 #include "support/Retry.hpp"
@@ -86,8 +87,15 @@ void SwapBatch::flushWhenFull(BackupResult& result) {
     }
     if (!isFull()) return;
     finishFlushing(result);
-    flushing_.emplace(Flushing{std::move(outcomes_),
-                               std::async(std::launch::async, [this] { return flushVolume(); })});
+    std::future<bool> flushed;
+    try {
+        flushed = std::async(std::launch::async, [this] { return flushVolume(); });
+    } catch (const std::system_error&) {
+        // No thread to spare: the batch is flushed here.
+        flush(result);
+        return;
+    }
+    flushing_.emplace(Flushing{std::move(outcomes_), std::move(flushed)});
     begin();
 }
 

@@ -18,8 +18,9 @@ Cases (trees: FILES small files of SIZES bytes in FOLDERS folders, and one file 
 Every timed run touches 3.5 GiB of memory first: memory freed a few seconds ago goes back to the
 host, and the first run after it would pay for getting it again.
 
-With --baseline, the no-op and 1%-changed re-runs also run that build of quillstow-pass on a
-mirror of its own, side by side with the others: a change measured before and after in one run.
+With --baseline, every case also runs that build of quillstow-pass, on a mirror of its own in
+the re-runs and into a fresh folder of its own in the copies, side by side with the others: a
+change measured before and after in one run.
 
 A million-file tree is cheap with `--sizes 0` (empty files: no data to write, and a no-op reads
 none) and `--mirrors cp`, which makes the re-runs' mirrors with `cp -a` and settles each with one
@@ -139,7 +140,7 @@ class Bench:
     def interleave(self, title, commands, before_round=None):
         """commands: (name, round -> shell command). Runs every command once a round, the
         order rotating; before_round(round) prepares each round, untimed."""
-        print(title, flush=True)
+        print(f"{title} (load average {os.getloadavg()[0]:.1f})", flush=True)
         samples = {name: [] for name, _ in commands}
         for round_number in range(self.rounds):
             if before_round:
@@ -148,6 +149,7 @@ class Bench:
             shift = round_number % len(commands)
             for name, command in commands[shift:] + commands[:shift]:
                 samples[name].append(run(command(round_number)))
+        print(f"  (load average at the end {os.getloadavg()[0]:.1f})", flush=True)
         for name, values in samples.items():
             seconds = [v[0] for v in values]
             median = statistics.median(seconds)
@@ -204,10 +206,11 @@ def main():
         sys.exit(f"{work} exists; give a fresh --work folder, or --reuse its trees")
     else:
         os.makedirs(out)
-        print(f"generating {args.files} files of {args.sizes[0]}-{args.sizes[1]} bytes in "
-              f"{folders} folders in {work}", flush=True)
-        make_small_tree(small, args.files, folders, args.sizes)
-    items = count_items(small)
+        if cases & {"first", "noop", "changed", "quiet"}:
+            print(f"generating {args.files} files of {args.sizes[0]}-{args.sizes[1]} bytes in "
+                  f"{folders} folders in {work}", flush=True)
+            make_small_tree(small, args.files, folders, args.sizes)
+    items = count_items(small) if os.path.isdir(small) else 0
     tool, walker = os.path.abspath(args.tool), os.path.abspath(args.walker)
     baseline = os.path.abspath(args.baseline) if args.baseline else None
     bench = Bench(args.rounds)
@@ -221,24 +224,28 @@ def main():
                 remove(os.path.join(out, f"{name}-{r - 1}"))
         return before
 
-    if "first" in cases:
-        q, c, rs = fresh("q-first"), fresh("c-first"), fresh("rs-first")
-        bench.interleave(f"first copy of {items} items into a fresh folder", [
-            ("quillstow first", lambda r: f"{tool} {small} {q(r)}"),
-            ("cp -a && sync first", lambda r: f"cp -a {small} {c(r)} && sync"),
-            ("rsync -a && sync first", lambda r: f"rsync -a {small}/ {rs(r)}/ && sync"),
-        ], clear("q-first", "c-first", "rs-first"))
-        for r in range(args.rounds):
-            for name in ("q-first", "c-first", "rs-first"):
-                remove(os.path.join(out, f"{name}-{r}"))
-
-    q_mirror, r_mirror = os.path.join(out, "q-mirror"), os.path.join(out, "r-mirror")
-    b_mirror = os.path.join(out, "b-mirror")
-
     def with_baseline(commands, name, anchor_free_command):
         if baseline:
             commands.append((name, anchor_free_command))
         return commands
+
+    def remove_all(*names):
+        for r in range(args.rounds):
+            for name in names:
+                remove(os.path.join(out, f"{name}-{r}"))
+
+    if "first" in cases:
+        q, c, rs, b = fresh("q-first"), fresh("c-first"), fresh("rs-first"), fresh("b-first")
+        names = ("q-first", "c-first", "rs-first", "b-first")
+        bench.interleave(f"first copy of {items} items into a fresh folder", with_baseline([
+            ("quillstow first", lambda r: f"{tool} {small} {q(r)}"),
+            ("cp -a && sync first", lambda r: f"cp -a {small} {c(r)} && sync"),
+            ("rsync -a && sync first", lambda r: f"rsync -a {small}/ {rs(r)}/ && sync"),
+        ], "baseline first", lambda r: f"{baseline} {small} {b(r)}"), clear(*names))
+        remove_all(*names)
+
+    q_mirror, r_mirror = os.path.join(out, "q-mirror"), os.path.join(out, "r-mirror")
+    b_mirror = os.path.join(out, "b-mirror")
     if cases & {"noop", "changed", "quiet"} and args.reuse:
         for mirror in (q_mirror, r_mirror) + ((b_mirror,) if baseline else ()):
             if not os.path.isdir(mirror):
@@ -274,13 +281,17 @@ def main():
         ], lambda r: quiet_changed.append(change_one_percent(small, seed=200 + r)))
 
     if "big" in cases:
+        # Each copy goes into a folder of its own, made fresh for it; the copies of the round
+        # before are removed first, untimed, and the removal flushed before the round begins.
         print(f"generating one file of {args.big_mib} MiB", flush=True)
         make_big_file(big, args.big_mib)
-        qb, cb = fresh("q-big"), fresh("c-big")
-        bench.interleave(f"one file of {args.big_mib} MiB into a fresh folder", [
+        qb, cb, bb = fresh("q-big"), fresh("c-big"), fresh("b-big")
+        names = ("q-big", "c-big", "b-big")
+        bench.interleave(f"one file of {args.big_mib} MiB into a fresh folder", with_baseline([
             ("quillstow big", lambda r: f"{tool} --bandwidth full {big} {qb(r)}"),
             ("cp -a && sync big", lambda r: f"cp -a {big} {cb(r)} && sync"),
-        ], clear("q-big", "c-big"))
+        ], "baseline big", lambda r: f"{baseline} --bandwidth full {big} {bb(r)}"), clear(*names))
+        remove_all(*names)
 
     print("\nratios of the medians (below 1.0 is faster)")
     bench.ratio("quillstow first", "cp -a && sync first")
@@ -294,7 +305,12 @@ def main():
     bench.ratio("baseline no-op", "stat walk of both trees")
     bench.ratio("quillstow 1% changed", "baseline 1% changed")
     bench.ratio("baseline 1% changed", "rsync -a && sync 1% changed")
+    bench.ratio("quillstow first", "baseline first")
+    bench.ratio("baseline first", "rsync -a && sync first")
+    bench.ratio("baseline first", "cp -a && sync first")
     bench.ratio("quillstow big", "cp -a && sync big", 1.0)
+    bench.ratio("quillstow big", "baseline big")
+    bench.ratio("baseline big", "cp -a && sync big")
     if "quillstow no-op" in bench.results:
         peak = bench.results["quillstow no-op"][1] * 1024
         print(f"  peak memory of a no-op pass: {peak / (1 << 20):.1f} MiB, "

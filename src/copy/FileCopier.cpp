@@ -44,6 +44,12 @@ dev_t deviceOf(const SharedFolder& folder) {
     return ::fstat(folder->get(), &status) == 0 ? status.st_dev : 0;
 }
 
+// What the listing read of an item, as its copy takes it: the pass's one reading of a listed
+// item's details for a copy. A folder copied whole counts its size as its copy reads it.
+transfer::ListedSource listedSource(const ListedItem& item) {
+    return {item.isDirectory(), item.byteCount()};
+}
+
 [[noreturn]] void raise(const Path& url, const char* operation, Error error) {
     throw FileOperationFailure({url, operation, std::move(error)});
 }
@@ -181,7 +187,7 @@ class Pass {
             if (copyItem(items[i], *next++, fraction) == CopyOutcome::volumeLost) {
                 return endByVolumeLoss(std::nullopt);
             }
-            if (batch_.isFull()) batch_.flush(result_);
+            batch_.flushWhenFull(result_);
         }
         return CopyOutcome::finished;
     }
@@ -217,6 +223,7 @@ class Pass {
 
         services_.gate.pauseBetweenFiles(stop_);
         transfer::Item from(sourceItem);
+        from.listed = listedSource(item);
         try {
             from.folder = sourceFolders_.folderOf(relative);
         } catch (const Failure& failure) {

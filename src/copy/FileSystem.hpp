@@ -13,9 +13,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <stop_token>
 #include <string>
 
+#include "support/FileInfo.hpp"
 #include "support/TreeWalk.hpp"
 
 namespace quillstow {
@@ -30,6 +32,15 @@ struct ItemRef {
     ItemRef(int folder, std::string name) : folder(folder), name(std::move(name)) {}
 };
 
+// What a copy wrote, as read on its open files at its end: the kind of item it made (`other`
+// when the source was nothing a backup keeps, and nothing was made), the size the source had
+// all through the copy, and the size of the copy. A folder's sizes are its entry's own.
+struct CopiedItem {
+    FileInfo::Type type = FileInfo::Type::other;
+    std::int64_t sourceSize = 0;
+    std::int64_t size = 0;
+};
+
 class FileSystem {
   public:
     using Path = std::filesystem::path;
@@ -42,7 +53,12 @@ class FileSystem {
     // while it is copied fails the copy with the "source changed" error, so that a copy never
     // pairs one version's date with another's bytes. A tree polls `stop` between its entries
     // and fails with the cancellation error.
-    virtual void copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop = {}) = 0;
+    //
+    // `known` is the kind of `from` as the caller read it without following a link (a regular
+    // file or a folder): the copy then opens it without a look of its own, and an item that
+    // is found to be of another kind once open fails with the "source changed" error.
+    virtual CopiedItem copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop = {},
+                                std::optional<FileInfo::Type> known = std::nullopt) = 0;
 
     // Puts `with` in the place of `target` in one step, so that a reader sees the old item or
     // the new one; `with` is consumed. Both lie in one folder.
@@ -85,7 +101,8 @@ class FileSystem {
 
 class LocalFileSystem final : public FileSystem {
   public:
-    void copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop = {}) override;
+    CopiedItem copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop = {},
+                        std::optional<FileInfo::Type> known = std::nullopt) override;
     void replaceItem(const ItemRef& target, const ItemRef& with) override;
     void moveItem(const ItemRef& from, const ItemRef& to) override;
     void createDirectories(const ItemRef& folder) override;

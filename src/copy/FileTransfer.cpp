@@ -112,34 +112,46 @@ void makeFolderOf(FileSystem& fileSystem, const Item& destination, const MirrorR
 
 }  // namespace
 
+// What the listing read of the source, or, without one, a look at it now; nothing when it
+// can't be read, which the copy then reports.
+std::optional<ListedSource> readSource(const Item& source) {
+    if (source.listed) return source.listed;
+    const auto status = statusOf(source.ref());
+    if (!status) return std::nullopt;
+    return ListedSource{S_ISDIR(status->st_mode), std::int64_t(status->st_size)};
+}
+
 PreparedCopy prepareCopy(FileSystem& fileSystem, const Item& source, const Item& destination,
                          const MirrorRoot* root, const StreamContext& context) {
     makeFolderOf(fileSystem, destination, root);
-    const auto status = statusOf(source.ref());
+    const auto listed = readSource(source);
     PreparedCopy copy;
-    // For a folder, what the file system reports for the entry itself.
-    copy.size = status ? std::int64_t(status->st_size) : 0;
-    copy.isFolder = status && S_ISDIR(status->st_mode);
+    copy.size = listed ? listed->size : 0;
+    copy.isFolder = listed && listed->isFolder;
     copy.destination = destination.path;
     copy.folder = destination.folder;
     const std::string name = paths::lastPathComponent(destination.path);
     const Path folder = destination.path.parent_path();
-    if (status && !S_ISDIR(status->st_mode) && copy.size >= streamThreshold) {
+    if (listed && !copy.isFolder && copy.size >= streamThreshold) {
         const std::string partial = partialName(copy.size, name);
         copy.temporary = folder / partial;
-        streamCopy(fileSystem, source.ref(), destination.sibling(partial), copy.size, name,
-                   context);
+        copy.made = streamCopy(fileSystem, source.ref(), destination.sibling(partial), copy.size,
+                               name, context);
+        copy.size = copy.made.sourceSize;
         return copy;
     }
     const std::string temporary = temporaryName(name);
     copy.temporary = folder / temporary;
     const ItemRef target = destination.sibling(temporary);
+    std::optional<FileInfo::Type> kind;
+    if (listed) kind = copy.isFolder ? FileInfo::Type::directory : FileInfo::Type::regular;
     try {
-        fileSystem.copyItem(source.ref(), target, context.stop);
+        copy.made = fileSystem.copyItem(source.ref(), target, context.stop, kind);
     } catch (const Failure&) {
         removeQuietly(target.folder, target.name);
         throw;
     }
+    if (copy.made.type != FileInfo::Type::other) copy.size = copy.made.sourceSize;
     return copy;
 }
 
@@ -147,15 +159,15 @@ PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Item& source,
                                  const Item& destination, const MirrorRoot* root,
                                  const StreamContext& context) {
     PreparedCopy copy = prepareCopy(fileSystem, source, destination, root, context);
-    const ItemRef temporary = destination.sibling(copy.temporary.filename().native());
-    // Against the source as read right before the copy, which the copy then found unchanged
-    // from its open to its end: one look at the copy, none at the source again. A source
-    // changed in between fails the check, and the next pass copies it again.
-    const auto copied = statusOf(temporary);
-    const bool isWhole =
-        copied && (copy.isFolder ? S_ISDIR(copied->st_mode)
-                                 : !S_ISDIR(copied->st_mode) && copied->st_size == copy.size);
+    // The copy read both sides on its open files at its end, after it found the source as it
+    // was at its open: nothing is looked at again. A folder is whole when it made a folder.
+    const CopiedItem& made = copy.made;
+    const bool isWhole = copy.isFolder ? made.type == FileInfo::Type::directory
+                                       : made.type != FileInfo::Type::directory &&
+                                             made.type != FileInfo::Type::other &&
+                                             made.size == made.sourceSize;
     if (!isWhole) {
+        const ItemRef temporary = destination.sibling(copy.temporary.filename().native());
         removeQuietly(temporary.folder, temporary.name);
         throw SizeMismatch{destination.path};
     }

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -60,12 +61,21 @@ struct MirrorRoot {
 // folder no link is followed.
 FileHandle openFoldersOnVolume(const Path& path, const MirrorRoot& root);
 
+// What a listing read of a source item, without following a link: spares a copy a look of its
+// own before it opens the item. A listed folder counts 0: its copy reads what it holds.
+struct ListedSource {
+    bool isFolder = false;
+    std::int64_t size = 0;
+};
+
 // An item as a copy names it: its whole path, which errors and progress show, and, where the
-// pass reached its folder already, that open folder, through which the item is then reached.
-// A whole path alone converts to one.
+// pass reached its folder already, that open folder, through which the item is then reached;
+// for a source, what the pass's listing read of it, where it did. A whole path alone converts
+// to one.
 struct Item {
     Path path;
     SharedFolder folder;
+    std::optional<ListedSource> listed;
 
     Item(Path path, SharedFolder folder = nullptr)
         : path(std::move(path)), folder(std::move(folder)) {}
@@ -86,16 +96,19 @@ void throwIfChangedSince(int fd, const struct stat& before);
 struct PreparedCopy {
     Path temporary;
     Path destination;
+    // The source's size as the copy read it (for a folder, its entry's own).
     std::int64_t size = 0;
     // What the source was when the copy began: a folder copied whole, or a file of `size`.
     bool isFolder = false;
     // The open folder that holds both, where the copy was made through one; else the paths.
     SharedFolder folder = nullptr;
+    // What the copy wrote, as read on its open files.
+    CopiedItem made{};
 };
 
 // Makes the destination's folder (a failure raises FileOperationFailure "createDirectory"),
-// reads the source's size, and copies the item to a fresh temporary name. A failed copy removes
-// its temporary file and raises the copy's Failure.
+// reads the source's kind and size unless its listing did, and copies the item to a fresh
+// temporary name. A failed copy removes its temporary file and raises the copy's Failure.
 //
 // With a `root`, folders are made only on its volume, and only while it is there: a mirror whose
 // drive was pulled is never recreated by a copy into the mount point left behind.
@@ -111,9 +124,9 @@ struct SizeMismatch {
     Path destination;
 };
 
-// prepareCopy, then the check of the copy's size against the source, before anything is
-// swapped in: a copy that fails it is removed, the mirror keeps what it had, and SizeMismatch
-// is thrown.
+// prepareCopy, then the check of the copy's size against the source's, both as the copy read
+// them on its open files, before anything is swapped in: a copy that fails it is removed, the
+// mirror keeps what it had, and SizeMismatch is thrown.
 PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Item& source,
                                  const Item& destination, const MirrorRoot* root,
                                  const StreamContext& context = {});

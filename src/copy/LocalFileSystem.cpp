@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,12 +25,16 @@ namespace quillstow {
 
 namespace {
 
+// O_NOATIME keeps a backup from touching the source's access times; it needs ownership.
+// O_NONBLOCK keeps an item that became a pipe since it was read from holding the copy up; a
+// file or a folder ignores it. A link found where a file or a folder was read was put there
+// since.
 FileHandle openSource(const ItemRef& item) {
-    // O_NOATIME keeps a backup from touching the source's access times; it needs ownership.
     const char* name = item.name.c_str();
-    int fd = ::openat(item.folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOATIME);
-    if (fd < 0 && errno == EPERM)
-        fd = ::openat(item.folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    constexpr int flags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    int fd = ::openat(item.folder, name, flags | O_NOATIME);
+    if (fd < 0 && errno == EPERM) fd = ::openat(item.folder, name, flags);
+    if (fd < 0 && errno == ELOOP) throw Failure(transfer::sourceChangedError());
     if (fd < 0) throwPosix(errno);
     return FileHandle(fd);
 }
@@ -181,28 +186,37 @@ void copyExtendedAttributes(int from, int to) {
 }
 
 // Owner (where permitted), extended attributes, mode, then times, last so that nothing after
-// them moves the modification time. Failures are dropped: the copy stands without them.
-void copyMetadata(int from, int to, const struct stat& status) {
-    if (::fchown(to, status.st_uid, status.st_gid) != 0) {
-        (void)::fchown(to, uid_t(-1), status.st_gid);
+// them moves the modification time. `made` is the copy as last read, where the caller read it:
+// an owner or a mode it has already is not set again. Failures are dropped: the copy stands
+// without them.
+void copyMetadata(int from, int to, const struct stat& status, const struct stat* made = nullptr) {
+    if (!made || made->st_uid != status.st_uid || made->st_gid != status.st_gid) {
+        if (::fchown(to, status.st_uid, status.st_gid) != 0) {
+            (void)::fchown(to, uid_t(-1), status.st_gid);
+        }
     }
     copyExtendedAttributes(from, to);
-    (void)::fchmod(to, status.st_mode & 07777);
+    if (!made || (made->st_mode & 07777) != (status.st_mode & 07777)) {
+        (void)::fchmod(to, status.st_mode & 07777);
+    }
     const timespec times[2] = {status.st_atim, status.st_mtim};
     (void)::futimens(to, times);
 }
 
-void copyRegularFile(const ItemRef& from, const ItemRef& to) {
-    const FileHandle source = openSource(from);
-    struct stat status {};
-    if (::fstat(source.get(), &status) != 0) throwPosix(errno);
+// The open file `source`, as `status` read it at its open, into a new file at `to`. The copy's
+// size is read on its handle before its metadata is set, which that reading spares where it is
+// right already.
+CopiedItem copyOpenFile(int source, const struct stat& status, const ItemRef& to) {
     FileHandle target(::openat(to.folder, to.name.c_str(),
                                O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!target.isOpen()) throwPosix(errno);
-    copyData(source.get(), target.get(), status);
-    transfer::throwIfChangedSince(source.get(), status);
-    copyMetadata(source.get(), target.get(), status);
+    copyData(source, target.get(), status);
+    transfer::throwIfChangedSince(source, status);
+    struct stat made {};
+    if (::fstat(target.get(), &made) != 0) throwPosix(errno);
+    copyMetadata(source, target.get(), status, &made);
     target.closeChecked();
+    return {FileInfo::Type::regular, status.st_size, made.st_size};
 }
 
 void copyLink(const ItemRef& from, const ItemRef& to, const struct stat& status) {
@@ -217,65 +231,91 @@ void copyLink(const ItemRef& from, const ItemRef& to, const struct stat& status)
     (void)::utimensat(to.folder, to.name.c_str(), times, AT_SYMLINK_NOFOLLOW);
 }
 
-// The names in an open folder, read whole before anything in it changes.
-std::vector<std::string> namesIn(int folder) {
+// An entry of a folder, with its kind where the folder's listing tells it.
+struct Entry {
+    std::string name;
+    std::optional<FileInfo::Type> type;
+};
+
+// The entries of an open folder, read whole before anything in it changes.
+std::vector<Entry> entriesOf(int folder) {
     DIR* listing = ::fdopendir(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!listing) throwPosix(errno);
     std::unique_ptr<DIR, int (*)(DIR*)> closer(listing, ::closedir);
-    std::vector<std::string> names;
+    std::vector<Entry> entries;
     while (const dirent* entry = ::readdir(listing)) {
         const std::string_view name(entry->d_name);
-        if (name != "." && name != "..") names.emplace_back(name);
+        if (name == "." || name == "..") continue;
+        std::optional<FileInfo::Type> type;
+        if (entry->d_type == DT_REG) type = FileInfo::Type::regular;
+        if (entry->d_type == DT_DIR) type = FileInfo::Type::directory;
+        entries.push_back({std::string(name), type});
     }
-    return names;
+    return entries;
 }
 
-void copyTree(const ItemRef& from, const ItemRef& to, const std::stop_token& stop);
+CopiedItem copyAny(const ItemRef& from, const ItemRef& to, const std::stop_token& stop,
+                   std::optional<FileInfo::Type> known);
 
-void copyAny(const ItemRef& from, const ItemRef& to, const std::stop_token& stop) {
+// Each level relative to the one above, so a tree of any depth is copied whole.
+CopiedItem copyOpenTree(int folder, const struct stat& status, const ItemRef& to,
+                        const std::stop_token& stop) {
+    if (::mkdirat(to.folder, to.name.c_str(), 0700) != 0) throwPosix(errno);
+    const FileHandle target(
+        ::openat(to.folder, to.name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+    if (!target.isOpen()) throwPosix(errno);
+
+    // A folder copied whole may hold thousands of files: a stop is heard between them.
+    for (const auto& entry : entriesOf(folder)) {
+        if (stop.stop_requested()) throw Failure(errors::cancellation());
+        copyAny({folder, entry.name}, {target.get(), entry.name}, stop, entry.type);
+    }
+
+    // The folder's own metadata last, since filling it moved its times.
+    copyMetadata(folder, target.get(), status);
+    return {FileInfo::Type::directory, status.st_size, 0};
+}
+
+// A file or a folder of the kind its caller read, read once more on its open handle: an item
+// that is something else by then was replaced since, and the copy fails.
+CopiedItem copyOpened(const ItemRef& from, const ItemRef& to, const std::stop_token& stop,
+                      FileInfo::Type expected) {
+    const FileHandle source = openSource(from);
+    struct stat status {};
+    if (::fstat(source.get(), &status) != 0) throwPosix(errno);
+    if (S_ISREG(status.st_mode) && expected == FileInfo::Type::regular) {
+        return copyOpenFile(source.get(), status, to);
+    }
+    if (S_ISDIR(status.st_mode) && expected == FileInfo::Type::directory) {
+        return copyOpenTree(source.get(), status, to, stop);
+    }
+    throw Failure(transfer::sourceChangedError());
+}
+
+CopiedItem copyAny(const ItemRef& from, const ItemRef& to, const std::stop_token& stop,
+                   std::optional<FileInfo::Type> known) {
+    if (known == FileInfo::Type::regular || known == FileInfo::Type::directory) {
+        return copyOpened(from, to, stop, *known);
+    }
     struct stat status {};
     if (::fstatat(from.folder, from.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
         throwPosix(errno);
     }
-    if (S_ISREG(status.st_mode)) {
-        copyRegularFile(from, to);
-    } else if (S_ISDIR(status.st_mode)) {
-        copyTree(from, to, stop);
-    } else if (S_ISLNK(status.st_mode)) {
+    if (S_ISREG(status.st_mode)) return copyOpened(from, to, stop, FileInfo::Type::regular);
+    if (S_ISDIR(status.st_mode)) return copyOpened(from, to, stop, FileInfo::Type::directory);
+    if (S_ISLNK(status.st_mode)) {
         copyLink(from, to, status);
+        return {FileInfo::Type::symbolicLink, status.st_size, status.st_size};
     }
     // Sockets, pipes and devices are nothing a backup can keep.
-}
-
-FileHandle openFolderAt(const ItemRef& item) {
-    FileHandle folder(
-        ::openat(item.folder, item.name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
-    if (!folder.isOpen()) throwPosix(errno);
-    return folder;
-}
-
-// Each level relative to the one above, so a tree of any depth is copied whole.
-void copyTree(const ItemRef& from, const ItemRef& to, const std::stop_token& stop) {
-    const FileHandle folder = openFolderAt(from);
-    struct stat status {};
-    if (::fstat(folder.get(), &status) != 0) throwPosix(errno);
-    if (::mkdirat(to.folder, to.name.c_str(), 0700) != 0) throwPosix(errno);
-    const FileHandle target = openFolderAt(to);
-
-    // A folder copied whole may hold thousands of files: a stop is heard between them.
-    for (const auto& name : namesIn(folder.get())) {
-        if (stop.stop_requested()) throw Failure(errors::cancellation());
-        copyAny({folder.get(), name}, {target.get(), name}, stop);
-    }
-
-    // The folder's own metadata last, since filling it moved its times.
-    copyMetadata(folder.get(), target.get(), status);
+    return {};
 }
 
 }  // namespace
 
-void LocalFileSystem::copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop) {
-    copyAny(from, to, stop);
+CopiedItem LocalFileSystem::copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop,
+                                     std::optional<FileInfo::Type> known) {
+    return copyAny(from, to, stop, known);
 }
 
 void LocalFileSystem::replaceItem(const ItemRef& target, const ItemRef& with) {

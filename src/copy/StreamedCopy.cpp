@@ -89,8 +89,8 @@ bool hasChangedSince(int fd, const struct stat& before) {
 
 }  // namespace
 
-void streamCopy(FileSystem& fileSystem, const ItemRef& source, const ItemRef& partial,
-                std::int64_t size, const std::string& name, const StreamContext& context) {
+CopiedItem streamCopy(FileSystem& fileSystem, const ItemRef& source, const ItemRef& partial,
+                      std::int64_t size, const std::string& name, const StreamContext& context) {
     const FileHandle input = openForReading(source);
     struct stat status {};
     if (input.get() < 0 || ::fstat(input.get(), &status) != 0) {
@@ -116,11 +116,13 @@ void streamCopy(FileSystem& fileSystem, const ItemRef& source, const ItemRef& pa
     if (!output.isOpen())
         fail(ErrorCode::partialNotOpened, "Could not open destination file for writing.");
 
+    struct stat written {};
     try {
         copyChunks(fileSystem, input.get(), output.get(), offset, size, name, context);
         transfer::throwIfChangedSince(input.get(), status);
         // A hole at the end of the source is passed over: the length says it.
         if (::ftruncate(output.get(), status.st_size) != 0) throwPosix(errno);
+        if (::fstat(output.get(), &written) != 0) throwPosix(errno);
     } catch (const Failure& failure) {
         // A head is worth keeping only for a source that stood still while it was written, and
         // not on a full drive, where it would starve the files after it.
@@ -131,6 +133,7 @@ void streamCopy(FileSystem& fileSystem, const ItemRef& source, const ItemRef& pa
         throw;
     }
     fileSystem.copyMetadata(input.get(), output.get());
+    return {FileInfo::Type::regular, status.st_size, written.st_size};
 }
 
 }  // namespace quillstow

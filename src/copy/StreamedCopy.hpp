@@ -38,8 +38,9 @@ struct StreamContext {
 // is shorter than the source. Raises Failure: 1010 (source can't be opened), 1011 (partial
 // file can't be opened), 1013 "Resume mismatch" (the source shrank below the head, which is
 // then removed), the system's error of a read or write, or the cancellation error. The partial
-// file stays after every failure but the mismatch.
-void streamCopy(FileSystem& fileSystem, const ItemRef& source, const ItemRef& partial,
-                std::int64_t size, const std::string& name, const StreamContext& context);
+// file stays after every failure but the mismatch. Returns the sizes of the source and of the
+// partial file, as read on their open files at the end.
+CopiedItem streamCopy(FileSystem& fileSystem, const ItemRef& source, const ItemRef& partial,
+                      std::int64_t size, const std::string& name, const StreamContext& context);
 
 }  // namespace quillstow

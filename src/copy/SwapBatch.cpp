@@ -1,6 +1,9 @@
 #include "copy/SwapBatch.hpp"
 
 #include <algorithm>
+#include <chrono>
+#include <iterator>
+#include <system_error>
 
 #include "environment/VolumeSpace.hpp"
 #include "support/Retry.hpp"
@@ -8,13 +11,19 @@
 namespace quillstow {
 
 SwapBatch::SwapBatch(FileSystem& fileSystem, transfer::MirrorRoot root, SharedFolder sourceRoot,
-                     StreamContext context)
+                     StreamContext context, BatchLimits limits)
     : fileSystem_(fileSystem),
       root_(std::move(root)),
       mirrorFolders_(root_.folder),
       sourceFolders_(std::move(sourceRoot)),
-      context_(std::move(context)) {
+      context_(std::move(context)),
+      limits_(limits) {
     begin();
+}
+
+// A batch still under its flush is waited for: its thread uses this batch's file system.
+SwapBatch::~SwapBatch() {
+    if (flushing_) flushing_->flushed.wait();
 }
 
 void SwapBatch::begin() {
@@ -22,7 +31,7 @@ void SwapBatch::begin() {
     pendingCopies_ = 0;
     pendingBytes_ = 0;
     const auto available = volumes::availableCapacity(root_.path);
-    byteLimit_ = available ? std::min(maximumBytes, *available / 2) : maximumBytes;
+    byteLimit_ = available ? std::min(limits_.bytes, *available / 4) : limits_.bytes;
 }
 
 void SwapBatch::addCopy(transfer::PreparedCopy copy, transfer::Item source,
@@ -42,27 +51,68 @@ void SwapBatch::addError(FileOperationError error) {
 }
 
 bool SwapBatch::isFull() const {
-    return pendingCopies_ >= maximumCopies || pendingBytes_ >= byteLimit_;
+    return pendingCopies_ >= limits_.copies || pendingBytes_ >= byteLimit_;
+}
+
+// False when the data may not have reached the disk: no copy of the batch is then swapped in
+// as it is; each is made again on its own, or fails.
+bool SwapBatch::flushVolume() {
+    try {
+        fileSystem_.flushVolume(root_.folder ? ItemRef(root_.folder->get(), ".")
+                                             : ItemRef(root_.path));
+        return true;
+    } catch (const Failure&) {
+        return false;
+    }
+}
+
+void SwapBatch::swapAll(std::vector<Outcome>& outcomes, bool flushed, BackupResult& result) {
+    for (auto& outcome : outcomes)
+        swap(outcome, flushed, result);
+}
+
+// Waits for the batch under its flush, if any, and swaps it in.
+void SwapBatch::finishFlushing(BackupResult& result) {
+    if (!flushing_) return;
+    const bool flushed = flushing_->flushed.get();
+    std::vector<Outcome> outcomes = std::move(flushing_->outcomes);
+    flushing_.reset();
+    swapAll(outcomes, flushed, result);
+}
+
+void SwapBatch::flushWhenFull(BackupResult& result) {
+    using namespace std::chrono_literals;
+    if (flushing_ && flushing_->flushed.wait_for(0s) == std::future_status::ready) {
+        finishFlushing(result);
+    }
+    if (!isFull()) return;
+    finishFlushing(result);
+    std::future<bool> flushed;
+    try {
+        flushed = std::async(std::launch::async, [this] { return flushVolume(); });
+    } catch (const std::system_error&) {
+        // No thread to spare: the batch is flushed here.
+        flush(result);
+        return;
+    }
+    flushing_.emplace(Flushing{std::move(outcomes_), std::move(flushed)});
+    begin();
 }
 
 void SwapBatch::flush(BackupResult& result) {
-    bool flushed = true;
-    if (pendingCopies_ > 0) {
-        try {
-            fileSystem_.flushVolume(root_.folder ? ItemRef(root_.folder->get(), ".")
-                                                 : ItemRef(root_.path));
-        } catch (const Failure&) {
-            // The data may not have reached the disk: no copy of this batch is swapped in as
-            // it is; each is made again on its own, or fails.
-            flushed = false;
-        }
-    }
-    for (auto& outcome : outcomes_)
-        swap(outcome, flushed, result);
+    finishFlushing(result);
+    const bool flushed = pendingCopies_ == 0 || flushVolume();
+    swapAll(outcomes_, flushed, result);
     begin();
 }
 
 void SwapBatch::abandon(BackupResult& result) {
+    if (flushing_) {
+        flushing_->flushed.wait();
+        outcomes_.insert(outcomes_.begin(), std::make_move_iterator(flushing_->outcomes.begin()),
+                         std::make_move_iterator(flushing_->outcomes.end()));
+        flushing_.reset();
+    }
     for (auto& outcome : outcomes_) {
         if (outcome.error) result.errors.push_back(std::move(*outcome.error));
     }

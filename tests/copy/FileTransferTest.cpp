@@ -4,8 +4,12 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/types.h>
 #include <sys/xattr.h>
 #include <unistd.h>
+
+#include <functional>
+#include <optional>
 
 #include "TestTree.hpp"
 #include "copy/FaultyFileSystem.hpp"
@@ -67,13 +71,6 @@ TEST_F(FileTransferTest, KeepsTheOwnerWherePermitted) {
     EXPECT_EQ(status.st_gid, 5678u);
 }
 
-TEST_F(FileTransferTest, AnEmptyFileIsCopiedAndCountsNoBytes) {
-    writeFile(source, "");
-    EXPECT_EQ(transfer::copyFile(fileSystem, source, destination), 0);
-    EXPECT_TRUE(fs::is_regular_file(destination));
-    EXPECT_EQ(fs::file_size(destination), 0u);
-}
-
 TEST_F(FileTransferTest, ATransientErrorGetsOneMoreWholeAttemptAndTheOldCopyStandsOtherwise) {
     struct Case {
         const char* name;
@@ -112,6 +109,60 @@ TEST_F(FileTransferTest, ATransientErrorGetsOneMoreWholeAttemptAndTheOldCopyStan
         copier.removeStaleTemporaries(
             copier.planPass(root / "source", root / "mirror", ExclusionFilter{}));
         EXPECT_TRUE(leftovers(destination.parent_path()).empty()) << c.name;
+    }
+}
+
+// The copy reads both sides on its open files and says what it made; given the kind its caller
+// read, it doesn't look again, and an item of another kind by then was replaced since.
+TEST_F(FileTransferTest, ACopyTellsWhatItMadeAndRefusesAnItemThatChangedItsKind) {
+    using Type = FileInfo::Type;
+    struct Case {
+        const char* name;
+        std::function<void(const fs::path&)> make;
+        std::optional<Type> known;
+        Type made;  // `other` with `changed` false: nothing made, and no error
+        std::int64_t size;
+        bool changed;
+    };
+    const auto file = [](const fs::path& at) { writeFile(at, "12345"); };
+    const auto empty = [](const fs::path& at) { writeFile(at, ""); };
+    const auto folder = [](const fs::path& at) { writeFile(at / "inside.txt", "x"); };
+    const auto link = [](const fs::path& at) { makeLink(at, "elsewhere"); };
+    const auto pipe = [](const fs::path& at) { ASSERT_EQ(::mkfifo(at.c_str(), 0600), 0); };
+    const Case cases[] = {
+        {"a file, as listed", file, Type::regular, Type::regular, 5, false},
+        {"a file, looked at", file, std::nullopt, Type::regular, 5, false},
+        {"an empty file", empty, Type::regular, Type::regular, 0, false},
+        {"a folder, as listed", folder, Type::directory, Type::directory, 0, false},
+        {"a link, looked at", link, std::nullopt, Type::symbolicLink, 9, false},
+        {"a pipe, looked at", pipe, std::nullopt, Type::other, 0, false},
+        {"a folder where a file was listed", folder, Type::regular, Type::other, 0, true},
+        {"a file where a folder was listed", file, Type::directory, Type::other, 0, true},
+        {"a link where a file was listed", link, Type::regular, Type::other, 0, true},
+        {"a pipe where a file was listed", pipe, Type::regular, Type::other, 0, true},
+    };
+    for (const auto& c : cases) {
+        const fs::path from = root / "case/item";
+        const fs::path to = root / "case/copy";
+        fs::remove_all(root / "case");
+        makeFolder(root / "case");
+        c.make(from);
+        try {
+            const CopiedItem made = fileSystem.copyItem(from, to, {}, c.known);
+            EXPECT_FALSE(c.changed) << c.name;
+            EXPECT_EQ(made.type, c.made) << c.name;
+            if (c.made == Type::directory) {
+                EXPECT_EQ(readFile(to / "inside.txt"), "x") << c.name;
+            } else {
+                EXPECT_EQ(made.sourceSize, c.size) << c.name;
+                EXPECT_EQ(made.size, c.size) << c.name;
+            }
+        } catch (const Failure& failure) {
+            EXPECT_TRUE(c.changed) << c.name;
+            EXPECT_EQ(failure.error(), transfer::sourceChangedError()) << c.name;
+        }
+        EXPECT_EQ(fs::exists(fs::symlink_status(to)), !c.changed && c.made != Type::other)
+            << c.name;
     }
 }
 

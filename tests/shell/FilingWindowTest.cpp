@@ -54,9 +54,10 @@ class HeldFileSystem final : public testing::ForwardingFileSystem {
     void letGo() { opened_.set_value(); }
     int copies() const { return copies_; }
 
-    void copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop) override {
+    CopiedItem copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop,
+                        std::optional<FileInfo::Type> known) override {
         wait();
-        ForwardingFileSystem::copyItem(from, to, stop);
+        return ForwardingFileSystem::copyItem(from, to, stop, known);
     }
     std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override {
         wait();

@@ -26,8 +26,9 @@ class ForwardingFileSystem : public FileSystem {
   public:
     explicit ForwardingFileSystem(FileSystem& target) : target_(target) {}
 
-    void copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop = {}) override {
-        target_.copyItem(from, to, stop);
+    CopiedItem copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop = {},
+                        std::optional<FileInfo::Type> known = std::nullopt) override {
+        return target_.copyItem(from, to, stop, known);
     }
     void replaceItem(const ItemRef& target, const ItemRef& with) override {
         target_.replaceItem(target, with);
@@ -83,10 +84,17 @@ class FaultyFileSystem final : public ForwardingFileSystem {
     // Runs after each chunk, with the offset reached.
     std::function<void(std::int64_t reached)> afterChunk;
 
-    void copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop = {}) override {
+    CopiedItem copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop = {},
+                        std::optional<FileInfo::Type> known = std::nullopt) override {
         enter(Operation::copyItem);
-        ForwardingFileSystem::copyItem(from, to, stop);
-        if (afterCopy) afterCopy(pathOf(from), pathOf(to));
+        CopiedItem made = ForwardingFileSystem::copyItem(from, to, stop, known);
+        if (!afterCopy) return made;
+        afterCopy(pathOf(from), pathOf(to));
+        // The copy is what the tampering left.
+        std::error_code error;
+        const auto size = std::filesystem::file_size(pathOf(to), error);
+        if (!error) made.size = std::int64_t(size);
+        return made;
     }
     void replaceItem(const ItemRef& target, const ItemRef& with) override {
         enter(Operation::replaceItem);

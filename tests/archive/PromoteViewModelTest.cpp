@@ -79,8 +79,8 @@ TEST(PromoteViewModel, TakesOnlyYearsFrom1990To2100) {
     writeFile(f.root / "Odds and Ends/6 Finals/a.txt", "a");
     f.model->choose(f.root / "Odds and Ends");
     EXPECT_EQ(f.model->year(), 2031) << "no year in the name";
-    for (const auto& [year, taken] : {std::pair{1989, false}, {1990, true}, {2100, true},
-                                      {2101, false}}) {
+    for (const auto& [year, taken] :
+         {std::pair{1989, false}, {1990, true}, {2100, true}, {2101, false}}) {
         EXPECT_EQ(f.model->setYear(year), taken) << year;
     }
     EXPECT_EQ(f.model->year(), 2100);

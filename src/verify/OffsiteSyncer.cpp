@@ -76,8 +76,7 @@ void OffsiteSyncer::copyOnce(const fs::path& source, const fs::path& target,
     const fs::path temporary =
         target.parent_path() / (std::string(transfer::temporaryPrefix) + Uuid::random().text());
     try {
-        fileSystem_.copyItem(source, temporary);
-        const std::int64_t copied = sizeOf(temporary);
+        const std::int64_t copied = fileSystem_.copyItem(source, temporary).size;
         if (copied != size) {
             throw Failure(
                 errors::quillstow(ErrorCode::offsiteSizeMismatch,

@@ -6,9 +6,9 @@
 #include <QDesktopServices>
 #include <QUrl>
 
+#include "shell/viewmodels/Texts.hpp"
 #include "support/AtomicFile.hpp"
 #include "support/Error.hpp"
-#include "shell/viewmodels/Texts.hpp"
 
 namespace quillstow::shell {
 

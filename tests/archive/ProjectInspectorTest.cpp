@@ -1,6 +1,6 @@
-// What the inspector reads of a project: the name it proposes and the year, and the edges of the
-// finals, missing-folder and loose-file rules. A well-formed film and a photo shoot with every
-// heads-up are read through the filing window (FilingWindowTest).
+// What the inspector reads of a project: the name it proposes and the year, what makes a finals
+// folder empty, and which folders count as missing and which files as loose. A well-formed film
+// and a photo shoot with every warning are read through the filing window (FilingWindowTest).
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

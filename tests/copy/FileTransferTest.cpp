@@ -1,6 +1,6 @@
-// One item into place: metadata kept, the old copy safe through every failed attempt, one
-// retry after a transient error and none after a final one, the check after the copy, and the
-// sweep of leftovers.
+// One item into place: what a copy keeps, the old copy safe through every failed attempt, one
+// retry after a transient error and none after a final one, items that change their kind, and
+// large files streamed in chunks that a later attempt continues.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -8,6 +8,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <functional>
 #include <optional>
 
@@ -15,7 +16,7 @@
 #include "copy/FaultyFileSystem.hpp"
 #include "copy/FileCopier.hpp"
 #include "copy/FileTransfer.hpp"
-#include "model/Results.hpp"
+#include "copy/StreamedCopy.hpp"
 
 namespace quillstow {
 namespace {
@@ -23,6 +24,14 @@ namespace {
 using namespace testing;
 using Op = FaultyFileSystem::Operation;
 namespace fs = std::filesystem;
+
+// A file of `size` bytes with a pattern that makes a misplaced chunk visible.
+void writePattern(const fs::path& path, std::int64_t size) {
+    std::string content(std::size_t(size), '\0');
+    for (std::size_t i = 0; i < content.size(); ++i)
+        content[i] = char('a' + (i / 4093) % 26);
+    writeFile(path, content);
+}
 
 class FileTransferTest : public ::testing::Test {
   protected:
@@ -41,34 +50,40 @@ class FileTransferTest : public ::testing::Test {
     }
 };
 
-TEST_F(FileTransferTest, KeepsModeTimesToTheNanosecondAndExtendedAttributes) {
-    writeFile(source, "quarterly numbers");
-    ASSERT_EQ(::setxattr(source.c_str(), "user.colour", "red", 3, 0), 0);
-    ASSERT_EQ(::chmod(source.c_str(), 0640), 0);
-    setModificationDate(source, referenceDate());
+// Below the threshold a file is copied whole, from it on streamed: both keep the same.
+TEST_F(FileTransferTest, KeepsContentModeOwnerTimesAndExtendedAttributesBothWays) {
+    for (const std::int64_t size : {streamThreshold - 1, streamThreshold}) {
+        SCOPED_TRACE(size);
+        FaultyFileSystem faulty;
+        writeFile(source, "quarterly numbers");
+        ASSERT_EQ(::truncate(source.c_str(), size), 0);  // sparse: quick to make and copy
+        ASSERT_EQ(::setxattr(source.c_str(), "user.colour", "red", 3, 0), 0);
+        ASSERT_EQ(::chmod(source.c_str(), 0640), 0);
+        if (::geteuid() == 0) {
+            ASSERT_EQ(::chown(source.c_str(), 1234, 5678), 0);
+        }
+        setModificationDate(source, referenceDate());
 
-    EXPECT_EQ(transfer::copyFile(fileSystem, source, destination), 17);
+        EXPECT_EQ(transfer::copyFile(faulty, source, destination), size);
 
-    EXPECT_EQ(readFile(destination), "quarterly numbers");
-    EXPECT_EQ(modificationDate(destination), referenceDate());
-    struct stat status {};
-    ASSERT_EQ(::stat(destination.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0640u);
-    char value[8] = {};
-    EXPECT_EQ(::getxattr(destination.c_str(), "user.colour", value, sizeof value), 3);
-    EXPECT_STREQ(value, "red");
-    EXPECT_TRUE(leftovers(destination.parent_path()).empty());
-}
-
-TEST_F(FileTransferTest, KeepsTheOwnerWherePermitted) {
-    if (::geteuid() != 0) GTEST_SKIP() << "only root may give a file to another owner";
-    writeFile(source, "x");
-    ASSERT_EQ(::chown(source.c_str(), 1234, 5678), 0);
-    transfer::copyFile(fileSystem, source, destination);
-    struct stat status {};
-    ASSERT_EQ(::stat(destination.c_str(), &status), 0);
-    EXPECT_EQ(status.st_uid, 1234u);
-    EXPECT_EQ(status.st_gid, 5678u);
+        EXPECT_EQ(faulty.calls(Op::copyChunk) > 0, size >= streamThreshold);
+        std::string head(17, '\0');
+        std::ifstream(destination).read(head.data(), 17);
+        EXPECT_EQ(head, "quarterly numbers");
+        EXPECT_EQ(modificationDate(destination), referenceDate());
+        struct stat copied {};
+        struct stat original {};
+        ASSERT_EQ(::stat(destination.c_str(), &copied), 0);
+        ASSERT_EQ(::stat(source.c_str(), &original), 0);
+        EXPECT_EQ(copied.st_mode & 07777, 0640u);
+        EXPECT_EQ(copied.st_uid, original.st_uid);
+        EXPECT_EQ(copied.st_gid, original.st_gid);
+        char value[8] = {};
+        EXPECT_EQ(::getxattr(destination.c_str(), "user.colour", value, sizeof value), 3);
+        EXPECT_STREQ(value, "red");
+        EXPECT_TRUE(leftovers(destination.parent_path()).empty());
+        fs::remove(destination);
+    }
 }
 
 TEST_F(FileTransferTest, ATransientErrorGetsOneMoreWholeAttemptAndTheOldCopyStandsOtherwise) {
@@ -89,6 +104,7 @@ TEST_F(FileTransferTest, ATransientErrorGetsOneMoreWholeAttemptAndTheOldCopyStan
         {"a final swap error", Op::replaceItem, ENOSPC, 1, ENOSPC, 1, 1},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         fs::remove_all(root / "mirror");
         writeFile(destination, "old");
         writeFile(source, "new version");
@@ -96,19 +112,18 @@ TEST_F(FileTransferTest, ATransientErrorGetsOneMoreWholeAttemptAndTheOldCopyStan
         faulty.failNext(c.operation, c.errnoValue, c.times);
         int error = 0;
         try {
-            EXPECT_EQ(transfer::copyFile(faulty, source, destination), 11) << c.name;
+            EXPECT_EQ(transfer::copyFile(faulty, source, destination), 11);
         } catch (const Failure& failure) {
             error = failure.error().code;
         }
-        EXPECT_EQ(error, c.error) << c.name;
-        EXPECT_EQ(faulty.calls(Op::copyItem), c.copies) << c.name;
-        EXPECT_EQ(readFile(destination), c.error ? "old" : "new version") << c.name;
-        const auto left = leftovers(destination.parent_path());
-        EXPECT_EQ(int(left.size()), c.leftovers) << c.name;
+        EXPECT_EQ(error, c.error);
+        EXPECT_EQ(faulty.calls(Op::copyItem), c.copies);
+        EXPECT_EQ(readFile(destination), c.error ? "old" : "new version");
+        EXPECT_EQ(int(leftovers(destination.parent_path()).size()), c.leftovers);
         const FileCopier copier(faulty);
         copier.removeStaleTemporaries(
             copier.planPass(root / "source", root / "mirror", ExclusionFilter{}));
-        EXPECT_TRUE(leftovers(destination.parent_path()).empty()) << c.name;
+        EXPECT_TRUE(leftovers(destination.parent_path()).empty());
     }
 }
 
@@ -125,14 +140,14 @@ TEST_F(FileTransferTest, ACopyTellsWhatItMadeAndRefusesAnItemThatChangedItsKind)
         bool changed;
     };
     const auto file = [](const fs::path& at) { writeFile(at, "12345"); };
-    const auto empty = [](const fs::path& at) { writeFile(at, ""); };
     const auto folder = [](const fs::path& at) { writeFile(at / "inside.txt", "x"); };
     const auto link = [](const fs::path& at) { makeLink(at, "elsewhere"); };
     const auto pipe = [](const fs::path& at) { ASSERT_EQ(::mkfifo(at.c_str(), 0600), 0); };
     const Case cases[] = {
         {"a file, as listed", file, Type::regular, Type::regular, 5, false},
         {"a file, looked at", file, std::nullopt, Type::regular, 5, false},
-        {"an empty file", empty, Type::regular, Type::regular, 0, false},
+        {"an empty file", [](const fs::path& at) { writeFile(at, ""); }, Type::regular,
+         Type::regular, 0, false},
         {"a folder, as listed", folder, Type::directory, Type::directory, 0, false},
         {"a link, looked at", link, std::nullopt, Type::symbolicLink, 9, false},
         {"a pipe, looked at", pipe, std::nullopt, Type::other, 0, false},
@@ -142,6 +157,7 @@ TEST_F(FileTransferTest, ACopyTellsWhatItMadeAndRefusesAnItemThatChangedItsKind)
         {"a pipe where a file was listed", pipe, Type::regular, Type::other, 0, true},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         const fs::path from = root / "case/item";
         const fs::path to = root / "case/copy";
         fs::remove_all(root / "case");
@@ -149,24 +165,23 @@ TEST_F(FileTransferTest, ACopyTellsWhatItMadeAndRefusesAnItemThatChangedItsKind)
         c.make(from);
         try {
             const CopiedItem made = fileSystem.copyItem(from, to, {}, c.known);
-            EXPECT_FALSE(c.changed) << c.name;
-            EXPECT_EQ(made.type, c.made) << c.name;
+            EXPECT_FALSE(c.changed);
+            EXPECT_EQ(made.type, c.made);
             if (c.made == Type::directory) {
-                EXPECT_EQ(readFile(to / "inside.txt"), "x") << c.name;
+                EXPECT_EQ(readFile(to / "inside.txt"), "x");
             } else {
-                EXPECT_EQ(made.sourceSize, c.size) << c.name;
-                EXPECT_EQ(made.size, c.size) << c.name;
+                EXPECT_EQ(made.sourceSize, c.size);
+                EXPECT_EQ(made.size, c.size);
             }
         } catch (const Failure& failure) {
-            EXPECT_TRUE(c.changed) << c.name;
-            EXPECT_EQ(failure.error(), transfer::sourceChangedError()) << c.name;
+            EXPECT_TRUE(c.changed);
+            EXPECT_EQ(failure.error(), transfer::sourceChangedError());
         }
-        EXPECT_EQ(fs::exists(fs::symlink_status(to)), !c.changed && c.made != Type::other)
-            << c.name;
+        EXPECT_EQ(fs::exists(fs::symlink_status(to)), !c.changed && c.made != Type::other);
     }
 }
 
-TEST_F(FileTransferTest, AFolderThatCannotBeMadeIsACreateDirectoryFailure) {
+TEST_F(FileTransferTest, AFileWhereAFolderBelongsStaysAndFailsTheCopy) {
     writeFile(source, "x");
     writeFile(root / "mirror/deep", "a file where a folder should be");
     try {
@@ -189,7 +204,6 @@ TEST_F(FileTransferTest, AFolderIsCopiedWholeWithItsLinksAndReplacesTheOldOne) {
     transfer::copyFile(fileSystem, package, mirrored);
 
     EXPECT_EQ(readFile(mirrored / "Media/take1.wav"), "take one");
-    EXPECT_TRUE(fs::is_symlink(mirrored / "current"));
     EXPECT_EQ(fs::read_symlink(mirrored / "current"), "Media/take1.wav");
     EXPECT_FALSE(fs::exists(mirrored / "Media/old-take.wav"));
     EXPECT_TRUE(leftovers(root / "mirror").empty());
@@ -202,20 +216,78 @@ TEST(SameSize, ComparesSizesAndLetsAFolderMatchOnlyAFolder) {
     writeFile(root / "c", "1234");
     makeFolder(root / "d1");
     makeFolder(root / "d2");
-    EXPECT_TRUE(transfer::sameSize(root / "a", root / "b"));
-    EXPECT_FALSE(transfer::sameSize(root / "a", root / "c"));
-    EXPECT_FALSE(transfer::sameSize(root / "a", root / "missing"));
-    EXPECT_FALSE(transfer::sameSize(root / "missing", root / "a"));
-    EXPECT_TRUE(transfer::sameSize(root / "d1", root / "d2"));
-    EXPECT_FALSE(transfer::sameSize(root / "d1", root / "a"));
+    const std::tuple<const char*, const char*, bool> cases[] = {
+        {"a", "b", true},        {"a", "c", false},  {"a", "missing", false},
+        {"missing", "a", false}, {"d1", "d2", true}, {"d1", "a", false},
+    };
+    for (const auto& [from, to, same] : cases)
+        EXPECT_EQ(transfer::sameSize(root / from, root / to), same) << from << " " << to;
 }
 
-TEST(TemporaryName, IsFreshForEachAttempt) {
-    const std::string first = transfer::temporaryName("report.txt");
-    EXPECT_TRUE(first.starts_with(".quillstowtmp-"));
-    EXPECT_TRUE(first.ends_with("-report.txt"));
-    EXPECT_EQ(first.size(), std::string(".quillstowtmp-12345678-report.txt").size());
-    EXPECT_NE(first, transfer::temporaryName("report.txt"));
+class StreamedCopyTest : public ::testing::Test {
+  protected:
+    TemporaryFolder root;
+    FaultyFileSystem fileSystem;
+    std::int64_t size = 5 * std::int64_t(chunkSize) + 123;
+    fs::path source = root / "source/clip.mov";
+    fs::path partial = root / "mirror" / partialName(size, "clip.mov");
+
+    void SetUp() override {
+        writePattern(source, size);
+        makeFolder(root / "mirror");
+    }
+    void stream(const StreamContext& context = {}) {
+        streamCopy(fileSystem, source, partial, size, "clip.mov", context);
+    }
+    // Streams once more and checks that only what the partial file lacked was copied.
+    void expectContinuedFrom(std::int64_t head) {
+        fileSystem.afterChunk = nullptr;
+        const std::int64_t before = fileSystem.bytesCopiedInChunks();
+        stream();
+        EXPECT_EQ(fileSystem.bytesCopiedInChunks() - before, size - head);
+        EXPECT_EQ(readFile(partial), readFile(source));
+    }
+};
+
+TEST_F(StreamedCopyTest, AnAttemptCutShortLeavesAHeadThatTheNextContinues) {
+    for (const bool cancelled : {false, true}) {
+        SCOPED_TRACE(cancelled ? "cancelled" : "failed");
+        fs::remove(partial);
+        std::stop_source stop;
+        StreamContext context;
+        context.stop = stop.get_token();
+        if (cancelled) {
+            fileSystem.afterChunk = [&](std::int64_t reached) {
+                if (reached >= 3 * std::int64_t(chunkSize)) stop.request_stop();
+            };
+        } else {
+            fileSystem.failNext(Op::copyChunk, EIO, 1, 3);
+        }
+        try {
+            stream(context);
+            ADD_FAILURE() << "the copy went through";
+        } catch (const Failure& failure) {
+            EXPECT_TRUE(cancelled ? errors::isCancellation(failure.error())
+                                  : errors::isPosix(failure.error(), EIO));
+        }
+        EXPECT_EQ(fs::file_size(partial), 3 * chunkSize);
+        expectContinuedFrom(3 * std::int64_t(chunkSize));
+    }
+}
+
+TEST_F(StreamedCopyTest, APartialFileThatIsNoHeadOfTheSourceIsNeverContinued) {
+    writeFile(partial, std::string(std::size_t(size), 'x'));
+    expectContinuedFrom(0);
+
+    writeFile(partial, std::string(4 * chunkSize, 'x'));
+    ASSERT_EQ(::truncate(source.c_str(), 2 * std::int64_t(chunkSize)), 0);
+    try {
+        stream();
+        ADD_FAILURE() << "no mismatch";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.error().code, int(ErrorCode::resumeMismatch));
+    }
+    EXPECT_FALSE(fs::exists(partial));
 }
 
 }  // namespace

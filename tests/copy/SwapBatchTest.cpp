@@ -1,6 +1,6 @@
 // A batch of copies waiting for their swap: a full batch is flushed while the next one is
-// copied, no name goes in before the flush that covers its data, and the outcomes come in the
-// order of the items.
+// copied, no name goes in before the flush that covers its data, a batch is bounded by its
+// copies and not by the folders they lie in, and the outcomes come in the order of the items.
 
 #include <gtest/gtest.h>
 
@@ -41,6 +41,10 @@ class GatedFlushes final : public ForwardingFileSystem {
             failing_ = failing;
         }
         changed_.notify_all();
+    }
+    int begun() {
+        const std::lock_guard lock(mutex_);
+        return begun_;
     }
     bool hasBegun(int number) {
         std::unique_lock lock(mutex_);
@@ -85,31 +89,34 @@ class SwapBatchTest : public ::testing::Test {
     }
 };
 
+// Each copy in a folder of its own: one flush still serves the whole batch.
 TEST_F(SwapBatchTest, AFullBatchIsFlushedWhileTheNextIsCopiedAndGoesInOnlyAfterItsFlush) {
-    writeFile(mirror / "a", "old a");
-    copy("a");
-    copy("b");
+    writeFile(mirror / "a/x", "old a/x");
+    copy("a/x");
+    copy("b/x");
     ASSERT_TRUE(fileSystem.hasBegun(1)) << "the full batch is handed to its flush";
-    copy("c");
-    EXPECT_EQ(readFile(mirror / "a"), "old a") << "no swap before the flush has ended";
-    EXPECT_FALSE(fs::exists(mirror / "b"));
+    copy("c/x");
+    EXPECT_EQ(readFile(mirror / "a/x"), "old a/x") << "no swap before the flush has ended";
+    EXPECT_FALSE(fs::exists(mirror / "b/x"));
     EXPECT_TRUE(result.copiedRelativePaths.empty());
 
     fileSystem.allow(1);
-    copy("d");  // fills the second batch: the first goes in, the second to its flush
-    EXPECT_EQ(readFile(mirror / "a"), "new a");
-    EXPECT_EQ(result.copiedRelativePaths, (std::vector<std::string>{"a", "b"}));
+    copy("d/x");  // fills the second batch: the first goes in, the second to its flush
+    EXPECT_EQ(readFile(mirror / "a/x"), "new a/x");
+    EXPECT_EQ(result.copiedRelativePaths, (std::vector<std::string>{"a/x", "b/x"}));
     ASSERT_TRUE(fileSystem.hasBegun(2));
-    EXPECT_FALSE(fs::exists(mirror / "c"));
+    EXPECT_FALSE(fs::exists(mirror / "c/x"));
 
-    batch->addError({source / "e", "copy", errors::posix(EACCES)});
-    copy("f");
+    batch->addError({source / "e/x", "copy", errors::posix(EACCES)});
+    copy("f/x");
     fileSystem.allow(3);
     batch->flush(result);
-    EXPECT_EQ(result.copiedRelativePaths, (std::vector<std::string>{"a", "b", "c", "d", "f"}));
+    EXPECT_EQ(result.copiedRelativePaths,
+              (std::vector<std::string>{"a/x", "b/x", "c/x", "d/x", "f/x"}));
     ASSERT_EQ(result.errors.size(), 1u);
-    EXPECT_EQ(result.errors[0].url, source / "e");
+    EXPECT_EQ(result.errors[0].url, source / "e/x");
     EXPECT_EQ(filesBelow(mirror).size(), 5u) << "nothing left beside the copies";
+    EXPECT_EQ(fileSystem.begun(), 3) << "one flush for each batch";
 }
 
 TEST_F(SwapBatchTest, ABatchWhoseFlushFailedIsCopiedAgainItemByItem) {

@@ -17,6 +17,7 @@
 #include "copy/FileCopier.hpp"
 #include "copy/FileTransfer.hpp"
 #include "copy/StreamedCopy.hpp"
+#include "support/RecordingSleeper.hpp"
 
 namespace quillstow {
 namespace {
@@ -288,6 +289,17 @@ TEST_F(StreamedCopyTest, APartialFileThatIsNoHeadOfTheSourceIsNeverContinued) {
         EXPECT_EQ(failure.error().code, int(ErrorCode::resumeMismatch));
     }
     EXPECT_FALSE(fs::exists(partial));
+}
+
+TEST_F(StreamedCopyTest, EachChunkPausesWhileTheGateThrottles) {
+    RecordingSleeper sleeper;
+    const UserActivity away;
+    ActivityGate gate(away, sleeper);
+    gate.setBandwidthMode(BandwidthMode::quiet);
+    StreamContext context;
+    context.gate = &gate;
+    stream(context);
+    EXPECT_EQ(sleeper.slept, std::vector<double>(6, 0.002));
 }
 
 }  // namespace

@@ -66,14 +66,5 @@ TEST_F(DebouncerTest, ADebouncerThatGoesAwayNeverRunsItsAction) {
     EXPECT_TRUE(fired.empty());
 }
 
-TEST_F(DebouncerTest, AnActionMayScheduleTheNext) {
-    debouncer.schedule([this] {
-        record();
-        debouncer.schedule([this] { record(); });
-    });
-    queue.advance(60);
-    EXPECT_EQ(fired, (std::vector<double>{2.0, 4.0}));
-}
-
 }  // namespace
 }  // namespace quillstow

@@ -17,7 +17,6 @@
 #include "copy/FileCopier.hpp"
 #include "copy/FileTransfer.hpp"
 #include "copy/StreamedCopy.hpp"
-#include "support/RecordingSleeper.hpp"
 
 namespace quillstow {
 namespace {
@@ -182,19 +181,6 @@ TEST_F(FileTransferTest, ACopyTellsWhatItMadeAndRefusesAnItemThatChangedItsKind)
     }
 }
 
-TEST_F(FileTransferTest, AFileWhereAFolderBelongsStaysAndFailsTheCopy) {
-    writeFile(source, "x");
-    writeFile(root / "mirror/deep", "a file where a folder should be");
-    try {
-        transfer::copyFile(fileSystem, source, destination);
-        ADD_FAILURE() << "copy succeeded";
-    } catch (const FileOperationFailure& failure) {
-        EXPECT_EQ(failure.error().operation, "createDirectory");
-        EXPECT_EQ(failure.error().url, root / "mirror/deep");
-    }
-    EXPECT_EQ(readFile(root / "mirror/deep"), "a file where a folder should be");
-}
-
 TEST_F(FileTransferTest, AFolderIsCopiedWholeWithItsLinksAndReplacesTheOldOne) {
     const fs::path package = root / "source/Song.band";
     const fs::path mirrored = root / "mirror/Song.band";
@@ -208,21 +194,6 @@ TEST_F(FileTransferTest, AFolderIsCopiedWholeWithItsLinksAndReplacesTheOldOne) {
     EXPECT_EQ(fs::read_symlink(mirrored / "current"), "Media/take1.wav");
     EXPECT_FALSE(fs::exists(mirrored / "Media/old-take.wav"));
     EXPECT_TRUE(leftovers(root / "mirror").empty());
-}
-
-TEST(SameSize, ComparesSizesAndLetsAFolderMatchOnlyAFolder) {
-    TemporaryFolder root;
-    writeFile(root / "a", "12345");
-    writeFile(root / "b", "54321");
-    writeFile(root / "c", "1234");
-    makeFolder(root / "d1");
-    makeFolder(root / "d2");
-    const std::tuple<const char*, const char*, bool> cases[] = {
-        {"a", "b", true},        {"a", "c", false},  {"a", "missing", false},
-        {"missing", "a", false}, {"d1", "d2", true}, {"d1", "a", false},
-    };
-    for (const auto& [from, to, same] : cases)
-        EXPECT_EQ(transfer::sameSize(root / from, root / to), same) << from << " " << to;
 }
 
 class StreamedCopyTest : public ::testing::Test {
@@ -289,17 +260,6 @@ TEST_F(StreamedCopyTest, APartialFileThatIsNoHeadOfTheSourceIsNeverContinued) {
         EXPECT_EQ(failure.error().code, int(ErrorCode::resumeMismatch));
     }
     EXPECT_FALSE(fs::exists(partial));
-}
-
-TEST_F(StreamedCopyTest, EachChunkPausesWhileTheGateThrottles) {
-    RecordingSleeper sleeper;
-    const UserActivity away;
-    ActivityGate gate(away, sleeper);
-    gate.setBandwidthMode(BandwidthMode::quiet);
-    StreamContext context;
-    context.gate = &gate;
-    stream(context);
-    EXPECT_EQ(sleeper.slept, std::vector<double>(6, 0.002));
 }
 
 }  // namespace

@@ -103,7 +103,6 @@ TEST(PassPlan, HoldsWhatEachPairOfSourceAndMirrorItemsAsksFor) {
         std::string plan;
     };
     const Case cases[] = {
-        {"new", [&](auto s, auto) { file(s / "a/x", 5, t); }, "items a/x | copy a/x | 5 bytes"},
         {"hidden files are listed, links neither listed nor followed",
          [&](auto s, auto m) {
              file(s / ".hidden", 2, t), file(s / "sub/b", 3, t), makeFolder(s / "empty/nested");

@@ -130,17 +130,5 @@ TEST_F(SwapBatchTest, ABatchWhoseFlushFailedIsCopiedAgainItemByItem) {
     EXPECT_EQ(readFile(mirror / "b"), "new b");
 }
 
-TEST_F(SwapBatchTest, AnAbandonedBatchKeepsItsErrorsAndSwapsNothing) {
-    copy("a");
-    copy("b");
-    batch->addError({source / "c", "copy", errors::posix(EACCES)});
-    fileSystem.allow(1);
-    batch->abandon(result);
-    EXPECT_TRUE(result.copiedRelativePaths.empty());
-    ASSERT_EQ(result.errors.size(), 1u);
-    EXPECT_FALSE(fs::exists(mirror / "a"));
-    EXPECT_FALSE(batch->hasPendingCopies());
-}
-
 }  // namespace
 }  // namespace quillstow

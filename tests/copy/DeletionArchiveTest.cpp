@@ -5,7 +5,7 @@
 
 #include "TestTree.hpp"
 #include "copy/DeletionArchive.hpp"
-#include "copy/FileCopier.hpp"
+#include "copy/FileSystem.hpp"
 
 namespace quillstow {
 namespace {

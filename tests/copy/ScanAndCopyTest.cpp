@@ -1,10 +1,8 @@
-// Whole passes over real folders: what a pass copies, reports and archives, and what it must
-// never do to a mirror: write before its checks, destroy a backup that stands in the way of a
-// new item, write through a link inside it, record a copy of a file that moved under it as
-// current, or skip a name in silence.
+// What a whole pass over real folders must never do to a mirror: write before its checks, swap
+// in a copy of the wrong size or one whose file moved under it, destroy a backup that stands in
+// the way of a new item, write through a link inside it, or skip a name or a depth in silence.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <functional>
@@ -75,25 +73,19 @@ TEST_F(ScanAndCopyTest, UnsafeDestinationsAreRefusedBeforeAnythingIsWritten) {
         return paths;
     };
     const std::set<fs::path> before = everything();
-    struct Case {
-        const char* name;
-        fs::path destination;
-        const char* operation;
-        int code;
+    const std::tuple<fs::path, const char*, int> cases[] = {
+        {root / "link-destination", "validateDestination", 1003},
+        {source / "Backup", "validatePath", 1101},
+        {root / "plain-file/mirror", "createDirectory", ENOTDIR},
     };
-    const Case cases[] = {
-        {"a link", root / "link-destination", "validateDestination", 1003},
-        {"inside the source", source / "Backup", "validatePath", 1101},
-        {"below a file", root / "plain-file/mirror", "createDirectory", ENOTDIR},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [destination, operation, code] : cases) {
+        SCOPED_TRACE(destination);
         try {
-            copier.scanAndCopy(source, c.destination, trash, ExclusionFilter{}, nullptr);
+            copier.scanAndCopy(source, destination, trash, ExclusionFilter{}, nullptr);
             ADD_FAILURE() << "accepted";
         } catch (const FileOperationFailure& failure) {
-            EXPECT_EQ(failure.error().operation, c.operation);
-            EXPECT_EQ(failure.error().underlying.code, c.code);
+            EXPECT_EQ(failure.error().operation, operation);
+            EXPECT_EQ(failure.error().underlying.code, code);
         }
         EXPECT_EQ(everything(), before);
     }

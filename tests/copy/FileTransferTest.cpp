@@ -243,7 +243,7 @@ TEST_F(StreamedCopyTest, AnAttemptCutShortLeavesAHeadThatTheNextContinues) {
     }
 }
 
-TEST_F(StreamedCopyTest, APartialFileThatIsNoHeadOfTheSourceIsNeverContinued) {
+TEST_F(StreamedCopyTest, APartialFileNoShorterThanTheSourceIsNeverContinued) {
     writeFile(partial, std::string(std::size_t(size), 'x'));
     expectContinuedFrom(0);
 

@@ -202,13 +202,4 @@ std::int64_t copyFile(FileSystem& fileSystem, const Path& source, const Path& de
                      {context.stop, nullptr});
 }
 
-bool sameSize(const ItemRef& source, const ItemRef& destination) {
-    const auto sourceStatus = statusOf(source);
-    const auto destinationStatus = statusOf(destination);
-    if (!sourceStatus || !destinationStatus) return false;
-    if (S_ISDIR(sourceStatus->st_mode)) return S_ISDIR(destinationStatus->st_mode);
-    return !S_ISDIR(destinationStatus->st_mode) &&
-           sourceStatus->st_size == destinationStatus->st_size;
-}
-
 }  // namespace quillstow::transfer

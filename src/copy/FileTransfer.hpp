@@ -143,8 +143,4 @@ std::int64_t copyOnce(FileSystem& fileSystem, const Path& source, const Path& de
 std::int64_t copyFile(FileSystem& fileSystem, const Path& source, const Path& destination,
                       const StreamContext& context = {});
 
-// Whether both sides have the same size; a folder only needs a folder. Never raises: what
-// can't be read answers false.
-bool sameSize(const ItemRef& source, const ItemRef& destination);
-
 }  // namespace quillstow::transfer

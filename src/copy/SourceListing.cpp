@@ -55,14 +55,6 @@ WalkedEntries listSource(const std::filesystem::path& source, const ExclusionFil
     return readSource(fileSystem, source, filter, stop).items;
 }
 
-std::string relativePath(const std::filesystem::path& root, const std::filesystem::path& item) {
-    std::string rootPath = paths::resolved(root).native();
-    if (!rootPath.ends_with('/')) rootPath += '/';
-    const std::string itemPath = paths::resolved(item).native();
-    if (itemPath.starts_with(rootPath)) return itemPath.substr(rootPath.size());
-    return paths::lastPathComponent(itemPath);
-}
-
 bool needsCopy(const std::optional<FileInfo>& source, const std::optional<FileInfo>& destination) {
     if (!destination || !source) return true;
     if (destination->isSymbolicLink() || destination->isDirectory() != source->isDirectory()) {

@@ -59,10 +59,6 @@ SourceListing readSource(FileSystem& fileSystem, const std::filesystem::path& so
 WalkedEntries listSource(const std::filesystem::path& source, const ExclusionFilter& filter,
                          std::stop_token stop = {});
 
-// The path of `item` relative to `root`, both standardised with links resolved; an item outside
-// the root yields its last component alone, which puts it at the top of the mirror.
-std::string relativePath(const std::filesystem::path& root, const std::filesystem::path& item);
-
 // Differences of up to this much, either way, still count as the same date: FAT keeps even
 // seconds.
 inline constexpr std::chrono::nanoseconds modificationDateTolerance{2'000'000'000};

@@ -1,8 +1,5 @@
 #include "ProjectFolders.hpp"
 
-#include <stdlib.h>
-#include <time.h>
-
 #include "TestTree.hpp"
 
 namespace quillstow::testing {
@@ -49,22 +46,6 @@ bool holdsOnlyHidden(const fs::path& folder) {
     for (const auto& entry : fs::directory_iterator(folder))
         if (!entry.path().filename().native().starts_with('.')) return false;
     return true;
-}
-
-ScopedEnvironment::ScopedEnvironment(std::string name, const std::string& value)
-    : name_(std::move(name)) {
-    if (const char* previous = ::getenv(name_.c_str())) previous_ = previous;
-    ::setenv(name_.c_str(), value.c_str(), 1);
-    ::tzset();
-}
-
-ScopedEnvironment::~ScopedEnvironment() {
-    if (previous_) {
-        ::setenv(name_.c_str(), previous_->c_str(), 1);
-    } else {
-        ::unsetenv(name_.c_str());
-    }
-    ::tzset();
 }
 
 }  // namespace quillstow::testing

@@ -1,18 +1,18 @@
-// The tray application on the offscreen platform: the icon and tooltip of every status, the
-// click rule with the About window open, the popover's rows following a real engine in virtual
-// time, Pause All and Resume All, the menu's items and marks, and where the popover goes.
+// The tray application on the offscreen platform: the icon and row of every status, which window
+// a click or a request opens, when the popover hides, the menu's items and marks, the popover
+// following a real engine in virtual time, one instance per session, the update reminder, and the
+// small decisions behind them as tables.
 
 #include <xcb/xcb.h>
 
 #include <QApplication>
 #include <QDBusConnection>
 #include <QFileDialog>
+#include <QLabel>
 #include <QMenu>
-#include <QPushButton>
 #include <QToolButton>
 #include <QtTest>
 #include <filesystem>
-#include <fstream>
 
 #include "../control/EngineHarness.hpp"
 #include "PrivateBus.hpp"
@@ -22,6 +22,7 @@
 #include "app/QtMainQueue.hpp"
 #include "app/SingleInstance.hpp"
 #include "app/TrayApplication.hpp"
+#include "app/UpdateFeed.hpp"
 #include "shell/viewmodels/AddBackupModel.hpp"
 #include "tray/PopoverPlacement.hpp"
 #include "tray/StatusMenuBuilder.hpp"
@@ -33,11 +34,17 @@
 #include "views/Icons.hpp"
 #include "views/PairRowView.hpp"
 #include "views/PopoverView.hpp"
+#ifdef QUILLSTOW_UPDATE_CHECK
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include "app/UpdateService.hpp"
+#include "support/VirtualMainQueue.hpp"
+#endif
 
 using namespace quillstow;
 using namespace quillstow::shell;
 using Case = BackupStatus::Case;
-
 using testing::saveShot;
 
 namespace {
@@ -46,7 +53,7 @@ QString qt(const std::string& text) {
     return QString::fromStdString(text);
 }
 
-// Every action of a menu and its submenus by title, for clicking through it.
+// An action of a menu or of its submenus by title.
 QAction* findAction(QMenu& menu, const QString& title) {
     for (QAction* action : menu.actions()) {
         if (action->text() == title) return action;
@@ -54,6 +61,13 @@ QAction* findAction(QMenu& menu, const QString& title) {
             if (QAction* inner = findAction(*action->menu(), title)) return inner;
     }
     return nullptr;
+}
+
+QStringList titlesOf(QMenu& menu) {
+    QStringList titles;
+    for (QAction* action : menu.actions())
+        titles << (action->isSeparator() ? "-" : action->text());
+    return titles;
 }
 
 // Whether most of an icon's coloured pixels are red: the mark of a destructive item.
@@ -68,6 +82,23 @@ bool isMostlyRed(const QIcon& icon) {
         }
     }
     return red > 10 && red > 4 * other;
+}
+
+// Runs `inspect` on the modal dialog or popup menu that `open` brings up, then closes it.
+template <typename Widget>
+void whileOpen(const std::function<void()>& open, const std::function<void(Widget&)>& inspect) {
+    bool seen = false;
+    QTimer::singleShot(0, [&] {
+        QWidget* shown = QApplication::activeModalWidget();
+        if (!shown) shown = QApplication::activePopupWidget();
+        if (auto* widget = qobject_cast<Widget*>(shown)) {
+            seen = true;
+            inspect(*widget);
+        }
+        if (shown) shown->close();
+    });
+    open();
+    QVERIFY2(seen, "nothing opened");
 }
 
 // A status manager over real folders in virtual time, and the shell's model over it.
@@ -106,6 +137,7 @@ struct TrayHarness {
             if (application.statusManager().addPair(pairs.back())) qFatal("the pair was refused");
         }
         tray = std::make_unique<TrayApplication>(application, 0);
+        tray->popover().setStyle(PopoverController::Style::anchored);
     }
     ~TrayHarness() {
         tray->stop();
@@ -114,96 +146,68 @@ struct TrayHarness {
     PopoverView& view() { return *qobject_cast<PopoverView*>(tray->popover().window()); }
 };
 
+void closeAndDelete(QWidget* window) {
+    window->close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
 }  // namespace
 
 class ShellTest : public QObject {
     Q_OBJECT
 
   private slots:
-    void placesThePopover_data();
-    void placesThePopover();
     void eachStatusShowsItsIconMarkAndRow_data();
     void eachStatusShowsItsIconMarkAndRow();
-    void timeAgoLadders_data();
-    void timeAgoLadders();
-    void aClickWithTheAboutWindowOpenOnlyClosesIt();
-    void theMenuOpensOneFilingWindowWithAFreshFlowEachTime();
-    void aRestoreRequestOpensTheWindowOfThatPairOnly();
-    void thePopoverHidesWhenTheFocusLeavesItButNotForItsOwnDialogs();
-    void launchAtLoginWritesAndRemovesTheAutostartEntry();
-    void popoverRowsFollowAnEngineThroughAPassAndAnError();
-    void pauseAllFlipsToResumeAllAndBack();
-    void theEmptyStateAsksForAFirstFolder();
+    void theTraysSmallDecisions();
+    void eachWindowOpensOnceAndAClickClearsOnlyTheSmallOnes();
+    void thePopoverHidesWhenTheFocusOrTheWorkspaceLeavesIt();
+    void popoverRowsFollowAnEngineAndPauseAllFlips();
     void everyMenuItemCallsItsActionAndTheMarksFollowTheState();
-    void theMenuListsTheFiveNewestEventsAndSaysWhenAPairIsGone();
-    void onlyTheRowsRelinkDialogCanCreateFolders();
-    void theRowsMenuRedoesTheSmartSetupAndMarksRemoveInRed();
-    void aRightClickKeepsThePopoverOpenAndAnotherWorkspaceClosesIt();
-    void aWorkspaceSwitchIsAChangeOfTheCurrentDesktop();
-    void onlyNotificationsComingOnAskForPermission();
-    void aSecondStartActivatesTheFirstOverTheLocalSocket();
-    void aSecondStartActivatesTheFirstOverTheSessionBus();
+    void theMenuListsTheFiveNewestEvents();
+    void theRowsMenuAndDialogs();
+    void launchAtLoginWritesAndRemovesTheAutostartEntry();
+    void aSecondStartActivatesTheFirst();
+    void theUpdateFeedIsTrustedOnlyOverSecureAddresses();
+#ifdef QUILLSTOW_UPDATE_CHECK
+    void aNewerReleaseGivesOneQuietReminderOnlyAfterTheUserOptedIn();
+#endif
 };
-
-void ShellTest::placesThePopover_data() {
-    QTest::addColumn<std::optional<QRect>>("icon");
-    QTest::addColumn<QPoint>("cursor");
-    QTest::addColumn<QRect>("available");
-    QTest::addColumn<QPoint>("expected");
-    const QRect screen(0, 28, 1280, 772);  // a panel of 28 at the top
-    const auto row = [](const char* name, std::optional<QRect> icon, QPoint cursor, QRect available,
-                        QPoint expected) {
-        QTest::newRow(name) << icon << cursor << available << expected;
-    };
-    row("centred under a known icon", QRect(600, 2, 24, 24), {10, 10}, screen, {462, 30});
-    row("icon unknown: under the pointer", std::nullopt, {700, 14}, screen, {550, 28});
-    row("off the right edge moves left", QRect(1250, 2, 24, 24), {}, screen, {980, 30});
-    row("off the left edge moves right", QRect(0, 2, 24, 24), {}, screen, {0, 30});
-    row("panel at the bottom: above the icon", QRect(600, 776, 24, 24), {}, {0, 0, 1280, 772},
-        {462, 412});
-    row("below a short screen: moved up onto it", QRect(600, 200, 24, 24), {}, {0, 0, 1280, 500},
-        {462, 0});
-}
-
-void ShellTest::placesThePopover() {
-    QFETCH(std::optional<QRect>, icon);
-    QFETCH(QPoint, cursor);
-    QFETCH(QRect, available);
-    QFETCH(QPoint, expected);
-    QCOMPARE(placePopover(icon, cursor, QSize(300, 360), available), expected);
-}
 
 // The status of one pair as the tray, the menu and the popover row show it.
 void ShellTest::eachStatusShowsItsIconMarkAndRow_data() {
-    QTest::addColumn<QString>("status");
+    QTest::addColumn<BackupStatus>("status");
     QTest::addColumn<int>("lastBackupAgo");  // seconds; -1: never backed up
     QTest::addColumn<QString>("icon");
     QTest::addColumn<QString>("mark");
     QTest::addColumn<QString>("row");
     QTest::addColumn<bool>("offersDetail");
     QTest::addColumn<bool>("working");
-    const auto row = [](const char* name, QString status, int ago, QString icon, QString mark,
+    const auto row = [](const char* name, BackupStatus status, int ago, QString icon, QString mark,
                         QString text, bool offersDetail, bool working) {
         QTest::newRow(name) << status << ago << icon + "-symbolic" << mark << text << offersDetail
                             << working;
     };
     const QString drive = "externaldrive.", done = drive + "badge.checkmark";
     const QString busy = "arrow.triangle.2.circlepath";
-    row("idle, never backed up", "idle", -1, done, "●", "Up to date", false, false);
-    row("idle, an hour ago", "idle", 3600, done, "●", "✓ 1h ago", false, false);
-    row("completed, no date yet", "completed", -1, done, "●", "✓ Done", false, false);
-    row("completed a minute ago", "completed", 60, done, "●", "✓ 1m ago", false, false);
-    row("syncing at 0.999", "syncing", -1, busy, "↑", "↑ 99%", false, true);
-    row("scanning", "scanning", -1, busy, "↑", "Scanning…", false, true);
-    row("queued", "queued", -1, busy, "◷", "Queued", false, true);
-    row("error", "error", -1, drive + "badge.exclamationmark", "⚠", "⚠ Error", true, false);
-    row("unreachable", "unreachable", -1, drive + "trianglebadge.exclamationmark", "⚠",
-        "Reconnecting…", true, false);
-    row("paused", "paused", -1, drive + "badge.minus", "○", "Paused", false, false);
+    row("idle, never backed up", BackupStatus::idle(), -1, done, "●", "Up to date", false, false);
+    row("completed, no date yet", BackupStatus::completed(3, 1.5), -1, done, "●", "✓ Done", false,
+        false);
+    row("completed a minute ago", BackupStatus::completed(3, 1.5), 60, done, "●", "✓ 1m ago", false,
+        false);
+    row("syncing at 0.999", BackupStatus::syncing(0.999, "a.txt"), -1, busy, "↑", "↑ 99%", false,
+        true);
+    row("scanning", BackupStatus::scanning(), -1, busy, "↑", "Scanning…", false, true);
+    row("queued", BackupStatus::queued(), -1, busy, "◷", "Queued", false, true);
+    row("error", BackupStatus::error(BackupError::timedOut()), -1, drive + "badge.exclamationmark",
+        "⚠", "⚠ Error", true, false);
+    row("unreachable", BackupStatus::destinationUnreachable(), -1,
+        drive + "trianglebadge.exclamationmark", "⚠", "Reconnecting…", true, false);
+    row("paused", BackupStatus::paused(), -1, drive + "badge.minus", "○", "Paused", false, false);
 }
 
 void ShellTest::eachStatusShowsItsIconMarkAndRow() {
-    QFETCH(QString, status);
+    QFETCH(BackupStatus, status);
     QFETCH(int, lastBackupAgo);
     QFETCH(QString, icon);
     QFETCH(QString, mark);
@@ -218,19 +222,8 @@ void ShellTest::eachStatusShowsItsIconMarkAndRow() {
     s.h.store->updatePair(pair);
     s.start();
     QSignalSpy iconChanges(s.model.get(), &ShellModel::overallStatusChanged);
-    const std::map<QString, BackupStatus> statuses{
-        {"idle", BackupStatus::idle()},
-        {"completed", BackupStatus::completed(3, 1.5)},
-        {"syncing", BackupStatus::syncing(0.999, "a.txt")},
-        {"scanning", BackupStatus::scanning()},
-        {"queued", BackupStatus::queued()},
-        {"error", BackupStatus::error(BackupError::timedOut())},
-        {"unreachable", BackupStatus::destinationUnreachable()},
-        {"paused", BackupStatus::paused()},
-    };
-    s.engine(pair.id).setStatus(statuses.at(status));
+    s.engine(pair.id).setStatus(status);
     QCOMPARE(qt(s.model->iconName()), icon);
-    QCOMPARE(s.model->tooltip(), s.manager->statusText());
     QVERIFY(!themedSymbolIcon(s.model->iconName()).pixmap(22, 22).isNull());
     QCOMPARE(qt(s.model->menu().pairs.at(0).title), mark + "  Work");
     const PairRowState shown = s.model->popover().rows.at(0);
@@ -238,144 +231,153 @@ void ShellTest::eachStatusShowsItsIconMarkAndRow() {
     QCOMPARE(shown.offersErrorDetail, offersDetail);
     QCOMPARE(shown.isWorking, working);
     // The icon is set again only when the one status really changes.
-    const int changes = status == "paused" ? 0 : 1;
+    const int changes = status.kind() == Case::paused ? 0 : 1;
     QCOMPARE(iconChanges.count(), changes);
-    s.engine(pair.id).setStatus(statuses.at(status));
+    s.engine(pair.id).setStatus(status);
     QCOMPARE(iconChanges.count(), changes);
 }
 
-void ShellTest::timeAgoLadders_data() {
-    QTest::addColumn<double>("seconds");
-    QTest::addColumn<QString>("shortText");
-    QTest::addColumn<QString>("abbreviated");
-    const auto row = [](const char* name, double seconds, QString shortText, QString abbreviated) {
-        QTest::newRow(name) << seconds << shortText << abbreviated;
+void ShellTest::theTraysSmallDecisions() {
+    // Where the popover goes, on a screen with a panel of 28 at the top unless said otherwise.
+    const QRect screen(0, 28, 1280, 772);
+    const struct {
+        const char* name;
+        std::optional<QRect> icon;
+        QPoint cursor;
+        QRect available;
+        QPoint expected;
+    } placements[] = {
+        {"centred under a known icon", QRect(600, 2, 24, 24), {10, 10}, screen, {462, 30}},
+        {"icon unknown: under the pointer", std::nullopt, {700, 14}, screen, {550, 28}},
+        {"off the right edge moves left", QRect(1250, 2, 24, 24), {}, screen, {980, 30}},
+        {"off the left edge moves right", QRect(0, 2, 24, 24), {}, screen, {0, 30}},
+        {"panel at the bottom", QRect(600, 776, 24, 24), {}, {0, 0, 1280, 772}, {462, 412}},
+        {"below a short screen", QRect(600, 200, 24, 24), {}, {0, 0, 1280, 500}, {462, 0}},
     };
+    for (const auto& c : placements)
+        QVERIFY2(placePopover(c.icon, c.cursor, QSize(300, 360), c.available) == c.expected,
+                 c.name);
+
+    // How long ago, in the row's short words and the menu's abbreviated ones.
     constexpr double day = 86400;
-    row("now", 0, "Just now", "0 sec. ago");
-    row("59 seconds", 59, "Just now", "59 sec. ago");
-    row("60 seconds", 60, "1m ago", "1 min. ago");
-    row("just under an hour", 3599.9, "59m ago", "59 min. ago");
-    row("an hour", 3600, "1h ago", "1 hr. ago");
-    row("just under a day", day - 1, "23h ago", "23 hr. ago");
-    row("a day", day, "1d ago", "1 day ago");
-    row("two days", 2 * day, "2d ago", "2 days ago");
-    row("just under a week", 7 * day - 1, "6d ago", "6 days ago");
-    row("a week", 7 * day, "7d ago", "1 wk. ago");
-    row("30 days: still weeks", 30 * day, "30d ago", "4 wk. ago");
-    row("31 days: a month", 31 * day, "31d ago", "1 mo. ago");
-    row("a day short of a year", 364 * day, "364d ago", "11 mo. ago");
-    row("a year", 365 * day, "365d ago", "1 yr. ago");
-    row("three years", 3 * 365 * day, "1095d ago", "3 yr. ago");
+    const struct {
+        double seconds;
+        const char *shortText, *abbreviated;
+    } agos[] = {
+        {59, "Just now", "59 sec. ago"},       {60, "1m ago", "1 min. ago"},
+        {3599.9, "59m ago", "59 min. ago"},    {3600, "1h ago", "1 hr. ago"},
+        {day - 1, "23h ago", "23 hr. ago"},    {day, "1d ago", "1 day ago"},
+        {7 * day - 1, "6d ago", "6 days ago"}, {7 * day, "7d ago", "1 wk. ago"},
+        {30 * day, "30d ago", "4 wk. ago"},    {31 * day, "31d ago", "1 mo. ago"},
+        {364 * day, "364d ago", "11 mo. ago"}, {3 * 365 * day, "1095d ago", "3 yr. ago"},
+    };
+    for (const auto& c : agos) {
+        QCOMPARE(qt(texts::shortTimeAgo(c.seconds)), QString(c.shortText));
+        QCOMPARE(qt(texts::abbreviatedTimeAgo(c.seconds)), QString(c.abbreviated));
+    }
+
+    // A workspace switch is a change of the current desktop; without its atom there is no X11.
+    constexpr std::uint32_t desktop = 301;
+    const struct {
+        const char* name;
+        std::uint8_t type;
+        std::uint32_t atom, watched;
+        bool isSwitch;
+    } events[] = {
+        {"the current desktop changed", XCB_PROPERTY_NOTIFY, desktop, desktop, true},
+        {"sent by the window manager", XCB_PROPERTY_NOTIFY | 0x80, desktop, desktop, true},
+        {"another property", XCB_PROPERTY_NOTIFY, 302, desktop, false},
+        {"another event", XCB_CLIENT_MESSAGE, desktop, desktop, false},
+        {"no atom", XCB_PROPERTY_NOTIFY, XCB_ATOM_NONE, XCB_ATOM_NONE, false},
+    };
+    for (const auto& c : events) {
+        xcb_property_notify_event_t event{};
+        event.response_type = c.type;
+        event.atom = c.atom;
+        QVERIFY2(WorkspaceWatch::isWorkspaceSwitch(&event, c.watched) == c.isSwitch, c.name);
+    }
+
+    // Only notifications coming on ask the desktop for permission.
+    using Level = NotificationLevel;
+    const struct {
+        Level before, chosen;
+        bool asks;
+    } levels[] = {
+        {Level::nothing, Level::errorsOnly, true},
+        {Level::nothing, Level::everyBackup, true},
+        {Level::nothing, Level::nothing, false},
+        {Level::errorsOnly, Level::everyBackup, false},
+        {Level::dailySummary, Level::nothing, false},
+    };
+    for (const auto& c : levels)
+        QVERIFY(asksNotificationPermission(c.before, c.chosen) == c.asks);
 }
 
-void ShellTest::timeAgoLadders() {
-    QFETCH(double, seconds);
-    QFETCH(QString, shortText);
-    QFETCH(QString, abbreviated);
-    QCOMPARE(qt(texts::shortTimeAgo(seconds)), shortText);
-    QCOMPARE(qt(texts::abbreviatedTimeAgo(seconds)), abbreviated);
-}
-
-void ShellTest::aClickWithTheAboutWindowOpenOnlyClosesIt() {
-    TrayHarness t({});
+void ShellTest::eachWindowOpensOnceAndAClickClearsOnlyTheSmallOnes() {
+    TrayHarness t({"Work", "Photos"});
     TrayApplication& tray = *t.tray;
+    NotificationCenter& center = t.application.notificationCenter();
+    // With the About window open, a click only closes it; the next ones toggle the popover.
     tray.openAbout();
-    QVERIFY(tray.aboutWindow() && tray.aboutWindow()->isVisible());
     tray.statusItemClicked();
-    QVERIFY(!tray.aboutWindow()->isVisible());
-    QVERIFY(!tray.popover().isShown());
+    QVERIFY(!tray.aboutWindow()->isVisible() && !tray.popover().isShown());
     tray.statusItemClicked();
     QVERIFY(tray.popover().isShown());
-    tray.statusItemClicked();
-    QVERIFY(!tray.popover().isShown());
 
-    // The menu's "Add Folder…" closes the popover and posts its request, which nothing
-    // observes; the popover's "+" opens one add-backup window.
-    tray.statusItemClicked();
+    // The menu's "Add Folder…" closes the popover and posts its request; "+" opens one window.
     int requests = 0;
-    const Subscription observer = t.application.notificationCenter().observe(
+    const Subscription observer = center.observe(
         "quillstowShowAddBackup", [&requests](const NotificationInfo&) { ++requests; });
     tray.menuActions().addFolder();
     QCOMPARE(requests, 1);
-    QVERIFY(!tray.popover().isShown());
-    QVERIFY(!tray.addBackupWindow());
+    QVERIFY(!tray.popover().isShown() && !tray.addBackupWindow());
     auto* plus = t.view().findChild<QToolButton*>("Add backup");
     plus->click();
     QWidget* addBackup = tray.addBackupWindow();
     QVERIFY(addBackup && addBackup->isVisible());
     plus->click();
     QCOMPARE(tray.addBackupWindow(), addBackup);
-    addBackup->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    closeAndDelete(addBackup);
     QVERIFY(!tray.addBackupWindow());
-}
 
-void ShellTest::theMenuOpensOneFilingWindowWithAFreshFlowEachTime() {
-    TrayHarness t({});
-    TrayApplication& tray = *t.tray;
+    // Asked for again, the filing window is the same, as it stands, and a click leaves it;
+    // closed and opened again, it starts a new flow.
     tray.menuActions().openPromote();
     auto* filing = qobject_cast<FilingWindow*>(tray.filingWindow());
-    QVERIFY(filing && filing->isVisible());
-    // Typed into and asked for again: the same window, as it stands.
     filing->model().chooseArchive(t.folders.path());
     tray.menuActions().openPromote();
     QCOMPARE(tray.filingWindow(), filing);
-    QVERIFY(filing->model().archiveRoot());
-    // The icon's click clears away only the About, welcome and restore windows.
     tray.statusItemClicked();
-    QVERIFY(filing->isVisible());
-    QVERIFY(tray.popover().isShown());
-
-    filing->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QVERIFY(!tray.filingWindow());
+    QVERIFY(filing->isVisible() && filing->model().archiveRoot() && tray.popover().isShown());
+    closeAndDelete(filing);
     tray.menuActions().openPromote();
     filing = qobject_cast<FilingWindow*>(tray.filingWindow());
-    QVERIFY(filing && filing->isVisible());
-    QVERIFY2(!filing->model().archiveRoot(), "a window opened again starts a new flow");
-}
+    QVERIFY(filing && filing->isVisible() && !filing->model().archiveRoot());
 
-void ShellTest::aRestoreRequestOpensTheWindowOfThatPairOnly() {
-    TrayHarness t({"Work", "Photos"});
-    TrayApplication& tray = *t.tray;
-    NotificationCenter& center = t.application.notificationCenter();
+    // A restore request names a pair that exists, or nothing opens.
     center.post("quillstowShowRestore", {{"object", Uuid::random()}});
     center.post("quillstowShowRestore", {{"object", std::string("not an id")}});
     center.post("quillstowShowRestore", {});
     QVERIFY(!tray.restoreWindow());
-
-    // Through the popover row's "Restore Files…", which posts the request.
     emit t.view().restoreRequested(t.pairs[0].id);
     QWidget* restore = tray.restoreWindow();
     QVERIFY(restore && restore->isVisible());
-    QCOMPARE(restore->windowTitle(), QString("Restore — Work"));
     // A second pair's request while it shows brings the same window forward.
     center.post("quillstowShowRestore", {{"object", t.pairs[1].id}});
     QCOMPARE(tray.restoreWindow(), restore);
     QCOMPARE(restore->windowTitle(), QString("Restore — Work"));
-
-    // A click orders the window out and leaves the popover shut; the next one opens it.
+    // A click orders it out and leaves the popover shut; then another pair's window replaces it.
     tray.statusItemClicked();
-    QVERIFY(!restore->isVisible());
-    QVERIFY(!tray.popover().isShown());
-    tray.statusItemClicked();
-    QVERIFY(tray.popover().isShown());
-
-    // Ordered out, the window is replaced by one for the pair asked for now.
+    QVERIFY(!restore->isVisible() && !tray.popover().isShown());
     tray.menuActions().restorePair(t.pairs[1].id);
-    QVERIFY(tray.restoreWindow() && tray.restoreWindow()->isVisible());
     QCOMPARE(tray.restoreWindow()->windowTitle(), QString("Restore — Photos"));
-
-    // "Recover Deleted Files…" of the row and of the menu, by the same rule.
     tray.menuActions().recoverDeletedFiles(Uuid::random());
     QVERIFY(!tray.recoveryWindow());
     emit t.view().recoverRequested(t.pairs[0].id);
-    QVERIFY(tray.recoveryWindow() && tray.recoveryWindow()->isVisible());
     QCOMPARE(tray.recoveryWindow()->windowTitle(), QString("Recover Deleted Files — Work"));
 }
 
-void ShellTest::thePopoverHidesWhenTheFocusLeavesItButNotForItsOwnDialogs() {
+void ShellTest::thePopoverHidesWhenTheFocusOrTheWorkspaceLeavesIt() {
     auto* content = new QWidget;
     content->resize(300, 360);
     PopoverController popover(content, PopoverController::Style::anchored);
@@ -384,41 +386,56 @@ void ShellTest::thePopoverHidesWhenTheFocusLeavesItButNotForItsOwnDialogs() {
     QWidget dialog(content, Qt::Dialog);
     popover.show(QRect(600, 2, 24, 24));
     dialog.show();
-    QVERIFY(popover.isShown());
-    // Focus elsewhere before it ever reached the popover: it stays.
+    // Focus elsewhere before it ever reached the popover, or on its own dialog: it stays.
     popover.onFocusWindowChanged(other.windowHandle());
-    QVERIFY(popover.isShown());
     popover.onFocusWindowChanged(content->windowHandle());
     popover.onFocusWindowChanged(dialog.windowHandle());
     QVERIFY(popover.isShown());
     popover.onFocusWindowChanged(other.windowHandle());
     QVERIFY(!popover.isShown());
-    // As a window (no tray, Wayland) it is the user's to close.
-    popover.setStyle(PopoverController::Style::window);
-    popover.show(std::nullopt);
-    popover.onFocusWindowChanged(content->windowHandle());
-    popover.onFocusWindowChanged(other.windowHandle());
-    QVERIFY(popover.isShown());
+
+    // The tray's menu, its own or one a tray host draws with the focus, shows in front of it.
+    TrayHarness t;
+    PopoverController& tray = t.tray->popover();
+    t.tray->openPopover();
+    tray.onFocusWindowChanged(tray.window()->windowHandle());
+    t.tray->showMenu();
+    tray.onFocusWindowChanged(t.tray->menu().windowHandle());
+    QVERIFY(tray.isShown());
+    t.tray->menu().close();
+    emit t.tray->menu().aboutToShow();
+    tray.onFocusWindowChanged(nullptr);
+    QVERIFY(tray.isShown());
+    emit t.tray->menu().aboutToHide();
+    tray.onFocusWindowChanged(nullptr);
+    QVERIFY(!tray.isShown());
+    t.tray->openPopover();
+    emit t.tray->workspaceWatch().switched();
+    QVERIFY(!tray.isShown());
+    // As a window of its own (no tray, Wayland) it is the user's to close.
+    tray.setStyle(PopoverController::Style::window);
+    t.tray->openPopover();
+    tray.onFocusWindowChanged(tray.window()->windowHandle());
+    tray.onFocusWindowChanged(other.windowHandle());
+    emit t.tray->workspaceWatch().switched();
+    QVERIFY(tray.isShown());
 }
 
-void ShellTest::launchAtLoginWritesAndRemovesTheAutostartEntry() {
-    testing::TemporaryFolder config;
-    const QByteArray before = qgetenv("XDG_CONFIG_HOME");
-    qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(config.path().string()));
-    const auto entry = config.path() / "autostart" / "io.quillstow.Quillstow.desktop";
-    QCOMPARE(autostartEntryPath(), entry);
-    setLaunchAtLogin(true, "/opt/quill stow/quillstow");
-    const std::string text = testing::readFile(entry);
-    QVERIFY2(text.find("Exec=\"/opt/quill stow/quillstow\" --autostart\n") != std::string::npos,
-             text.c_str());
-    QVERIFY(text.find("Icon=io.quillstow.Quillstow\n") != std::string::npos);
-    setLaunchAtLogin(false, "/opt/quill stow/quillstow");
-    QVERIFY(!std::filesystem::exists(entry));
-    setLaunchAtLogin(false, "/opt/quill stow/quillstow");  // already gone: nothing to do
-    qputenv("XDG_CONFIG_HOME", before);
-}
-
-void ShellTest::popoverRowsFollowAnEngineThroughAPassAndAnError() {
+void ShellTest::popoverRowsFollowAnEngineAndPauseAllFlips() {
+    {
+        ShellHarness nothing;
+        nothing.start();
+        PopoverView empty(*nothing.model);
+        empty.show();
+        QCoreApplication::processEvents();
+        QStringList shown;
+        for (QLabel* label : empty.findChildren<QLabel*>())
+            if (label->isVisible()) shown << label->text();
+        QVERIFY2(shown.contains("Nothing's being backed up yet.") &&
+                     shown.contains("Click + to add your first folder."),
+                 qPrintable(shown.join(" | ")));
+        QVERIFY(saveShot(empty, "popover-empty.png").isEmpty());
+    }
     ShellHarness s;
     const BackupPair pair = s.h.makePair("Work");
     testing::writeFile(pair.sourceURL / "notes.txt", std::string(100, 'x'));
@@ -426,60 +443,32 @@ void ShellTest::popoverRowsFollowAnEngineThroughAPassAndAnError() {
     PopoverView view(*s.model);
     view.show();
     QStringList seen;
-    auto record = [&] {
-        if (view.rows().empty()) return;
+    const auto record = [&] {
         const QString text = view.rows()[0]->findChild<QToolButton*>("status")->text();
         if (seen.isEmpty() || seen.last() != text) seen << text;
     };
-    record();
     QObject::connect(s.model.get(), &ShellModel::changed, &view, record);
     QVERIFY(s.h.runUntilSettling());
     QVERIFY(s.h.finishRun());
-    QVERIFY2(seen.contains("Queued"), qPrintable(seen.join(" | ")));
-    QVERIFY2(seen.filter(QRegularExpression("^↑ \\d+%$")).size() >= 1,
+    QVERIFY2(seen.contains("Queued") && !seen.filter(QRegularExpression("^↑ \\d+%$")).isEmpty() &&
+                 seen.last().startsWith("✓ "),
              qPrintable(seen.join(" | ")));
-    QVERIFY2(seen.last().startsWith("✓ "), qPrintable(seen.join(" | ")));
 
     std::filesystem::remove_all(pair.sourceURL);
     s.manager->backupPairNow(pair.id);
     QVERIFY(s.h.runUntil([&] { return s.engine(pair.id).status().kind() == Case::error; }));
     QCOMPARE(seen.last(), QString("⚠ Error"));
-    auto* row = view.rows()[0];
-    auto* status = row->findChild<QToolButton*>("status");
-    QVERIFY(!row->isShowingErrorDetail());
-    status->click();
+    PairRowView* row = view.rows()[0];
+    row->findChild<QToolButton*>("status")->click();
     QVERIFY(row->isShowingErrorDetail());
-    saveShot(view, "popover-error.png");
-}
+    QVERIFY(saveShot(view, "popover-error.png").isEmpty());
 
-void ShellTest::pauseAllFlipsToResumeAllAndBack() {
-    ShellHarness s;
-    s.h.makePair("Work");
-    s.h.makePair("Photos");
-    s.start();
-    PopoverView view(*s.model);
-    QCOMPARE(view.pauseAllButton()->text(), QString("Pause All"));
     view.pauseAllButton()->click();
     QCOMPARE(view.pauseAllButton()->text(), QString("Resume All"));
     for (const auto& [id, engine] : s.manager->engines())
         QCOMPARE(engine->status().kind(), Case::paused);
     view.pauseAllButton()->click();
     QVERIFY(s.h.runUntil([&] { return view.pauseAllButton()->text() == "Pause All"; }));
-}
-
-void ShellTest::theEmptyStateAsksForAFirstFolder() {
-    ShellHarness s;
-    s.start();
-    PopoverView view(*s.model);
-    view.show();
-    QCoreApplication::processEvents();
-    QStringList shown;
-    for (QLabel* label : view.findChildren<QLabel*>())
-        if (label->isVisible()) shown << label->text();
-    QVERIFY2(shown.contains("Nothing's being backed up yet."), qPrintable(shown.join(" | ")));
-    QVERIFY(shown.contains("Click + to add your first folder."));
-    QCOMPARE(view.pauseAllButton()->text(), QString("Resume All"));
-    saveShot(view, "popover-empty.png");
 }
 
 void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
@@ -498,11 +487,11 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
     s.engine(work.id).setStatus(BackupStatus::error(BackupError::timedOut()));
 
     QStringList called;
-    auto note = [&](const QString& what) { return [&called, what] { called << what; }; };
-    auto notePair = [&](const QString& what) {
+    const auto note = [&](const QString& what) { return [&called, what] { called << what; }; };
+    const auto notePair = [&](const QString& what) {
         return [&called, what](const Uuid& id) { called << what + " " + qt(id.text()); };
     };
-    MenuActions actions{
+    const MenuActions actions{
         .openPopover = note("popover"),
         .backupAllNow = note("all"),
         .backupPairNow = notePair("backup"),
@@ -528,20 +517,12 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
     };
     QMenu menu;
     buildMenu(menu, s.model->menu(), actions);
-    const auto titlesOf = [](QMenu& menu) {
-        QStringList titles;
-        for (QAction* action : menu.actions())
-            if (!action->isSeparator()) titles << action->text();
-        return titles;
-    };
-    QCOMPARE(titlesOf(menu),
+    QCOMPARE(titlesOf(menu).filter(QRegularExpression("^[^-]")),
              (QStringList{"Open Quillstow", "Back Up All Now", "⚠  Work", "○  Photos",
                           "Add Folder…", "File a Finished Project…", "Recent Activity", "Settings",
                           "How Quillstow Works", "About Quillstow", "Quit Quillstow"}));
-
     const QString workId = qt(work.id.text());
-    const QString photosId = qt(photos.id.text());
-    const std::vector<std::pair<QString, QString>> clicks{
+    const std::pair<QString, QString> clicks[] = {
         {"Open Quillstow", "popover"},
         {"Back Up All Now", "all"},
         {"Add Folder…", "add"},
@@ -550,8 +531,6 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
         {"About Quillstow", "about"},
         {"Quit Quillstow", "quit"},
         {"Every 30 Minutes", "Every 30 Minutes"},
-        {"Manual Only", "Manual Only"},
-        {"Never", "Never"},
         {"Daily Summary + Errors", "Daily Summary + Errors"},
         {"Launch at Login", "login"},
         {"Trash Cleanup Reminders", "trash"},
@@ -563,6 +542,7 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
         {"Restore Files…", "restore " + workId},
         {"Recover Deleted Files…", "recover " + workId},
         {"Remove This Backup…", "remove " + workId},
+        {"Resume", "pause " + qt(photos.id.text())},
     };
     for (const auto& [title, expected] : clicks) {
         called.clear();
@@ -572,19 +552,13 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
         QCOMPARE(called, QStringList{expected});
     }
     QMenu* workMenu = findAction(menu, "⚠  Work")->menu();
-    QCOMPARE(titlesOf(*workMenu),
-             (QStringList{"Back Up Now", "Pause", "Change Destination…", "Show in File Manager",
-                          "Restore Files…", "Recover Deleted Files…", "Remove This Backup…"}));
     QVERIFY2(isMostlyRed(findAction(*workMenu, "Remove This Backup…")->icon()),
              "the destructive item is marked in red");
     QVERIFY(findAction(*workMenu, "Pause")->icon().isNull());
-    QMenu* photosMenu = findAction(menu, "○  Photos")->menu();
-    QVERIFY(!findAction(*photosMenu, "Back Up Now")->isEnabled());
-    called.clear();
-    findAction(*photosMenu, "Resume")->trigger();
-    QCOMPARE(called, QStringList{"pause " + photosId});
+    QVERIFY(!findAction(*findAction(menu, "○  Photos")->menu(), "Back Up Now")->isEnabled());
 
-    // The checks follow the settings; the update items exist only with the update check.
+    // The checks follow the settings, not the clicks above; the update items are there only
+    // with the update check.
     buildMenu(menu, s.model->menu(), actions);
     const std::pair<const char*, bool> checks[] = {
         {"Every 4 Hours", true}, {"Every Hour", false},      {"Every Backup", true},
@@ -592,9 +566,9 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
     };
     for (const auto& [title, checked] : checks)
         QVERIFY2(findAction(menu, title)->isChecked() == checked, title);
+    QVERIFY(!findAction(menu, "No activity yet")->isEnabled() &&
+            !findAction(menu, "Clear History"));
     QVERIFY(!findAction(menu, "Check for Updates Now"));
-    QVERIFY(!findAction(menu, "No activity yet")->isEnabled());
-    QVERIFY(!findAction(menu, "Clear History"));
     buildMenu(menu, s.model->menu(), actions,
               {.withUpdateCheck = true, .autoChecksForUpdates = true});
     QVERIFY(findAction(menu, "Auto-check for Updates")->isChecked());
@@ -603,22 +577,20 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
     QCOMPARE(called, QStringList{"check"});
 }
 
-void ShellTest::theMenuListsTheFiveNewestEventsAndSaysWhenAPairIsGone() {
+void ShellTest::theMenuListsTheFiveNewestEvents() {
     ShellHarness s;
     const BackupPair work = s.h.makePair("Work");
     const Date now = s.h.wallClock.now();
-    auto event = [&](BackupEvent::EventType type, int minutesAgo, std::int64_t files,
-                     std::optional<std::string> message, Uuid pairId) {
-        BackupEvent e;
-        e.id = Uuid::random();
-        e.pairId = pairId;
-        e.timestamp = now - std::chrono::minutes(minutesAgo);
-        e.type = type;
-        e.filesAffected = files;
-        e.message = std::move(message);
-        s.h.store->addEvent(e);
-    };
     using Type = BackupEvent::EventType;
+    const auto event = [&](Type type, int minutesAgo, std::int64_t files,
+                           std::optional<std::string> message, Uuid pairId) {
+        s.h.store->addEvent({.id = Uuid::random(),
+                             .pairId = pairId,
+                             .timestamp = now - std::chrono::minutes(minutesAgo),
+                             .type = type,
+                             .filesAffected = files,
+                             .message = std::move(message)});
+    };
     event(Type::backup, 60 * 24 * 3, 9, std::nullopt, work.id);  // the sixth: not shown
     event(Type::backup, 120, 1, std::nullopt, work.id);
     event(Type::error, 60, 0, "The drive is full", work.id);
@@ -626,79 +598,29 @@ void ShellTest::theMenuListsTheFiveNewestEventsAndSaysWhenAPairIsGone() {
     event(Type::integrityChecked, 5, 0, std::nullopt, Uuid::random());
     event(Type::verificationFailed, 0, 2, std::nullopt, work.id);
     s.start();
-    const MenuState state = s.model->menu();
-    std::vector<std::string> lines;
-    for (const MenuEventLine& line : state.recentEvents)
-        lines.push_back(line.title);
-    QCOMPARE(lines, (std::vector<std::string>{
-                        "⚠ Work — 2 files (0 sec. ago)",
+    QStringList lines;
+    for (const MenuEventLine& line : s.model->menu().recentEvents)
+        lines << qt(line.title) + (line.isAlarm ? " !" : "");
+    QCOMPARE(lines, (QStringList{
+                        "⚠ Work — 2 files (0 sec. ago) !",
                         "🛡 (Deleted) — Health Check (5 min. ago)",
                         "⏏ Work — Drive Disconnected (30 min. ago)",
-                        "✗ Work — The drive is full (1 hr. ago)",
+                        "✗ Work — The drive is full (1 hr. ago) !",
                         "✓ Work — 1 file (2 hr. ago)",
                     }));
-    QVERIFY(state.recentEvents[0].isAlarm);
-    QVERIFY(!state.recentEvents[1].isAlarm);
-    QVERIFY(state.recentEvents[3].isAlarm);
 }
 
-// Runs `inspect` on the modal dialog or popup menu that `open` brings up, which must close it.
-template <typename Widget>
-void whileOpen(const std::function<void()>& open, const std::function<void(Widget&)>& inspect) {
-    bool seen = false;
-    QTimer::singleShot(0, [&] {
-        QWidget* shown = QApplication::activeModalWidget();
-        if (!shown) shown = QApplication::activePopupWidget();
-        if (auto* widget = qobject_cast<Widget*>(shown)) {
-            seen = true;
-            inspect(*widget);
-        }
-        if (shown) shown->close();
-    });
-    open();
-    QVERIFY2(seen, "nothing opened");
-}
-
-void ShellTest::onlyTheRowsRelinkDialogCanCreateFolders() {
+void ShellTest::theRowsMenuAndDialogs() {
     TrayHarness t;
-    t.tray->popover().setStyle(PopoverController::Style::anchored);
-    struct Seen {
-        QString accept;
-        bool readOnly = false;
-    };
-    const auto look = [](Seen& seen) {
-        return [&seen](QFileDialog& dialog) {
-            seen = {dialog.labelText(QFileDialog::Accept),
-                    dialog.testOption(QFileDialog::ReadOnly)};
-            QCOMPARE(dialog.fileMode(), QFileDialog::Directory);
-            QCOMPARE(dialog.windowTitle(), QString("Choose where \"Work\" should be backed up to"));
-        };
-    };
-    Seen menu, row;
-    whileOpen<QFileDialog>([&] { t.tray->menuActions().relinkPair(t.pairs[0].id); }, look(menu));
-    whileOpen<QFileDialog>([&] { emit t.view().relinkRequested(t.pairs[0].id); }, look(row));
-    QCOMPARE(menu.accept, QString("Choose New Destination"));
-    QVERIFY2(menu.readOnly, "the menu's dialog can't create folders");
-    QCOMPARE(row.accept, QString("Choose Destination"));
-    QVERIFY2(!row.readOnly, "the row's dialog can");
-}
-
-void ShellTest::theRowsMenuRedoesTheSmartSetupAndMarksRemoveInRed() {
-    TrayHarness t;
-    t.tray->popover().setStyle(PopoverController::Style::anchored);
     t.view().refresh();
-    QCOMPARE(t.view().rows().size(), 1u);
-    PairRowView* row = t.view().rows()[0];
+    PairRowView* row = t.view().rows().at(0);
     QStringList items;
     QIcon removeIcon;
     whileOpen<QMenu>([&] { emit row->customContextMenuRequested(QPoint(5, 5)); },
                      [&](QMenu& menu) {
-                         for (QAction* action : menu.actions()) {
-                             items << (action->isSeparator() ? "-" : action->text());
-                             if (action->text() == "Remove This Backup…")
-                                 removeIcon = action->icon();
-                             if (action->text() == "Redo Smart Setup…") action->trigger();
-                         }
+                         items = titlesOf(menu);
+                         removeIcon = findAction(menu, "Remove This Backup…")->icon();
+                         findAction(menu, "Redo Smart Setup…")->trigger();
                      });
     QCOMPARE(items, (QStringList{"Back Up Now", "Pause", "-", "Change Destination…",
                                  "Show in File Manager", "Restore Files…", "Recover Deleted Files…",
@@ -706,122 +628,200 @@ void ShellTest::theRowsMenuRedoesTheSmartSetupAndMarksRemoveInRed() {
     QVERIFY(isMostlyRed(removeIcon));
     // The source is read off the main thread; then the window opens as after a first backup.
     QTRY_VERIFY(t.tray->profileSuggestionWindow());
-    const auto measured = measureSuggestion(t.pairs[0]);
-    QCOMPARE(measured.approximateBytes, 1000);
-    QCOMPARE(measured.recommended, BackupProfile::standard);
+    QCOMPARE(measureSuggestion(t.pairs[0]).recommended, BackupProfile::standard);
     // A quit during the reading: no further folder is gone into.
     testing::writeFile(t.pairs[0].sourceURL / "Later/more.txt", std::string(500, 'x'));
     std::stop_source quit;
     quit.request_stop();
     QCOMPARE(measureSuggestion(t.pairs[0], quit.get_token()).approximateBytes, 1000);
     QCOMPARE(measureSuggestion(t.pairs[0]).approximateBytes, 1500);
+
+    // Only the row's relink dialog can create folders.
+    QStringList seen;
+    const auto look = [&seen](QFileDialog& dialog) {
+        seen << dialog.labelText(QFileDialog::Accept) +
+                    (dialog.testOption(QFileDialog::ReadOnly) ? " read-only" : "");
+        QCOMPARE(dialog.windowTitle(), QString("Choose where \"Work\" should be backed up to"));
+    };
+    whileOpen<QFileDialog>([&] { t.tray->menuActions().relinkPair(t.pairs[0].id); }, look);
+    whileOpen<QFileDialog>([&] { emit t.view().relinkRequested(t.pairs[0].id); }, look);
+    QCOMPARE(seen, (QStringList{"Choose New Destination read-only", "Choose Destination"}));
 }
 
-void ShellTest::aRightClickKeepsThePopoverOpenAndAnotherWorkspaceClosesIt() {
-    TrayHarness t;
-    t.tray->popover().setStyle(PopoverController::Style::anchored);
-    PopoverController& popover = t.tray->popover();
-    t.tray->openPopover();
-    popover.onFocusWindowChanged(popover.window()->windowHandle());
-    t.tray->showMenu();
-    QVERIFY(t.tray->menu().isVisible());
-    popover.onFocusWindowChanged(t.tray->menu().windowHandle());
-    QVERIFY2(popover.isShown(), "the menu shows in front of the popover");
-    t.tray->menu().close();
-    // A tray host draws the menu itself and takes the focus while it shows.
-    emit t.tray->menu().aboutToShow();
-    popover.onFocusWindowChanged(nullptr);
-    QVERIFY2(popover.isShown(), "the host's menu shows in front of the popover");
-    emit t.tray->menu().aboutToHide();
-    popover.onFocusWindowChanged(nullptr);
-    QVERIFY2(!popover.isShown(), "the menu closed and the focus went elsewhere");
-    t.tray->openPopover();
-    emit t.tray->workspaceWatch().switched();
-    QVERIFY(!popover.isShown());
-    // As a window of its own (no tray, Wayland), it stays on its workspace.
-    popover.setStyle(PopoverController::Style::window);
-    t.tray->openPopover();
-    emit t.tray->workspaceWatch().switched();
-    QVERIFY(popover.isShown());
+void ShellTest::launchAtLoginWritesAndRemovesTheAutostartEntry() {
+    testing::TemporaryFolder config;
+    const QByteArray before = qgetenv("XDG_CONFIG_HOME");
+    qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(config.path().string()));
+    const auto entry = config.path() / "autostart" / "io.quillstow.Quillstow.desktop";
+    QCOMPARE(autostartEntryPath(), entry);
+    setLaunchAtLogin(true, "/opt/quill stow/quillstow");
+    const std::string text = testing::readFile(entry);
+    QVERIFY2(text.find("Exec=\"/opt/quill stow/quillstow\" --autostart\n") != std::string::npos &&
+                 text.find("Icon=io.quillstow.Quillstow\n") != std::string::npos,
+             text.c_str());
+    setLaunchAtLogin(false, "/opt/quill stow/quillstow");
+    QVERIFY(!std::filesystem::exists(entry));
+    setLaunchAtLogin(false, "/opt/quill stow/quillstow");  // already gone: nothing to do
+    qputenv("XDG_CONFIG_HOME", before);
 }
 
-void ShellTest::aWorkspaceSwitchIsAChangeOfTheCurrentDesktop() {
-    constexpr std::uint32_t currentDesktop = 301, otherAtom = 302;
-    struct Case {
-        const char* name;
-        std::uint8_t type;
-        std::uint32_t atom;
-        bool isSwitch;
-    };
-    const Case cases[] = {
-        {"the current desktop changed", XCB_PROPERTY_NOTIFY, currentDesktop, true},
-        {"sent by the window manager", XCB_PROPERTY_NOTIFY | 0x80, currentDesktop, true},
-        {"another property", XCB_PROPERTY_NOTIFY, otherAtom, false},
-        {"another event", XCB_CLIENT_MESSAGE, currentDesktop, false},
-    };
-    for (const Case& c : cases) {
-        xcb_property_notify_event_t event{};
-        event.response_type = c.type;
-        event.atom = c.atom;
-        QVERIFY2(WorkspaceWatch::isWorkspaceSwitch(&event, currentDesktop) == c.isSwitch, c.name);
-    }
-    xcb_property_notify_event_t event{};
-    event.response_type = XCB_PROPERTY_NOTIFY;
-    QVERIFY2(!WorkspaceWatch::isWorkspaceSwitch(&event, XCB_ATOM_NONE), "no atom: no X11");
-}
-
-void ShellTest::onlyNotificationsComingOnAskForPermission() {
-    using Level = NotificationLevel;
-    struct Case {
-        Level before, chosen;
-        bool asks;
-    };
-    const Case cases[] = {
-        {Level::nothing, Level::errorsOnly, true},
-        {Level::nothing, Level::everyBackup, true},
-        {Level::nothing, Level::nothing, false},
-        {Level::errorsOnly, Level::everyBackup, false},
-        {Level::dailySummary, Level::nothing, false},
-    };
-    for (const Case& c : cases) {
-        QVERIFY2(asksNotificationPermission(c.before, c.chosen) == c.asks,
-                 qPrintable(qt(texts::notificationLevelTitle(c.before)) + " to " +
-                            qt(texts::notificationLevelTitle(c.chosen))));
-    }
-}
-
-void ShellTest::aSecondStartActivatesTheFirstOverTheLocalSocket() {
+void ShellTest::aSecondStartActivatesTheFirst() {
+    // Over the local socket; one left behind by an instance that died is taken over.
     testing::TemporaryFolder runtime;
-    const QString socket =
-        QString::fromStdString((runtime.path() / "io.quillstow.Quillstow").native());
-    // A socket left behind by an instance that died: the next start takes it over.
     testing::writeFile(runtime.path() / "io.quillstow.Quillstow", "");
+    const QString socket = qt((runtime.path() / "io.quillstow.Quillstow").native());
     int activations = 0;
     SingleInstance first, second;
     QCOMPARE(first.claimLocally(socket, [&activations] { ++activations; }),
              SingleInstance::Outcome::first);
     QCOMPARE(second.claimLocally(socket, [] {}), SingleInstance::Outcome::activatedOther);
     QTRY_COMPARE(activations, 1);
-}
 
-void ShellTest::aSecondStartActivatesTheFirstOverTheSessionBus() {
+    // Over the session bus.
     const testing::PrivateBus bus([](sd_bus*) {});
     if (bus.address().empty()) QSKIP(bus.whyNot().c_str());
-    const QString address = QString::fromStdString(bus.address());
-    int activations = 0;
     {
-        SingleInstance first, second;
-        QDBusConnection one = QDBusConnection::connectToBus(address, "first");
-        QDBusConnection two = QDBusConnection::connectToBus(address, "second");
-        QVERIFY(one.isConnected() && two.isConnected());
-        QCOMPARE(first.claimOnBus(one, [&activations] { ++activations; }),
+        SingleInstance onBus, again;
+        QDBusConnection one = QDBusConnection::connectToBus(qt(bus.address()), "first");
+        QDBusConnection two = QDBusConnection::connectToBus(qt(bus.address()), "second");
+        QCOMPARE(onBus.claimOnBus(one, [&activations] { ++activations; }),
                  SingleInstance::Outcome::first);
-        QCOMPARE(second.claimOnBus(two, [] {}), SingleInstance::Outcome::activatedOther);
-        QCOMPARE(activations, 1);
+        QCOMPARE(again.claimOnBus(two, [] {}), SingleInstance::Outcome::activatedOther);
+        QCOMPARE(activations, 2);
     }
     QDBusConnection::disconnectFromBus("first");
     QDBusConnection::disconnectFromBus("second");
 }
+
+void ShellTest::theUpdateFeedIsTrustedOnlyOverSecureAddresses() {
+    const struct {
+        const char* url;
+        bool loopbackAllowed, allowed;
+    } addresses[] = {
+        {"https://quillstow.io:8443/f", false, true},
+        {"http://quillstow.io/feed.json", true, false},
+        {"http://127.0.0.1:8080/f", false, false},
+        {"http://127.0.0.1:8080/f", true, true},
+        {"http://[::1]:8080/f", true, true},
+        {"http://127.0.0.1.evil.io/f", true, false},
+        {"http://127.0.0.1@evil.io/f", true, false},
+        {"file:///etc/passwd", true, false},
+        {"https:///feed", false, false},
+    };
+    for (const auto& c : addresses)
+        QVERIFY2(isAllowedFeedAddress(c.url, c.loopbackAllowed) == c.allowed, c.url);
+
+    QCOMPARE(parseReleaseFeed("{\"version\": \"0.2.0\", \"releasePage\": \"https://q.io/r\"}"),
+             std::optional(Release{"0.2.0", "https://q.io/r"}));
+    for (const char* bad : {"[]", "not json", "{\"version\": \"0.2.0\"}",
+                            "{\"version\": 2, \"releasePage\": \"https://q.io/r\"}",
+                            "{\"version\": \"\", \"releasePage\": \"https://q.io/r\"}",
+                            "{\"version\": \"0.2.0\", \"releasePage\": \"http://q.io/r\"}",
+                            "{\"version\": \"0.2.0\", \"releasePage\": \"javascript:alert(1)\"}"})
+        QVERIFY2(!parseReleaseFeed(bad), bad);
+
+    const struct {
+        const char *a, *b;
+        int order;
+    } versions[] = {
+        {"1.2", "1.2.0", 0},    {"0.10.0", "0.9.0", 1}, {"1.0", "0.99.99", 1},
+        {"0.0.9", "0.1.0", -1}, {"1.0-rc1", "1.0", -1}, {"1.0-rc2", "1.0-rc1", 1},
+    };
+    for (const auto& c : versions) {
+        QVERIFY2(compareVersions(c.a, c.b) == c.order, c.a);
+        QVERIFY2(compareVersions(c.b, c.a) == -c.order, c.a);
+    }
+    constexpr double day = 86400;
+    QCOMPARE(secondsUntilNextCheck(1000, std::nullopt, day), 0.0);
+    QCOMPARE(secondsUntilNextCheck(1000, 900, day), day - 100);
+    QCOMPARE(secondsUntilNextCheck(1000 + 2 * day, 1000, day), 0.0);
+}
+
+#ifdef QUILLSTOW_UPDATE_CHECK
+// Answers every request on the loopback address with one feed, and counts the requests.
+class LocalFeed final : public QObject {
+  public:
+    explicit LocalFeed(const QByteArray& version) {
+        const QByteArray feed = "{\"version\": \"" + version +
+                                "\", \"releasePage\": \"https://quillstow.io/r/" + version + "\"}";
+        server_.listen(QHostAddress::LocalHost);
+        connect(&server_, &QTcpServer::newConnection, this, [this, feed] {
+            while (QTcpSocket* socket = server_.nextPendingConnection()) {
+                connect(socket, &QTcpSocket::readyRead, socket, [this, socket, feed] {
+                    if (!socket->readAll().contains("\r\n\r\n")) return;
+                    ++requests;
+                    socket->write("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " +
+                                  QByteArray::number(feed.size()) + "\r\n\r\n" + feed);
+                    socket->disconnectFromHost();
+                });
+            }
+        });
+    }
+    QUrl url() const { return QUrl(QString("http://127.0.0.1:%1/f").arg(server_.serverPort())); }
+    int requests = 0;
+
+  private:
+    QTcpServer server_;
+};
+
+// The service over a local feed in virtual time, counting reminders and notifications.
+struct Checker {
+    explicit Checker(const char* version, bool allowLoopbackHttp = true)
+        : feed(version),
+          service({feed.url(), "0.1.0", allowLoopbackHttp}, defaults, queue, wallClock, delegate,
+                  [this](const Release& release) { reminders.push_back(release); }) {
+        active = center.observe(updateReminderActiveNotification,
+                                [this](const auto&) { notes << "active"; });
+        cleared = center.observe(updateReminderClearedNotification,
+                                 [this](const auto&) { notes << "cleared"; });
+    }
+    bool checked() { return QSignalSpy(&service, &UpdateService::checked).wait(5000); }
+
+    LocalFeed feed;
+    ManualClock clock;
+    VirtualMainQueue queue{clock};
+    ManualWallClock wallClock{Date{std::chrono::seconds(1'700'000'000)}};
+    InMemoryUserDefaults defaults;
+    NotificationCenter center;
+    GentleReminderDelegate delegate{center};
+    UpdateService service;
+    std::vector<Release> reminders;
+    QStringList notes;
+    Subscription active, cleared;
+};
+
+void ShellTest::aNewerReleaseGivesOneQuietReminderOnlyAfterTheUserOptedIn() {
+    Checker older("0.0.9");
+    older.service.checkForUpdates();
+    QVERIFY(older.checked());
+    QVERIFY(older.reminders.empty() && older.notes.isEmpty());
+    Checker plain("0.2.0", false);  // the program's own service never takes plain HTTP
+    plain.service.checkForUpdates();
+    QCoreApplication::processEvents();
+    QVERIFY(plain.feed.requests == 0 && plain.reminders.empty());
+
+    Checker checker("0.2.0");
+    checker.queue.advance(2 * 86400);
+    QCoreApplication::processEvents();
+    QCOMPARE(checker.feed.requests, 0);
+    checker.service.setAutomaticallyChecksForUpdates(true);
+    checker.queue.advance(0);
+    QVERIFY(checker.checked());
+    QCOMPARE(checker.reminders.at(0).releasePage, std::string("https://quillstow.io/r/0.2.0"));
+    QCOMPARE(checker.notes, (QStringList{"active", "cleared"}));
+    // The next check, a day later, finds the same release: no second reminder.
+    checker.wallClock.set(checker.wallClock.now() + std::chrono::hours(24));
+    checker.queue.advance(86400);
+    QVERIFY(checker.checked());
+    QCOMPARE(checker.feed.requests, 2);
+    QCOMPARE(checker.reminders.size(), 1u);
+    // Turned off, the scheduled check is dropped.
+    checker.service.setAutomaticallyChecksForUpdates(false);
+    checker.queue.advance(3 * 86400);
+    QCoreApplication::processEvents();
+    QCOMPARE(checker.feed.requests, 2);
+}
+#endif
 
 QTEST_MAIN(ShellTest)
 #include "ShellTest.moc"

@@ -268,8 +268,10 @@ void AddBackupTest::theCloudAlertShowsForACloudFolderAndOnlyUseAnywayGoesOn() {
         QCOMPARE(alert->informativeText().toStdString(),
                  CloudSyncDetector::warning(CloudSyncDetector::Provider::dropbox));
         QCOMPARE(alert->buttons().size(), 2);
+        QAbstractButton* chosen = nullptr;
         for (auto* button : alert->buttons())
-            if (button->text() == answer) sheet.click(button);
+            if (button->text() == answer) chosen = button;
+        sheet.click(chosen);
     }
     // Only the second answer took the folder.
     QCOMPARE(sheet.model().step(), Step::chooseOffsite);

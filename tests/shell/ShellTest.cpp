@@ -475,17 +475,17 @@ void ShellTest::everyMenuItemCallsItsActionAndTheMarksFollowTheState() {
         return [&called, what](const Uuid& id) { called << what + " " + qt(id.text()); };
     };
     // Each item of a pair acts on that pair; the others only call what they are given.
-    const MenuActions actions{
-        .backupPairNow = notePair("backup"),
-        .togglePausePair = notePair("pause"),
-        .relinkPair = notePair("relink"),
-        .revealInFileManager = notePair("reveal"),
-        .restorePair = notePair("restore"),
-        .recoverDeletedFiles = notePair("recover"),
-        .removePair = notePair("remove"),
-        .setBackupInterval = [&](BackupInterval i) { called << qt(texts::intervalTitle(i)); },
-        .setNotificationLevel =
-            [&](NotificationLevel l) { called << qt(texts::notificationLevelTitle(l)); },
+    MenuActions actions;
+    actions.backupPairNow = notePair("backup");
+    actions.togglePausePair = notePair("pause");
+    actions.relinkPair = notePair("relink");
+    actions.revealInFileManager = notePair("reveal");
+    actions.restorePair = notePair("restore");
+    actions.recoverDeletedFiles = notePair("recover");
+    actions.removePair = notePair("remove");
+    actions.setBackupInterval = [&](BackupInterval i) { called << qt(texts::intervalTitle(i)); };
+    actions.setNotificationLevel = [&](NotificationLevel l) {
+        called << qt(texts::notificationLevelTitle(l));
     };
     // The marks follow the settings; the update items are there only with the update check.
     QMenu menu;

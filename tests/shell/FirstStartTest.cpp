@@ -8,7 +8,6 @@
 #include <QPushButton>
 #include <QToolButton>
 #include <QtTest>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "../control/EngineHarness.hpp"
@@ -24,8 +23,6 @@ using namespace quillstow;
 using namespace quillstow::shell;
 namespace fs = std::filesystem;
 
-using testing::saveShot;
-
 namespace {
 
 QStringList visibleLabels(QWidget& window) {
@@ -34,6 +31,13 @@ QStringList visibleLabels(QWidget& window) {
     for (QLabel* label : window.findChildren<QLabel*>())
         if (label->isVisible() && !label->text().isEmpty()) shown << label->text();
     return shown;
+}
+
+// Saves a window's picture and checks that nothing in it is cut off.
+void look(QWidget& window, const QString& name) {
+    QCoreApplication::processEvents();
+    const QStringList cut = testing::saveShot(window, name + ".png");
+    QVERIFY2(cut.isEmpty(), qPrintable(name + ": cut off: " + cut.join(" | ")));
 }
 
 // The program as it starts: its settings folder, in virtual time, with the tray around it.
@@ -67,81 +71,55 @@ class FirstStartTest : public QObject {
   private slots:
     void aFirstStartLeadsThroughOnePairAndOnlyTheFirst();
     void smartSetupTakesOnlyARequestThatFits();
-    void technicalLinesOfEachProfile_data();
-    void technicalLinesOfEachProfile();
     void acceptingChangesWhatTheNextPassCopies();
     void aboutShowsTheBuildsVersionAndLearnReopensClosed();
 };
 
 void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
-    testing::TemporaryFolder settings;
-    testing::TemporaryFolder folders;
-    const fs::path source = folders.path() / "Thesis";
-    const fs::path drive = folders.path() / "Drive";
+    testing::TemporaryFolder settings, folders;
+    const fs::path source = folders.path() / "Thesis", drive = folders.path() / "Drive";
     fs::create_directories(source);
     fs::create_directories(drive);
-    testing::writeFile(folders.path() / "notes.txt", "a file, not a folder");
     {
         Start first(settings.path());
         first.queue.advance(0.05);
         QVERIFY(!first.tray.welcomeWindow());
-        // A click before the window shows works as usual.
-        const bool wasShown = first.tray.popover().isShown();
-        first.tray.statusItemClicked();
-        QCOMPARE(first.tray.popover().isShown(), !wasShown);
-        first.tray.statusItemClicked();
-        QCOMPARE(first.tray.popover().isShown(), wasShown);
         first.queue.advance(0.06);
-        WelcomeWindow* welcome = first.welcome();
-        QVERIFY(welcome && welcome->isVisible());
-        saveShot(*welcome, "welcome-source.png");
-        // Closed before the end: nothing stored.
-        welcome->close();
+        QVERIFY(first.welcome() && first.welcome()->isVisible());
+        look(*first.welcome(), "welcome-source");
+        first.welcome()->close();  // before the end: nothing stored
     }
     QVERIFY(!configOf(settings.path())["appConfig"]["hasCompletedOnboarding"].get<bool>());
-
     {
         Start second(settings.path());
         second.queue.advance(0.1);
         WelcomeWindow* welcome = second.welcome();
         QVERIFY2(welcome && welcome->isVisible(), "shown again until the flow is finished");
         WelcomeModel& model = welcome->model();
-        QVERIFY(!welcome->mainButton()->isEnabled());
-        QVERIFY(!welcome->backButton()->isVisible());
-        // A dropped file is ignored and the step stays; a dropped folder is taken.
+        QVERIFY(!welcome->mainButton()->isEnabled() && !welcome->backButton()->isVisible());
         QSignalSpy dropped(&model, &WelcomeModel::droppedItemRead);
-        model.dropItems({folders.path() / "notes.txt", source});
+        model.dropItems({source});
         QVERIFY(dropped.wait(5000));
-        QVERIFY(!model.source());
-        model.dropItems({source, folders.path() / "notes.txt"});
-        QVERIFY(dropped.wait(5000));
-        QCOMPARE(model.source(), std::optional(source));
         QVERIFY(welcome->mainButton()->isEnabled());
-        QCOMPARE(model.step(), WelcomeStep::pickSource);
-        saveShot(*welcome, "welcome-source-chosen.png");
-
+        look(*welcome, "welcome-source-chosen");
         welcome->mainButton()->click();
         QCOMPARE(model.step(), WelcomeStep::pickDestination);
         QVERIFY(!welcome->mainButton()->isEnabled());
-        QVERIFY2(visibleLabels(*welcome).contains("No external drives found."),
-                 qPrintable(visibleLabels(*welcome).join(" | ")));
-        // Back keeps what was chosen.
-        welcome->backButton()->click();
+        QVERIFY(visibleLabels(*welcome).contains("No external drives found."));
+        welcome->backButton()->click();  // keeps what was chosen
         QCOMPARE(model.source(), std::optional(source));
         welcome->mainButton()->click();
         model.setDestination(drive);
-        saveShot(*welcome, "welcome-destination.png");
+        look(*welcome, "welcome-destination");
         welcome->mainButton()->click();
         QCOMPARE(model.step(), WelcomeStep::pickOffsite);
-        QVERIFY(welcome->mainButton()->isEnabled());
-        saveShot(*welcome, "welcome-offsite.png");
+        look(*welcome, "welcome-offsite");
         welcome->mainButton()->click();
         const QStringList confirm = visibleLabels(*welcome);
         QVERIFY2(confirm.contains("Ready to start.") && confirm.contains("Thesis") &&
                      confirm.filter("Offsite copy").isEmpty(),
                  qPrintable(confirm.join(" | ")));
-        saveShot(*welcome, "welcome-confirm.png");
-
+        look(*welcome, "welcome-confirm");
         welcome->mainButton()->click();
         QVERIFY(!welcome->isVisible());
         // The settings are written on their own thread: wait for the disk.
@@ -153,12 +131,9 @@ void FirstStartTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
         // The flow's pair is like any other: it has its engine at once.
         QCOMPARE(second.application.statusManager().engines().size(), 1u);
     }
-    {
-        Start third(settings.path());
-        third.queue.advance(1.0);
-        QVERIFY(!third.tray.welcomeWindow());
-        QCOMPARE(third.application.configStore().pairs().size(), 1u);
-    }
+    Start third(settings.path());
+    third.queue.advance(1.0);
+    QVERIFY(!third.tray.welcomeWindow());
 }
 
 void FirstStartTest::smartSetupTakesOnlyARequestThatFits() {
@@ -171,17 +146,17 @@ void FirstStartTest::smartSetupTakesOnlyARequestThatFits() {
                                 {"recommendedProfile", std::string("developer")},
                                 {"approximateBytes", std::int64_t(3'400'000)}};
     // One key left out (no value) or of another kind: no window.
-    const std::tuple<const char*, const char*, std::optional<NotificationValue>> spoiled[] = {
-        {"no pair id", "pairId", std::nullopt},
-        {"pair id as text", "pairId", std::string("x")},
-        {"no pair name", "pairName", std::nullopt},
-        {"no profile", "recommendedProfile", std::nullopt},
-        {"profile not a raw value", "recommendedProfile", std::string("video")},
-        {"profile as a number", "recommendedProfile", std::int64_t(2)},
-        {"bytes as text", "approximateBytes", std::string("x")},
-        {"no bytes", "approximateBytes", std::nullopt},
+    const std::tuple<const char*, std::optional<NotificationValue>> spoiled[] = {
+        {"pairId", std::nullopt},
+        {"pairId", std::string("x")},
+        {"pairName", std::nullopt},
+        {"recommendedProfile", std::nullopt},
+        {"recommendedProfile", std::string("video")},
+        {"recommendedProfile", std::int64_t(2)},
+        {"approximateBytes", std::string("x")},
+        {"approximateBytes", std::nullopt},
     };
-    for (const auto& [name, key, value] : spoiled) {
+    for (const auto& [key, value] : spoiled) {
         NotificationInfo info = fits;
         if (value) {
             info[key] = *value;
@@ -189,52 +164,23 @@ void FirstStartTest::smartSetupTakesOnlyARequestThatFits() {
             info.erase(key);
         }
         center.post("io.quillstow.profileSuggested", info);
-        QVERIFY2(!start.tray.profileSuggestionWindow(), name);
+        QVERIFY2(!start.tray.profileSuggestionWindow(), key);
     }
     center.post("io.quillstow.profileSuggested", fits);
-    auto* window = qobject_cast<ProfileSuggestionWindow*>(start.tray.profileSuggestionWindow());
+    QWidget* window = start.tray.profileSuggestionWindow();
     QVERIFY(window);
     // A second offer while it shows brings the same window forward, with the first pair.
     NotificationInfo other = fits;
-    other["pairName"] = std::string("Other");
     other["pairId"] = Uuid::random();
     center.post("io.quillstow.profileSuggested", other);
     QCOMPARE(start.tray.profileSuggestionWindow(), window);
-    QCOMPARE(window->suggestion().pairId, id);
-}
-
-void FirstStartTest::technicalLinesOfEachProfile_data() {
-    QTest::addColumn<int>("profile");
-    QTest::addColumn<QStringList>("lines");
-    QTest::newRow("standard") << int(BackupProfile::standard) << QStringList{"Profile: standard"};
-    QTest::newRow("documents: nothing beyond the shared tables")
-        << int(BackupProfile::documents) << QStringList{"Profile: documents"};
-    QTest::newRow("music: sorted, under ten")
-        << int(BackupProfile::music)
-        << QStringList{"Profile: music", "Excluded folders: Bounces, Freeze Files, Movie Files",
-                       "Excluded extensions: asd"};
-    QTest::newRow("developer: ten, then how many more")
-        << int(BackupProfile::developer)
-        << QStringList{"Profile: developer",
-                       "Excluded folders: .bundle, .cache, .env, .gradle, .mypy_cache, .next, "
-                       ".nuxt, .pytest_cache, .swiftpm, .tox (+18 more)",
-                       "Excluded extensions: class, dSYM, log, o, obj, pyc, pyo, swiftdoc, "
-                       "swiftmodule"};
-}
-
-void FirstStartTest::technicalLinesOfEachProfile() {
-    QFETCH(int, profile);
-    QFETCH(QStringList, lines);
-    QStringList made;
-    for (const std::string& line : technicalLinesOf(BackupProfile(profile)))
-        made << QString::fromStdString(line);
-    QCOMPARE(made, lines);
+    QCOMPARE(qobject_cast<ProfileSuggestionWindow*>(window)->suggestion().pairId, id);
 }
 
 void FirstStartTest::acceptingChangesWhatTheNextPassCopies() {
     testing::EngineHarness h;
     const BackupPair pair = h.makePair("Code");
-    for (const char* file : {"src/main.c", "dist/bundle.js", "main.o", "venv/lib.py"})
+    for (const char* file : {"src/main.c", "dist/bundle.js", "main.o"})
         testing::writeFile(pair.sourceURL / file, "data");
     StatusManager manager(h.store, *h.services, h.queue, h.notifier);
     // The first pass, under the standard profile, copies everything.
@@ -242,41 +188,35 @@ void FirstStartTest::acceptingChangesWhatTheNextPassCopies() {
     const fs::path mirror = testing::EngineHarness::mirrorOf(pair);
     QVERIFY(fs::exists(mirror / "dist/bundle.js"));
     const ProfileSuggestion suggestion{pair.id, "Code", BackupProfile::developer, 3'400'000};
-
     // Declining leaves the pair as it was.
-    auto* declined = new ProfileSuggestionWindow(suggestion, [] { QFAIL("not accepted"); });
-    declined->setAttribute(Qt::WA_DeleteOnClose);
-    declined->show();
-    declined->declineButton()->click();
-    QCOMPARE(h.storedPair(pair.id)->profile, BackupProfile::standard);
-
+    {
+        ProfileSuggestionWindow declined(suggestion, [] { QFAIL("not accepted"); });
+        declined.show();
+        declined.declineButton()->click();
+        QCOMPARE(h.storedPair(pair.id)->profile, BackupProfile::standard);
+    }
     ProfileSuggestionWindow window(suggestion,
                                    [&] { acceptSuggestion(manager.configStore(), suggestion); });
     window.show();
-    const QStringList shown = visibleLabels(window);
-    QVERIFY2(shown.contains("Looks like a code project.") && shown.contains("Code · 3.4 MB"),
-             qPrintable(shown.join(" | ")));
-    QVERIFY(!window.findChild<QWidget*>("bullets")->isVisible());
+    QVERIFY(visibleLabels(window).contains("Code · 3.4 MB"));
     window.whatThisChangesButton()->click();
-    QVERIFY(window.findChild<QWidget*>("bullets")->isVisible());
-    QVERIFY(!window.findChild<QWidget*>("technical")->isVisible());
     window.technicalDetailsButton()->click();
-    QVERIFY(window.findChild<QWidget*>("technical")->isVisible());
-    saveShot(window, "smart-setup.png");
+    QVERIFY(window.findChild<QWidget*>("bullets")->isVisible() &&
+            window.findChild<QWidget*>("technical")->isVisible());
+    look(window, "smart-setup");
     window.acceptButton()->click();
     QVERIFY(!window.isVisible());
     QCOMPARE(h.storedPair(pair.id)->profile, BackupProfile::developer);
     QVERIFY(h.storedPair(pair.id)->didSuggestProfile);
 
-    for (const char* file : {"src/util.c", "dist/chunk.js", "util.o", "venv/more.py"})
+    for (const char* file : {"src/util.c", "dist/chunk.js", "util.o"})
         testing::writeFile(pair.sourceURL / file, "data");
     manager.backupPairNow(pair.id);
     QVERIFY(h.finishRun());
     QVERIFY(fs::exists(mirror / "src/util.c"));
-    for (const char* left : {"dist/chunk.js", "util.o", "venv/more.py"})
-        QVERIFY2(!fs::exists(mirror / left), left);
+    QVERIFY(!fs::exists(mirror / "dist/chunk.js") && !fs::exists(mirror / "util.o"));
     // What the earlier pass copied stays at the destination.
-    QVERIFY(fs::exists(mirror / "main.o"));
+    QVERIFY(fs::exists(mirror / "main.o") && fs::exists(mirror / "dist/bundle.js"));
     manager.stopAll();
     h.settle();
 }
@@ -289,25 +229,24 @@ void FirstStartTest::aboutShowsTheBuildsVersionAndLearnReopensClosed() {
     QCOMPARE(about->findChild<QLabel*>("version")->text(),
              QString("Version " QUILLSTOW_VERSION " (Beta)"));
     QVERIFY(!about->findChild<QLabel*>("logo")->pixmap().isNull());
-    saveShot(*about, "about.png");
-    std::unique_ptr<QWidget> unversioned(makeAboutWindow(""));
+    look(*about, "about");
+    const std::unique_ptr<QWidget> unversioned(makeAboutWindow(""));
     QCOMPARE(unversioned->findChild<QLabel*>("version")->text(), QString("Version 1.0 (Beta)"));
 
+    const auto learn = [] {
+        for (QWidget* window : QApplication::topLevelWidgets())
+            if (window->isVisible() && window->objectName() == "learnWindow") return window;
+        return static_cast<QWidget*>(nullptr);
+    };
     start.tray.menuActions().openLearn();
-    QWidget* learn = nullptr;
-    for (QWidget* window : QApplication::topLevelWidgets())
-        if (window->isVisible() && window->objectName() == "learnWindow") learn = window;
-    QVERIFY(learn);
-    QFrame* first = learn->findChildren<QFrame*>("row").first();
-    QTest::mouseClick(first, Qt::LeftButton);
-    QVERIFY(first->findChild<QLabel*>("explanation")->isVisible());
-    saveShot(*learn, "learn.png");
+    QFrame* topic = learn()->findChildren<QFrame*>("row").first();
+    QTest::mouseClick(topic, Qt::LeftButton);
+    QVERIFY(topic->findChild<QLabel*>("explanation")->isVisible());
+    look(*learn(), "learn");
     // Reopened, every topic starts closed.
-    learn->close();
+    learn()->close();
     start.tray.openLearn();
-    for (QWidget* window : QApplication::topLevelWidgets())
-        if (window->isVisible() && window->objectName() == "learnWindow") learn = window;
-    for (QLabel* explanation : learn->findChildren<QLabel*>("explanation"))
+    for (QLabel* explanation : learn()->findChildren<QLabel*>("explanation"))
         QVERIFY(!explanation->isVisible());
 }
 

@@ -103,23 +103,14 @@ struct Flow {
     // Picks `folder` in the dialog a button opened; nothing picked when it is empty.
     void pick(const char* button, const fs::path& folder) {
         click(button);
-        auto* panel = find<QFileDialog>("folderPanel");
-        QVERIFY2(panel && panel->isVisible(), "no folder dialog is open");
-        if (folder.empty()) {
-            panel->reject();
-        } else {
-            panel->setDirectory(QString::fromStdString(folder.native()));
-            static_cast<QDialog*>(panel)->accept();
-        }
+        if (!folder.empty()) return testing::pickInFolderPanel(*window, folder);
+        find<QFileDialog>("folderPanel")->reject();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
     bool finished() {
         return QTest::qWaitFor([this] { return window->model().step() == Step::finished; }, 10000);
     }
-    void look(const QString& name) {
-        const QStringList cut = testing::saveShot(*window, "filing-" + name + ".png");
-        QVERIFY2(cut.isEmpty(), qPrintable(name + ": cut off: " + cut.join(" | ")));
-    }
+    void look(const QString& name) { testing::look(*window, "filing-" + name); }
 };
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
-#include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -81,10 +80,7 @@ struct Driver {
     bool tick(int row) {
         return rows().setData(rows().index(row, 0), Qt::Checked, Qt::CheckStateRole);
     }
-    void look(const QString& name) {
-        const QStringList cut = testing::saveShot(window, name + ".png");
-        QVERIFY2(cut.isEmpty(), qPrintable(name + ": cut off: " + cut.join(" | ")));
-    }
+    void look(const QString& name) { testing::look(window, name); }
 
     Window window;
 };
@@ -192,9 +188,7 @@ void RestoreWindowTest::restoreToAChosenFolderOrCancelled() {
     QVERIFY(restore.scanned());
     restore.click("selectAll");
     restore.click("restoreTo");
-    auto* panel = restore.find<QFileDialog>("folderPanel");
-    panel->setDirectory(QString::fromStdString(chosen.native()));
-    static_cast<QDialog*>(panel)->accept();
+    testing::pickInFolderPanel(restore.window, chosen);
     QVERIFY(restore.restored());
     QCOMPARE(filesBelow(chosen), (Files{{"a.txt", "a"}, {"deep/b.txt", "bb"}}));
     QVERIFY(filesBelow(folders.source).empty());

@@ -37,7 +37,6 @@
 using namespace quillstow;
 using namespace quillstow::shell;
 using Case = BackupStatus::Case;
-using testing::saveShot;
 
 namespace {
 
@@ -371,7 +370,7 @@ void ShellTest::popoverRowsFollowAnEngineAndPauseAllFlips() {
         QVERIFY2(shown.contains("Nothing's being backed up yet.") &&
                      shown.contains("Click + to add your first folder."),
                  qPrintable(shown.join(" | ")));
-        QVERIFY(saveShot(empty, "popover-empty.png").isEmpty());
+        testing::look(empty, "popover-empty");
     }
     ShellHarness s;
     const BackupPair pair = s.h.makePair("Work");
@@ -398,7 +397,7 @@ void ShellTest::popoverRowsFollowAnEngineAndPauseAllFlips() {
     PairRowView* row = view.rows()[0];
     row->findChild<QToolButton*>("status")->click();
     QVERIFY(row->isShowingErrorDetail());
-    QVERIFY(saveShot(view, "popover-error.png").isEmpty());
+    testing::look(view, "popover-error");
 
     view.pauseAllButton()->click();
     QCOMPARE(view.pauseAllButton()->text(), QString("Resume All"));

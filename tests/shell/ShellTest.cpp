@@ -1,20 +1,18 @@
 // The tray application on the offscreen platform: the icon and row of every status, which window
-// a click or a request opens, when the popover hides, the menu's items and marks, the popover
-// following a real engine in virtual time, one instance per session, the update reminder, and the
-// small decisions behind them as tables.
-
-#include <xcb/xcb.h>
+// a click or a request opens, the menu's marks and pair items, the popover following a real
+// engine in virtual time, one instance per session, the update feed's addresses, the welcome
+// flow of a first start (in virtual time) through to config.json, and the smart-setup offer,
+// which takes only a request that fits and changes what the next pass copies.
 
 #include <QApplication>
-#include <QDBusConnection>
 #include <QLabel>
 #include <QMenu>
 #include <QToolButton>
 #include <QtTest>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 
 #include "../control/EngineHarness.hpp"
-#include "PrivateBus.hpp"
 #include "Screenshots.hpp"
 #include "TestTree.hpp"
 #include "app/DesktopServices.hpp"
@@ -23,13 +21,13 @@
 #include "app/TrayApplication.hpp"
 #include "app/UpdateFeed.hpp"
 #include "shell/viewmodels/AddBackupModel.hpp"
+#include "shell/views/ProfileSuggestionWindow.hpp"
+#include "shell/views/WelcomeWindow.hpp"
 #include "tray/PopoverPlacement.hpp"
 #include "tray/StatusMenuBuilder.hpp"
-#include "tray/WorkspaceWatch.hpp"
 #include "viewmodels/ProfileSuggestion.hpp"
 #include "viewmodels/ShellModel.hpp"
 #include "viewmodels/Texts.hpp"
-#include "views/FilingWindow.hpp"
 #include "views/Icons.hpp"
 #include "views/PairRowView.hpp"
 #include "views/PopoverView.hpp"
@@ -37,6 +35,7 @@
 using namespace quillstow;
 using namespace quillstow::shell;
 using Case = BackupStatus::Case;
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -52,23 +51,6 @@ QAction* findAction(QMenu& menu, const QString& title) {
             if (QAction* inner = findAction(*action->menu(), title)) return inner;
     }
     return nullptr;
-}
-
-// Runs `inspect` on the modal dialog or popup menu that `open` brings up, then closes it.
-template <typename Widget>
-void whileOpen(const std::function<void()>& open, const std::function<void(Widget&)>& inspect) {
-    bool seen = false;
-    QTimer::singleShot(0, [&] {
-        QWidget* shown = QApplication::activeModalWidget();
-        if (!shown) shown = QApplication::activePopupWidget();
-        if (auto* widget = qobject_cast<Widget*>(shown)) {
-            seen = true;
-            inspect(*widget);
-        }
-        if (shown) shown->close();
-    });
-    open();
-    QVERIFY2(seen, "nothing opened");
 }
 
 // A status manager over real folders in virtual time, and the shell's model over it.
@@ -116,6 +98,43 @@ struct TrayHarness {
     PopoverView& view() { return *qobject_cast<PopoverView*>(tray->popover().window()); }
 };
 
+QStringList visibleLabels(QWidget& window) {
+    QCoreApplication::processEvents();
+    QStringList shown;
+    for (QLabel* label : window.findChildren<QLabel*>())
+        if (label->isVisible() && !label->text().isEmpty()) shown << label->text();
+    return shown;
+}
+
+// Saves a window's picture once its rows are laid out, and checks that nothing is cut off.
+void look(QWidget& window, const QString& name) {
+    QCoreApplication::processEvents();
+    testing::look(window, name);
+}
+
+// The program as it starts: its settings folder, in virtual time, with the tray around it.
+struct Start {
+    ManualClock clock;
+    VirtualMainQueue queue{clock};
+    Application application;
+    TrayApplication tray;
+
+    explicit Start(const fs::path& settings) : application(queue, settings), tray(application, 0) {
+        tray.start();
+    }
+    ~Start() {
+        tray.stop();
+        application.stopEverything();
+        queue.runPending();
+        application.save();
+    }
+    WelcomeWindow* welcome() const { return qobject_cast<WelcomeWindow*>(tray.welcomeWindow()); }
+};
+
+nlohmann::json configOf(const fs::path& settings) {
+    return nlohmann::json::parse(testing::readFile(settings / "config.json"));
+}
+
 }  // namespace
 
 class ShellTest : public QObject {
@@ -125,13 +144,15 @@ class ShellTest : public QObject {
     void eachStatusShowsItsIconMarkAndRow();
     void theTraysSmallDecisions();
     void eachWindowOpensOnceAndAClickClearsOnlyTheSmallOnes();
-    void thePopoverHidesWhenTheFocusOrTheWorkspaceLeavesIt();
     void popoverRowsFollowAnEngineAndPauseAllFlips();
     void everyMenuItemCallsItsActionAndTheMarksFollowTheState();
     void theRowsMenuRedoesTheSmartSetup();
     void launchAtLoginWritesAndRemovesTheAutostartEntry();
     void aSecondStartActivatesTheFirst();
     void theUpdateFeedIsTrustedOnlyOverSecureAddresses();
+    void aFirstStartLeadsThroughOnePairAndOnlyTheFirst();
+    void smartSetupTakesOnlyARequestThatFits();
+    void acceptingChangesWhatTheNextPassCopies();
 };
 
 // The status of one pair as the tray's icon, the menu and the popover row show it.
@@ -200,26 +221,6 @@ void ShellTest::theTraysSmallDecisions() {
         QVERIFY2(placePopover(c.icon, c.cursor, QSize(300, 360), c.available) == c.expected,
                  c.name);
 
-    // A workspace switch is a change of the current desktop; without its atom there is no X11.
-    constexpr std::uint32_t desktop = 301;
-    const struct {
-        const char* name;
-        std::uint8_t type;
-        std::uint32_t atom, watched;
-        bool isSwitch;
-    } events[] = {
-        {"the current desktop changed", XCB_PROPERTY_NOTIFY, desktop, desktop, true},
-        {"sent by the window manager", XCB_PROPERTY_NOTIFY | 0x80, desktop, desktop, true},
-        {"another event", XCB_CLIENT_MESSAGE, desktop, desktop, false},
-        {"no atom", XCB_PROPERTY_NOTIFY, XCB_ATOM_NONE, XCB_ATOM_NONE, false},
-    };
-    for (const auto& c : events) {
-        xcb_property_notify_event_t event{};
-        event.response_type = c.type;
-        event.atom = c.atom;
-        QVERIFY2(WorkspaceWatch::isWorkspaceSwitch(&event, c.watched) == c.isSwitch, c.name);
-    }
-
     // A line of the menu's recent activity; a pair that was removed has no name.
     using Type = BackupEvent::EventType;
     const std::string work = "Work";
@@ -276,21 +277,6 @@ void ShellTest::eachWindowOpensOnceAndAClickClearsOnlyTheSmallOnes() {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     QVERIFY(!tray.addBackupWindow());
 
-    // Asked for again, the filing window is the same, as it stands, and a click leaves it;
-    // closed and opened again, it starts a new flow.
-    tray.menuActions().openPromote();
-    auto* filing = qobject_cast<FilingWindow*>(tray.filingWindow());
-    filing->model().chooseArchive(t.folders.path());
-    tray.menuActions().openPromote();
-    QCOMPARE(tray.filingWindow(), filing);
-    tray.statusItemClicked();
-    QVERIFY(filing->isVisible() && filing->model().archiveRoot() && tray.popover().isShown());
-    filing->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    tray.menuActions().openPromote();
-    filing = qobject_cast<FilingWindow*>(tray.filingWindow());
-    QVERIFY(filing && filing->isVisible() && !filing->model().archiveRoot());
-
     // A restore request names a pair that exists, or nothing opens.
     center.post("quillstowShowRestore", {{"object", Uuid::random()}});
     center.post("quillstowShowRestore", {{"object", std::string("not an id")}});
@@ -313,65 +299,7 @@ void ShellTest::eachWindowOpensOnceAndAClickClearsOnlyTheSmallOnes() {
     QCOMPARE(tray.recoveryWindow()->windowTitle(), QString("Recover Deleted Files — Work"));
 }
 
-void ShellTest::thePopoverHidesWhenTheFocusOrTheWorkspaceLeavesIt() {
-    auto* content = new QWidget;
-    content->resize(300, 360);
-    PopoverController popover(content, PopoverController::Style::anchored);
-    QWidget other;
-    other.show();
-    QWidget dialog(content, Qt::Dialog);
-    popover.show(QRect(600, 2, 24, 24));
-    dialog.show();
-    // Focus elsewhere before it ever reached the popover, or on its own dialog: it stays.
-    popover.onFocusWindowChanged(other.windowHandle());
-    popover.onFocusWindowChanged(content->windowHandle());
-    popover.onFocusWindowChanged(dialog.windowHandle());
-    QVERIFY(popover.isShown());
-    popover.onFocusWindowChanged(other.windowHandle());
-    QVERIFY(!popover.isShown());
-
-    // The tray's menu, its own or one a tray host draws with the focus, shows in front of it.
-    TrayHarness t;
-    PopoverController& tray = t.tray->popover();
-    t.tray->openPopover();
-    tray.onFocusWindowChanged(tray.window()->windowHandle());
-    t.tray->showMenu();
-    tray.onFocusWindowChanged(t.tray->menu().windowHandle());
-    QVERIFY(tray.isShown());
-    t.tray->menu().close();
-    emit t.tray->menu().aboutToShow();
-    tray.onFocusWindowChanged(nullptr);
-    QVERIFY(tray.isShown());
-    emit t.tray->menu().aboutToHide();
-    tray.onFocusWindowChanged(nullptr);
-    QVERIFY(!tray.isShown());
-    t.tray->openPopover();
-    emit t.tray->workspaceWatch().switched();
-    QVERIFY(!tray.isShown());
-    // As a window of its own (no tray, Wayland) it is the user's to close.
-    tray.setStyle(PopoverController::Style::window);
-    t.tray->openPopover();
-    tray.onFocusWindowChanged(tray.window()->windowHandle());
-    tray.onFocusWindowChanged(other.windowHandle());
-    emit t.tray->workspaceWatch().switched();
-    QVERIFY(tray.isShown());
-}
-
 void ShellTest::popoverRowsFollowAnEngineAndPauseAllFlips() {
-    {
-        ShellHarness nothing;
-        nothing.start();
-        PopoverView empty(*nothing.model);
-        empty.show();
-        QCoreApplication::processEvents();
-        QStringList shown;
-        for (QLabel* label : empty.findChildren<QLabel*>())
-            if (label->isVisible()) shown << label->text();
-        QVERIFY2(shown.contains("Nothing's being backed up yet.") &&
-                     shown.contains("Click + to add your first folder."),
-                 qPrintable(shown.join(" | ")));
-        testing::look(empty, "popover-empty");
-    }
     ShellHarness s;
     const BackupPair pair = s.h.makePair("Work");
     testing::writeFile(pair.sourceURL / "notes.txt", std::string(100, 'x'));
@@ -469,12 +397,14 @@ void ShellTest::theRowsMenuRedoesTheSmartSetup() {
     t.view().refresh();
     PairRowView* row = t.view().rows().at(0);
     QStringList items;
-    whileOpen<QMenu>([&] { emit row->customContextMenuRequested(QPoint(5, 5)); },
-                     [&](QMenu& menu) {
-                         for (QAction* action : menu.actions())
-                             items << (action->isSeparator() ? "-" : action->text());
-                         findAction(menu, "Redo Smart Setup…")->trigger();
-                     });
+    QTimer::singleShot(0, [&items] {
+        auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+        for (QAction* action : menu->actions())
+            items << (action->isSeparator() ? "-" : action->text());
+        findAction(*menu, "Redo Smart Setup…")->trigger();
+        menu->close();
+    });
+    emit row->customContextMenuRequested(QPoint(5, 5));
     QCOMPARE(items, (QStringList{"Back Up Now", "Pause", "-", "Change Destination…",
                                  "Show in File Manager", "Restore Files…", "Recover Deleted Files…",
                                  "Redo Smart Setup…", "-", "Remove This Backup…"}));
@@ -506,8 +436,8 @@ void ShellTest::launchAtLoginWritesAndRemovesTheAutostartEntry() {
     qputenv("XDG_CONFIG_HOME", before);
 }
 
+// Over the local socket; one left behind by an instance that died is taken over.
 void ShellTest::aSecondStartActivatesTheFirst() {
-    // Over the local socket; one left behind by an instance that died is taken over.
     testing::TemporaryFolder runtime;
     testing::writeFile(runtime.path() / "io.quillstow.Quillstow", "");
     const QString socket = qt((runtime.path() / "io.quillstow.Quillstow").native());
@@ -517,21 +447,6 @@ void ShellTest::aSecondStartActivatesTheFirst() {
              SingleInstance::Outcome::first);
     QCOMPARE(second.claimLocally(socket, [] {}), SingleInstance::Outcome::activatedOther);
     QTRY_COMPARE(activations, 1);
-
-    // Over the session bus.
-    const testing::PrivateBus bus([](sd_bus*) {});
-    if (bus.address().empty()) QSKIP(bus.whyNot().c_str());
-    {
-        SingleInstance onBus, again;
-        QDBusConnection one = QDBusConnection::connectToBus(qt(bus.address()), "first");
-        QDBusConnection two = QDBusConnection::connectToBus(qt(bus.address()), "second");
-        QCOMPARE(onBus.claimOnBus(one, [&activations] { ++activations; }),
-                 SingleInstance::Outcome::first);
-        QCOMPARE(again.claimOnBus(two, [] {}), SingleInstance::Outcome::activatedOther);
-        QCOMPARE(activations, 2);
-    }
-    QDBusConnection::disconnectFromBus("first");
-    QDBusConnection::disconnectFromBus("second");
 }
 
 void ShellTest::theUpdateFeedIsTrustedOnlyOverSecureAddresses() {
@@ -551,27 +466,148 @@ void ShellTest::theUpdateFeedIsTrustedOnlyOverSecureAddresses() {
     };
     for (const auto& c : addresses)
         QVERIFY2(isAllowedFeedAddress(c.url, c.loopbackAllowed) == c.allowed, c.url);
+}
 
-    QCOMPARE(parseReleaseFeed("{\"version\": \"0.2.0\", \"releasePage\": \"https://q.io/r\"}"),
-             std::optional(Release{"0.2.0", "https://q.io/r"}));
-    for (const char* bad : {"[]", "not json", "{\"version\": \"0.2.0\"}",
-                            "{\"version\": 2, \"releasePage\": \"https://q.io/r\"}",
-                            "{\"version\": \"\", \"releasePage\": \"https://q.io/r\"}",
-                            "{\"version\": \"0.2.0\", \"releasePage\": \"http://q.io/r\"}",
-                            "{\"version\": \"0.2.0\", \"releasePage\": \"javascript:alert(1)\"}"})
-        QVERIFY2(!parseReleaseFeed(bad), bad);
-
-    const struct {
-        const char *a, *b;
-        int order;
-    } versions[] = {
-        {"1.2", "1.2.0", 0},    {"0.10.0", "0.9.0", 1}, {"1.0", "0.99.99", 1},
-        {"0.0.9", "0.1.0", -1}, {"1.0-rc1", "1.0", -1}, {"1.0-rc2", "1.0-rc1", 1},
-    };
-    for (const auto& c : versions) {
-        QVERIFY2(compareVersions(c.a, c.b) == c.order, c.a);
-        QVERIFY2(compareVersions(c.b, c.a) == -c.order, c.a);
+void ShellTest::aFirstStartLeadsThroughOnePairAndOnlyTheFirst() {
+    testing::TemporaryFolder settings, folders;
+    const fs::path source = folders.path() / "Thesis", drive = folders.path() / "Drive";
+    fs::create_directories(source);
+    fs::create_directories(drive);
+    {
+        Start first(settings.path());
+        first.queue.advance(0.05);
+        QVERIFY(!first.tray.welcomeWindow());
+        first.queue.advance(0.06);
+        QVERIFY(first.welcome() && first.welcome()->isVisible());
+        look(*first.welcome(), "welcome-source");
+        first.welcome()->close();  // before the end: nothing stored
     }
+    QVERIFY(!configOf(settings.path())["appConfig"]["hasCompletedOnboarding"].get<bool>());
+    {
+        Start second(settings.path());
+        second.queue.advance(0.1);
+        WelcomeWindow* welcome = second.welcome();
+        QVERIFY2(welcome && welcome->isVisible(), "shown again until the flow is finished");
+        WelcomeModel& model = welcome->model();
+        QVERIFY(!welcome->mainButton()->isEnabled() && !welcome->backButton()->isVisible());
+        QSignalSpy dropped(&model, &WelcomeModel::droppedItemRead);
+        model.dropItems({source});
+        QVERIFY(dropped.wait(5000));
+        QVERIFY(welcome->mainButton()->isEnabled());
+        look(*welcome, "welcome-source-chosen");
+        welcome->mainButton()->click();
+        QCOMPARE(model.step(), WelcomeStep::pickDestination);
+        QVERIFY(!welcome->mainButton()->isEnabled());
+        QVERIFY(visibleLabels(*welcome).contains("No external drives found."));
+        welcome->backButton()->click();  // keeps what was chosen
+        QCOMPARE(model.source(), std::optional(source));
+        welcome->mainButton()->click();
+        model.setDestination(drive);
+        look(*welcome, "welcome-destination");
+        welcome->mainButton()->click();
+        QCOMPARE(model.step(), WelcomeStep::pickOffsite);
+        look(*welcome, "welcome-offsite");
+        welcome->mainButton()->click();
+        const QStringList confirm = visibleLabels(*welcome);
+        QVERIFY2(confirm.contains("Ready to start.") && confirm.contains("Thesis") &&
+                     confirm.filter("Offsite copy").isEmpty(),
+                 qPrintable(confirm.join(" | ")));
+        look(*welcome, "welcome-confirm");
+        welcome->mainButton()->click();
+        QVERIFY(!welcome->isVisible());
+        // The settings are written on their own thread: wait for the disk.
+        second.application.configStore().flush();
+        const auto config = configOf(settings.path());
+        QVERIFY(config["appConfig"]["hasCompletedOnboarding"].get<bool>());
+        QCOMPARE(config["pairs"].size(), 1u);
+        QCOMPARE(config["pairs"][0]["name"].get<std::string>(), std::string("Thesis"));
+        // The flow's pair is like any other: it has its engine at once.
+        QCOMPARE(second.application.statusManager().engines().size(), 1u);
+    }
+    Start third(settings.path());
+    third.queue.advance(1.0);
+    QVERIFY(!third.tray.welcomeWindow());
+}
+
+void ShellTest::smartSetupTakesOnlyARequestThatFits() {
+    testing::TemporaryFolder settings;
+    Start start(settings.path());
+    NotificationCenter& center = start.application.notificationCenter();
+    const Uuid id = Uuid::random();
+    const NotificationInfo fits{{"pairId", id},
+                                {"pairName", std::string("Code")},
+                                {"recommendedProfile", std::string("developer")},
+                                {"approximateBytes", std::int64_t(3'400'000)}};
+    // One key left out (no value) or of another kind: no window.
+    const std::tuple<const char*, std::optional<NotificationValue>> spoiled[] = {
+        {"pairId", std::string("x")},
+        {"pairName", std::nullopt},
+        {"recommendedProfile", std::string("video")},
+        {"approximateBytes", std::string("x")},
+    };
+    for (const auto& [key, value] : spoiled) {
+        NotificationInfo info = fits;
+        if (value) {
+            info[key] = *value;
+        } else {
+            info.erase(key);
+        }
+        center.post("io.quillstow.profileSuggested", info);
+        QVERIFY2(!start.tray.profileSuggestionWindow(), key);
+    }
+    center.post("io.quillstow.profileSuggested", fits);
+    QWidget* window = start.tray.profileSuggestionWindow();
+    QVERIFY(window);
+    // A second offer while it shows brings the same window forward, with the first pair.
+    NotificationInfo other = fits;
+    other["pairId"] = Uuid::random();
+    center.post("io.quillstow.profileSuggested", other);
+    QCOMPARE(start.tray.profileSuggestionWindow(), window);
+    QCOMPARE(qobject_cast<ProfileSuggestionWindow*>(window)->suggestion().pairId, id);
+}
+
+void ShellTest::acceptingChangesWhatTheNextPassCopies() {
+    testing::EngineHarness h;
+    const BackupPair pair = h.makePair("Code");
+    for (const char* file : {"src/main.c", "dist/bundle.js", "main.o"})
+        testing::writeFile(pair.sourceURL / file, "data");
+    StatusManager manager(h.store, *h.services, h.queue, h.notifier);
+    // The first pass, under the standard profile, copies everything.
+    QVERIFY(h.finishRun());
+    const fs::path mirror = testing::EngineHarness::mirrorOf(pair);
+    QVERIFY(fs::exists(mirror / "dist/bundle.js"));
+    const ProfileSuggestion suggestion{pair.id, "Code", BackupProfile::developer, 3'400'000};
+    // Declining leaves the pair as it was.
+    {
+        ProfileSuggestionWindow declined(suggestion, [] { QFAIL("not accepted"); });
+        declined.show();
+        declined.declineButton()->click();
+        QCOMPARE(h.storedPair(pair.id)->profile, BackupProfile::standard);
+    }
+    ProfileSuggestionWindow window(suggestion,
+                                   [&] { acceptSuggestion(manager.configStore(), suggestion); });
+    window.show();
+    QVERIFY(visibleLabels(window).contains("Code · 3.4 MB"));
+    window.whatThisChangesButton()->click();
+    window.technicalDetailsButton()->click();
+    QVERIFY(window.findChild<QWidget*>("bullets")->isVisible() &&
+            window.findChild<QWidget*>("technical")->isVisible());
+    look(window, "smart-setup");
+    window.acceptButton()->click();
+    QVERIFY(!window.isVisible());
+    QCOMPARE(h.storedPair(pair.id)->profile, BackupProfile::developer);
+    QVERIFY(h.storedPair(pair.id)->didSuggestProfile);
+
+    for (const char* file : {"src/util.c", "dist/chunk.js", "util.o"})
+        testing::writeFile(pair.sourceURL / file, "data");
+    manager.backupPairNow(pair.id);
+    QVERIFY(h.finishRun());
+    QVERIFY(fs::exists(mirror / "src/util.c"));
+    QVERIFY(!fs::exists(mirror / "dist/chunk.js") && !fs::exists(mirror / "util.o"));
+    // What the earlier pass copied stays at the destination.
+    QVERIFY(fs::exists(mirror / "main.o") && fs::exists(mirror / "dist/bundle.js"));
+    manager.stopAll();
+    h.settle();
 }
 
 QTEST_MAIN(ShellTest)

@@ -7,21 +7,16 @@
 #include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPointer>
-#include <QProgressBar>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QStackedWidget>
 #include <QTest>
-#include <atomic>
-#include <future>
 
 #include "../archive/ProjectFolders.hpp"
 #include "PrivateMounts.hpp"
 #include "Screenshots.hpp"
 #include "TestTree.hpp"
 #include "app/FilingServices.hpp"
-#include "copy/FaultyFileSystem.hpp"
 #include "views/FilingWindow.hpp"
 
 namespace quillstow::shell {
@@ -34,67 +29,23 @@ using testing::makePhotoFolder;
 using testing::readFile;
 using Step = PromoteViewModel::Step;
 
-// The real file operations, held at the first copy until the test lets the filing go on, and
-// counted, so a quit can be seen to stop the copy.
-class HeldFileSystem final : public testing::ForwardingFileSystem {
-  public:
-    HeldFileSystem() : ForwardingFileSystem(real_) {}
-
-    void holdFirstCopy() { held_ = true; }
-    bool reached() const { return reached_; }
-    void letGo() { opened_.set_value(); }
-    int copies() const { return copies_; }
-
-    CopiedItem copyItem(const ItemRef& from, const ItemRef& to, std::stop_token stop,
-                        std::optional<FileInfo::Type> known) override {
-        wait();
-        return ForwardingFileSystem::copyItem(from, to, stop, known);
-    }
-    std::size_t copyChunk(int from, int to, std::int64_t offset, std::size_t length) override {
-        wait();
-        return ForwardingFileSystem::copyChunk(from, to, offset, length);
-    }
-
-  private:
-    void wait() {
-        ++copies_;
-        if (!held_.exchange(false)) return;
-        reached_ = true;
-        open_.wait();
-    }
-
-    LocalFileSystem real_;
-    std::atomic<bool> held_ = false, reached_ = false;
-    std::atomic<int> copies_ = 0;
-    std::promise<void> opened_;
-    std::shared_future<void> open_ = opened_.get_future().share();
-};
-
 // The program's filing services with a Trash of the test's own, and a window over them.
 struct Flow {
     testing::TemporaryFolder root;
-    HeldFileSystem fileSystem;
-    std::unique_ptr<FilingServices> services =
-        std::make_unique<FilingServices>(root / "home/Trash", &fileSystem);
+    FilingServices services{root / "home/Trash"};
     std::vector<fs::path> revealed;
-    QPointer<FilingWindow> window = open();
+    FilingWindow window{services.makeModel(),
+                        [this](const fs::path& item) { revealed.push_back(item); }};
 
-    ~Flow() { delete window; }
-    FilingWindow* open() {
-        auto* opened = new FilingWindow(services->makeModel(),
-                                        [this](const fs::path& item) { revealed.push_back(item); });
-        opened->setAttribute(Qt::WA_DeleteOnClose);
-        opened->show();
-        return opened;
-    }
+    Flow() { window.show(); }
 
     template <typename Widget = QWidget>
     Widget* find(const char* name) {
-        return window->findChild<Widget*>(name);
+        return window.findChild<Widget*>(name);
     }
     QString shownPage() { return find<QStackedWidget>("pages")->currentWidget()->objectName(); }
     QString label(const char* name) { return find<QLabel>(name)->text(); }
-    bool isShown(const char* name) { return find(name)->isVisibleTo(window); }
+    bool isShown(const char* name) { return find(name)->isVisibleTo(&window); }
     void click(const char* name) {
         auto* button = find<QAbstractButton>(name);
         QVERIFY2(button && button->isVisible() && button->isEnabled(), name);
@@ -103,14 +54,14 @@ struct Flow {
     // Picks `folder` in the dialog a button opened; nothing picked when it is empty.
     void pick(const char* button, const fs::path& folder) {
         click(button);
-        if (!folder.empty()) return testing::pickInFolderPanel(*window, folder);
+        if (!folder.empty()) return testing::pickInFolderPanel(window, folder);
         find<QFileDialog>("folderPanel")->reject();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
     bool finished() {
-        return QTest::qWaitFor([this] { return window->model().step() == Step::finished; }, 10000);
+        return QTest::qWaitFor([this] { return window.model().step() == Step::finished; }, 10000);
     }
-    void look(const QString& name) { testing::look(*window, "filing-" + name); }
+    void look(const QString& name) { testing::look(window, "filing-" + name); }
 };
 
 }  // namespace
@@ -121,8 +72,6 @@ class FilingWindowTest : public QObject {
   private slots:
     void filesAPickedProjectTidiedUpAndShowsItFiled();
     void everyScreenReadsOnADarkTheme();
-    void aWindowClosedMidFilingLeavesItToRunTillTheQuit_data();
-    void aWindowClosedMidFilingLeavesItToRunTillTheQuit();
     void aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords_data();
     void aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords();
 };
@@ -154,10 +103,10 @@ void FilingWindowTest::filesAPickedProjectTidiedUpAndShowsItFiled() {
     QTest::keyClicks(name, "Spring Campaign 2023");
 
     // The sentence is the box's label: a click on either ticks it, a second one unticks it.
-    QVERIFY(f.isShown("tidyUp") && !f.window->model().removeRebuildable());
+    QVERIFY(f.isShown("tidyUp") && !f.window.model().removeRebuildable());
     f.click("tidyUp");
     QTest::mouseClick(f.find<QLabel>("tidyUpLabel"), Qt::LeftButton);
-    QVERIFY(!f.window->model().removeRebuildable());
+    QVERIFY(!f.window.model().removeRebuildable());
     QTest::mouseClick(f.find<QLabel>("tidyUpLabel"), Qt::LeftButton);
     QVERIFY(f.find<QCheckBox>("tidyUp")->isChecked());
     f.look("review-tidy-up");
@@ -176,7 +125,7 @@ void FilingWindowTest::filesAPickedProjectTidiedUpAndShowsItFiled() {
     QCOMPARE(f.revealed, std::vector<fs::path>{filed});
     f.click("fileAnother");
     QCOMPARE(f.shownPage(), QString("choose"));
-    QCOMPARE(f.window->model().archiveRoot(), std::optional<fs::path>(archive));
+    QCOMPARE(f.window.model().archiveRoot(), std::optional<fs::path>(archive));
 }
 
 void FilingWindowTest::everyScreenReadsOnADarkTheme() {
@@ -209,54 +158,6 @@ void FilingWindowTest::everyScreenReadsOnADarkTheme() {
     QApplication::setPalette(light);
 }
 
-void FilingWindowTest::aWindowClosedMidFilingLeavesItToRunTillTheQuit_data() {
-    QTest::addColumn<bool>("quits");
-    QTest::newRow("it runs to its end") << false;
-    QTest::newRow("the program quits") << true;
-}
-
-void FilingWindowTest::aWindowClosedMidFilingLeavesItToRunTillTheQuit() {
-    QFETCH(bool, quits);
-    Flow f;
-    const fs::path project = makeFilmProject(f.root / "work");
-    const auto original = filesBelow(project);
-    const fs::path filed = f.root / "Archive/2023/Spring Campaign 2023";
-    testing::makeFolder(f.root / "Archive");
-    f.pick("chooseProject", project);
-    f.pick("chooseArchive", f.root / "Archive");
-    f.fileSystem.holdFirstCopy();
-    f.click("fileIt");
-    QVERIFY(QTest::qWaitFor([&] { return f.fileSystem.reached(); }, 10000));
-    QCoreApplication::processEvents();
-    QCOMPARE(f.shownPage(), QString("filing"));
-    QVERIFY(!f.find<QProgressBar>("progress")->isHidden() && !f.label("progressLabel").isEmpty());
-    QVERIFY2(
-        f.find<QStackedWidget>("pages")->currentWidget()->findChildren<QPushButton*>().isEmpty(),
-        "no way out of filing but its end");
-    if (!quits) f.look("copying");
-
-    // Opened again, the window starts a fresh flow while the first filing runs on.
-    f.window->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QVERIFY(!f.window);
-    f.window = f.open();
-    QVERIFY(f.shownPage() == "choose" && !f.window->model().archiveRoot());
-    const int copiesBefore = f.fileSystem.copies();
-    if (quits) f.services->stopFilings();
-    f.fileSystem.letGo();
-    if (!quits)
-        QVERIFY(QTest::qWaitFor([&] { return fs::exists(filed / ".quillstow-manifest.json"); }));
-    delete f.window;
-    f.services.reset();  // waits for the filing
-    if (quits) {
-        QVERIFY2(f.fileSystem.copies() - copiesBefore <= 1, "the copy went on after the quit");
-        QVERIFY(testing::holdsOnlyHidden(f.root / "Archive/2023"));
-    } else {
-        QCOMPARE(readFile(filed / "6 Finals/Campaign.mp4"), std::string(1000, 'm'));
-    }
-    QVERIFY(filesBelow(project) == original);
-}
-
 void FilingWindowTest::aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords_data() {
     QTest::addColumn<bool>("readOnly");
     QTest::addColumn<QString>("sentence");
@@ -270,13 +171,15 @@ void FilingWindowTest::aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords() {
     QFETCH(bool, readOnly);
     QFETCH(QString, sentence);
     if (!testing::whyNoPrivateMounts().empty()) QSKIP(testing::whyNoPrivateMounts().c_str());
+    // The drive outlives the window and the filing services.
+    const testing::TemporaryFolder mounts;
+    testing::TmpfsMount drive(mounts / "drive", 128 * 1024);
+    if (readOnly) drive.remountReadOnly();
     Flow f;
     const fs::path project = f.root / "work/Big Finish 2023";
     testing::writeFile(project / "6 Finals/master.mov", std::string(512 * 1024, 'v'));
     testing::writeFile(project / "1 Documents/notes.txt", "notes");
     const auto original = filesBelow(project);
-    testing::TmpfsMount drive(f.root / "drive", 128 * 1024);
-    if (readOnly) drive.remountReadOnly();
     f.pick("chooseProject", project);
     f.pick("chooseArchive", drive.path());
     f.click("fileIt");
@@ -287,8 +190,6 @@ void FilingWindowTest::aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords() {
     QVERIFY(!f.isShown("showInFileManager") && f.isShown("fileAnother"));
     QVERIFY(filesBelow(project) == original);
     f.look(readOnly ? "read-only" : "full");
-    delete f.window;
-    f.services.reset();  // before the drive goes
 }
 
 }  // namespace quillstow::shell

@@ -114,8 +114,6 @@ class AddBackupTest : public QObject {
     void refusesEachUnsafeDestinationInItsWords();
     void droppedFoldersBecomePairsThatBackUpUntilARefusal();
     void theCloudAlertShowsForACloudFolderAndOnlyUseAnywayGoesOn();
-    void backToTheStartAndCancelAddsNothing();
-    void volumeRowsAndEarlierDestinations();
 };
 
 void AddBackupTest::refusesEachUnsafeDestinationInItsWords() {
@@ -267,56 +265,6 @@ void AddBackupTest::theCloudAlertShowsForACloudFolderAndOnlyUseAnywayGoesOn() {
     // Only the second answer took the folder.
     QCOMPARE(sheet.model().step(), Step::chooseOffsite);
     QCOMPARE(sheet.model().destination(), std::optional<fs::path>(synced));
-}
-
-void AddBackupTest::backToTheStartAndCancelAddsNothing() {
-    Sheet sheet;
-    const fs::path source = sheet.home() / "Work", drive = sheet.h.root / "drive";
-    makeFolder(source);
-    makeFolder(drive);
-    QVERIFY(sheet.drop({source}));
-    sheet.chooseDestination(drive);
-    sheet.clickButton("skipOffsite");
-    QCOMPARE(sheet.model().step(), Step::confirm);
-    QSignalSpy ended(&sheet.model(), &AddBackupModel::ended);
-    for (const char* heading : {"Offsite Copy", "Choose Destination", "Add Backup"}) {
-        QCOMPARE(sheet.find<QAbstractButton>("headerButton")->text(), QString("Back"));
-        sheet.clickButton("headerButton");
-        QCOMPARE(sheet.labelText("heading"), QString(heading));
-    }
-    QCOMPARE(sheet.find<QAbstractButton>("headerButton")->text(), QString("Cancel"));
-    sheet.clickButton("headerButton");
-    QCOMPARE(ended.size(), 1);
-    QVERIFY(!sheet.window.isVisible());
-    QVERIFY(sheet.h.store->pairs().empty() && sheet.manager.engines().empty());
-}
-
-void AddBackupTest::volumeRowsAndEarlierDestinations() {
-    const struct {
-        const char* name;
-        VolumeInfo volume;
-        VolumeRow row;
-    } cases[] = {
-        {"a share",
-         {"/mnt/share", "share", 0, 0, true, false},
-         {"/mnt/share", "share", "Network Volume", "Zero KB free", true}},
-        {"a stick",
-         {"/media/ana/STICK", "STICK", 8'000'000'000, 1'300'000, false, true},
-         {"/media/ana/STICK", "STICK", "External Drive", "1.3 MB free", false}},
-        {"a second disk",
-         {"/data", "data", 1, 12'345'678'987, false, false},
-         {"/data", "data", "Local Drive", "12.35 GB free", false}},
-    };
-    for (const auto& c : cases)
-        QVERIFY2(volumeRowOf(c.volume) == c.row, c.name);
-    BackupPair onStick, inHome, again, onShare;
-    onStick.destinationURL = "/media/ana/STICK";
-    inHome.destinationURL = "/home/ana/Backups/";
-    again.destinationURL = "/home/ana/./Backups";
-    onShare.destinationURL = "/mnt/share/x";
-    QCOMPARE(earlierDestinationsOf({onStick, inHome, again, onShare},
-                                   {cases[0].volume, cases[1].volume}),
-             (std::vector<fs::path>{"/home/ana/Backups", "/mnt/share/x"}));
 }
 
 }  // namespace

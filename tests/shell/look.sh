@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Looks at the tray application as a person would: Xvfb, a private session bus, xfce4-panel with
-# only its system tray, and Quillstow with two pairs. Clicks the icon (button 1: the popover,
-# button 3: the menu), reads what shows through the program's widget dump, and saves screenshots
-# of the tray on a light and a dark panel, the popover, the menu and a pair's submenu, the filing
-# window from its first screen to a project filed, each small window, and the popover without a
-# tray.
+# Looks at the tray application as a person would: a virtual X server, a private session bus,
+# xfce4-panel with only its system tray, and Quillstow with two pairs. Clicks the icon (button 1:
+# the popover, button 3: the menu), reads what shows through the program's widget dump, and saves
+# screenshots of the tray on a light and a dark panel, the popover, the menu and a pair's submenu,
+# the filing window from its first screen to a project filed, each small window, and the popover
+# without a tray.
 #
 # usage: look.sh QUILLSTOW SCREENSHOT-TOOL OUTPUT-FOLDER
 # Exit 0 when everything showed, 1 when something didn't, 77 (skipped) where it can't run.
@@ -14,27 +14,26 @@ skip() {
     echo "SKIPPED: $*"
     exit 77
 }
-for tool in Xvfb dbus-run-session xfce4-panel xfconf-query xwininfo xdotool xprop; do
+# Runs a command every tenth of a second until it succeeds, at most $1 times.
+retry() {
+    for _ in $(seq "$1"); do
+        "${@:2}" && return 0
+        sleep 0.1
+    done
+    return 1
+}
+for tool in xvfb-run dbus-run-session xfce4-panel xfconf-query xwininfo xdotool xprop; do
     command -v "$tool" >/dev/null || skip "$tool is not installed (scripts/setup installs it)"
 done
 
 if [[ "${1:-}" != "--inside" ]]; then
     work=$(mktemp -d)
-    trap 'kill $xvfb 2>/dev/null; wait 2>/dev/null; rm -rf "$work"' EXIT
-    mkdir -p "$3"
+    trap 'rm -rf "$work"' EXIT
+    mkdir -p "$3" "$work/runtime" && chmod 700 "$work/runtime"
     rm -f "$3"/{tray-light,tray-dark,popover,menu,no-tray}.png "$3"/filing-window-*.png "$3"/look-*.png
-    # Xvfb picks a free display and writes its number once it takes connections.
-    Xvfb -displayfd 3 -screen 0 1024x600x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
-    xvfb=$!
-    for _ in $(seq 150); do
-        [[ -s "$work/display" ]] && break
-        sleep 0.1
-    done
-    [[ -s "$work/display" ]] || skip "Xvfb did not start: $(tail -1 "$work/xvfb.log")"
-    export DISPLAY=:$(cat "$work/display") HOME=$work XDG_CONFIG_HOME=$work/config \
-        XDG_CACHE_HOME=$work/cache XDG_DATA_HOME=$work/data XDG_RUNTIME_DIR=$work/runtime LOOK_WORK=$work
-    mkdir -p "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
-    timeout 110 dbus-run-session -- "$0" --inside "$@"
+    HOME=$work XDG_CONFIG_HOME=$work/config XDG_CACHE_HOME=$work/cache XDG_DATA_HOME=$work/data \
+        XDG_RUNTIME_DIR=$work/runtime LOOK_WORK=$work timeout 110 \
+        xvfb-run -a -s "-screen 0 1024x600x24 -nolisten tcp" dbus-run-session -- "$0" --inside "$@"
     exit $?
 fi
 
@@ -98,11 +97,8 @@ JSON
 
 xfce4-panel --disable-wm-check >"$work/panel.log" 2>&1 &
 panel=$!
-for _ in $(seq 100); do
-    xwininfo -root -tree 2>/dev/null | grep -q '"xfce4-panel"' && break
-    sleep 0.1
-done
-xwininfo -root -tree 2>/dev/null | grep -q '"xfce4-panel"' || skip "xfce4-panel did not start: $(tail -2 "$work/panel.log")"
+panelShown() { xwininfo -root -tree 2>/dev/null | grep -q '"xfce4-panel"'; }
+retry 100 panelShown || skipskip "xfce4-panel did not start: $(tail -2 "$work/panel.log")"
 
 QUILLSTOW_WIDGET_DUMP=$dump QUILLSTOW_TEST_COMMANDS=$commands QUILLSTOW_TRAY_PATIENCE_MS=5000 \
     QT_QPA_PLATFORM=xcb "$program" >"$work/app.log" 2>&1 &
@@ -113,17 +109,10 @@ cleanup() {
 }
 trap cleanup EXIT
 
-# Waits up to five seconds for a line of the widget dump to show, or with --gone to go.
-waitFor() {
-    local want=0
-    [[ "$1" == --gone ]] && want=1 && shift
-    for _ in $(seq 50); do
-        grep -qF -- "$1" "$dump" 2>/dev/null
-        [[ $? == "$want" ]] && return 0
-        sleep 0.1
-    done
-    return 1
-}
+# Waits up to five seconds for a line of the widget dump to show, or to go.
+waitFor() { retry 50 grep -qF -- "$1" "$dump"; }
+notShown() { ! grep -qF -- "$1" "$dump"; }
+waitGone() { retry 50 notShown "$1"; }
 
 waitFor "tray: shown" || { cat "$work/app.log"; fail "the tray icon was not shown"; exit 1; }
 sleep 1
@@ -150,7 +139,7 @@ if waitFor "window: popover"; then
     "$screenshot" "$out/popover.png" 0 0 480 440
     # Another workspace, as a window manager announces it on the root window, closes it.
     xprop -root -f _NET_CURRENT_DESKTOP 32c -set _NET_CURRENT_DESKTOP 1
-    waitFor --gone "window: popover" || { fail "a workspace switch did not close the popover"; click 1; }
+    waitGone "window: popover" || { fail "a workspace switch did not close the popover"; click 1; }
     xprop -root -f _NET_CURRENT_DESKTOP 32c -set _NET_CURRENT_DESKTOP 0
     sleep 0.5
 else
@@ -184,7 +173,7 @@ xdotool key Escape
 sleep 0.3
 grep -qF "window: popover" "$dump" || fail "the menu took the popover away"
 click 1
-waitFor --gone "window: popover" || fail "a left click did not close the popover"
+waitGone "window: popover" || fail "a left click did not close the popover"
 
 # The filing window, from the menu's "File a Finished Project…": its first screen, a project
 # picked and an archive chosen in the desktop's folder dialog, and the proven result.
@@ -208,10 +197,7 @@ clickFromBottomRight() {
 }
 # Types a folder into the open folder dialog called $1 and takes it.
 pickInDialog() {
-    for _ in $(seq 30); do
-        xwininfo -name "$1" >/dev/null 2>&1 && break
-        sleep 0.1
-    done
+    retry 30 xwininfo -name "$1" >/dev/null 2>&1
     dialog=$(xdotool search --name "^$1\$" | head -1)
     [[ -n "$dialog" ]] || return 1
     xdotool windowfocus --sync "$dialog" 2>/dev/null

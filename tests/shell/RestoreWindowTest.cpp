@@ -134,11 +134,6 @@ void RestoreWindowTest::restoreWindowGoesThroughItsStates() {
     QVERIFY(empty.scanned());
     QCOMPARE(empty.label("emptyTitle"), QString("No backed-up files found."));
     empty.look("restore-2-empty");
-    writeFile(none.backup / "kept.txt", "a backup alone is no archive");
-    Driver<DeletedFilesWindow> nothingDeleted(none.pair, std::vector{none.pair});
-    QVERIFY(nothingDeleted.scanned());
-    QCOMPARE(nothingDeleted.label("emptyTitle"), QString("No deleted files found."));
-    nothingDeleted.look("recover-2-empty");
 }
 
 void RestoreWindowTest::selectAllActsOnTheShownFilesAndHiddenSelectionsAreRestored() {

@@ -1,10 +1,8 @@
 #!/usr/bin/env bash
 # Looks at the tray application as a person would: a virtual X server, a private session bus,
-# xfce4-panel with only its system tray, and Quillstow with two pairs. Clicks the icon (button 1:
-# the popover, button 3: the menu), reads what shows through the program's widget dump, and saves
-# screenshots of the tray on a light and a dark panel, the popover, the menu and a pair's submenu,
-# the filing window from its first screen to a project filed, each small window, and the popover
-# without a tray.
+# xfce4-panel with only its system tray, and Quillstow with two pairs. Clicks the icon, reads what
+# shows through the program's widget dump, and saves screenshots of the tray, the popover, the
+# menu, the filing window from its first screen to a project filed, and each small window.
 #
 # usage: look.sh QUILLSTOW SCREENSHOT-TOOL OUTPUT-FOLDER
 # Exit 0 when everything showed, 1 when something didn't, 77 (skipped) where it can't run.
@@ -178,10 +176,7 @@ waitGone "window: popover" || fail "a left click did not close the popover"
 # The filing window, from the menu's "File a Finished Project…": its first screen, a project
 # picked and an archive chosen in the desktop's folder dialog, and the proven result.
 project="$work/Finished/Spring Campaign 2023"
-for folder in "1 Documents" "2 Project Files" "3 Media" "4 Renders" "5 Drafts" "6 Finals"; do
-    mkdir -p "$project/$folder"
-done
-mkdir -p "$work/Archive"
+mkdir -p "$project"/{"1 Documents","2 Project Files","3 Media","4 Renders","5 Drafts","6 Finals"} "$work/Archive"
 echo "final cut" >"$project/6 Finals/Campaign.mp4"
 echo "brief" >"$project/1 Documents/brief.txt"
 filing="File a Finished Project"

@@ -1,27 +1,34 @@
-// The restore and recovery windows on the offscreen platform, driven as a user drives them
-// (the filter, "Select All", the rows' boxes, the buttons and the folder dialog), over real
-// temporary folders: a backup, a deletion archive and the folders restored into.
+// The restore, recovery and filing windows on the offscreen platform, driven as a user drives
+// them (the filter, "Select All", the rows' boxes, the name field, the tidy-up box, the buttons
+// and the folder dialogs), over real temporary folders: a backup, a deletion archive, the folders
+// restored into, finished projects, a real Trash, and real drives that are read-only or full.
 
 #include <QApplication>
 #include <QCheckBox>
-#include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QSpinBox>
 #include <QStackedWidget>
 #include <QTest>
 #include <QTreeView>
 
+#include "../archive/ProjectFolders.hpp"
+#include "PrivateMounts.hpp"
 #include "Screenshots.hpp"
 #include "TestTree.hpp"
+#include "app/FilingServices.hpp"
 #include "shell/views/DeletedFilesWindow.hpp"
 #include "shell/views/RestoreWindow.hpp"
+#include "views/FilingWindow.hpp"
 
 namespace quillstow::shell {
 namespace {
 
 namespace fs = std::filesystem;
 using testing::filesBelow;
+using testing::makeFilmProject;
+using testing::readFile;
 using testing::writeFile;
 using Files = std::map<std::string, std::string>;
 
@@ -41,7 +48,7 @@ struct Folders {
     }
 };
 
-// What a user reads and clicks in either window, found by the names the frame gives them.
+// What a user reads and clicks in a window, found by the names the window gives them.
 template <class Window>
 struct Driver {
     template <typename... Arguments>
@@ -63,6 +70,7 @@ struct Driver {
     }
     QString shownPage() { return find<QStackedWidget>("pages")->currentWidget()->objectName(); }
     QString label(const char* name) { return find<QLabel>(name)->text(); }
+    bool isShown(const char* name) { return find(name)->isVisibleTo(&window); }
     void filter(const QString& words) { find<QLineEdit>("filter")->setText(words); }
     void click(const char* name) {
         auto* button = find<QAbstractButton>(name);
@@ -85,9 +93,35 @@ struct Driver {
     Window window;
 };
 
+// The program's filing services with a Trash of the test's own.
+struct Filing {
+    testing::TemporaryFolder root;
+    FilingServices services{root / "home/Trash"};
+    std::vector<fs::path> revealed;
+};
+
+// The filing window over them.
+struct Flow : Filing, Driver<FilingWindow> {
+    Flow()
+        : Driver(services.makeModel(), [this](const fs::path& item) { revealed.push_back(item); }) {
+    }
+
+    // Picks `folder` in the dialog a button opened; nothing picked when it is empty.
+    void pick(const char* button, const fs::path& folder) {
+        click(button);
+        if (!folder.empty()) return testing::pickInFolderPanel(window, folder);
+        find<QFileDialog>("folderPanel")->reject();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    bool finished() {
+        return QTest::qWaitFor(
+            [this] { return window.model().step() == PromoteViewModel::Step::finished; }, 10000);
+    }
+};
+
 }  // namespace
 
-class RestoreWindowTest : public QObject {
+class RestoreAndFilingWindowsTest : public QObject {
     Q_OBJECT
 
   private slots:
@@ -96,9 +130,12 @@ class RestoreWindowTest : public QObject {
     void restoreToAChosenFolderPutsTheFilesThere();
     void recoveryGroupsByDayAndPutsTheChosenCopyBack();
     void aSharedArchiveGoesOnlyToAChosenFolder();
+    void filesAPickedProjectTidiedUpAndShowsItFiled();
+    void aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords_data();
+    void aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords();
 };
 
-void RestoreWindowTest::restoreWindowGoesThroughItsStates() {
+void RestoreAndFilingWindowsTest::restoreWindowGoesThroughItsStates() {
     Folders folders;
     writeFile(folders.backup / "track10.wav", std::string(2048, 'a'));
     writeFile(folders.backup / "track2.wav", "b");
@@ -122,13 +159,6 @@ void RestoreWindowTest::restoreWindowGoesThroughItsStates() {
     QVERIFY(toOriginal->isEnabled());
     restore.look("restore-3b-list-one-selected");
 
-    restore.filter("nothing like it");
-    QCOMPARE(restore.label("fileCounter"), QString("0 files"));
-    QCOMPARE(restore.label("selectedCounter"), QString("1 selected"));
-    QVERIFY(!restore.find<QCheckBox>("selectAll")->isEnabled());
-    QVERIFY(restore.find("noMatch")->isVisible());
-    restore.look("restore-4-filtered-to-nothing");
-
     Folders none;
     Driver<RestoreWindow> empty(none.pair);
     QVERIFY(empty.scanned());
@@ -136,7 +166,7 @@ void RestoreWindowTest::restoreWindowGoesThroughItsStates() {
     empty.look("restore-2-empty");
 }
 
-void RestoreWindowTest::selectAllActsOnTheShownFilesAndHiddenSelectionsAreRestored() {
+void RestoreAndFilingWindowsTest::selectAllActsOnTheShownFilesAndHiddenSelectionsAreRestored() {
     Folders folders;
     writeFile(folders.backup / "Photos/2021/a.jpg", "photo");
     writeFile(folders.backup / "Photos/2021/b.jpg", "photo b");
@@ -172,7 +202,7 @@ void RestoreWindowTest::selectAllActsOnTheShownFilesAndHiddenSelectionsAreRestor
     QVERIFY(restore.find("restoreToOriginal")->isEnabled());
 }
 
-void RestoreWindowTest::restoreToAChosenFolderPutsTheFilesThere() {
+void RestoreAndFilingWindowsTest::restoreToAChosenFolderPutsTheFilesThere() {
     Folders folders;
     writeFile(folders.backup / "a.txt", "a");
     writeFile(folders.backup / "deep/b.txt", "bb");
@@ -191,7 +221,7 @@ void RestoreWindowTest::restoreToAChosenFolderPutsTheFilesThere() {
     restore.look("restore-6-done");
 }
 
-void RestoreWindowTest::recoveryGroupsByDayAndPutsTheChosenCopyBack() {
+void RestoreAndFilingWindowsTest::recoveryGroupsByDayAndPutsTheChosenCopyBack() {
     Folders folders;
     writeFile(folders.trash / "2026-03-01/docs/report.txt", "march");
     writeFile(folders.trash / "2026-03-04/docs/report.txt", "later");
@@ -209,13 +239,6 @@ void RestoreWindowTest::recoveryGroupsByDayAndPutsTheChosenCopyBack() {
                                            "Deleted on 2026-03-01", "report.txt"}));
     recover.look("recover-3-list");
 
-    auto* first = recover.find<QComboBox>("firstDay");
-    auto* last = recover.find<QComboBox>("lastDay");
-    first->setCurrentIndex(first->findText("2026-03-02"));
-    last->setCurrentIndex(last->findText("2026-03-02"));
-    QCOMPARE(recover.names(), (QStringList{"Deleted on 2026-03-02", "photo.jpg"}));
-    first->setCurrentIndex(0);
-    last->setCurrentIndex(0);
     recover.filter("nothing like it");
     recover.look("recover-4-filtered-to-nothing");
     // The older copy, from the day before it was deleted again.
@@ -232,7 +255,7 @@ void RestoreWindowTest::recoveryGroupsByDayAndPutsTheChosenCopyBack() {
     recover.look("recover-6-done");
 }
 
-void RestoreWindowTest::aSharedArchiveGoesOnlyToAChosenFolder() {
+void RestoreAndFilingWindowsTest::aSharedArchiveGoesOnlyToAChosenFolder() {
     Folders folders;
     writeFile(folders.trash / "2026-03-04/plan.txt", "whose plan?");
     BackupPair other = folders.pair;
@@ -249,15 +272,92 @@ void RestoreWindowTest::aSharedArchiveGoesOnlyToAChosenFolder() {
     QVERIFY(filesBelow(folders.source).empty());
 }
 
+void RestoreAndFilingWindowsTest::filesAPickedProjectTidiedUpAndShowsItFiled() {
+    Flow f;
+    const fs::path project = makeFilmProject(f.root / "work"), archive = f.root / "Archive";
+    testing::makeFolder(archive);
+    f.look("filing-choose");
+    f.pick("chooseProject", {});
+    QCOMPARE(f.shownPage(), QString("choose"));  // a cancelled dialog changes nothing
+    f.pick("chooseProject", project);
+    QCOMPARE(f.shownPage(), QString("review"));
+    QCOMPARE(f.label("projectTitle"), QString("Spring Campaign 2023"));
+    QVERIFY(!f.isShown("warnings") && !f.isShown("goesTo"));  // a well-formed project
+    QCOMPARE(f.find<QSpinBox>("year")->text(), QString("2023"));
+    QVERIFY(!f.find<QPushButton>("fileIt")->isEnabled());
+    f.pick("chooseArchive", archive);
+    QCOMPARE(f.find<QLabel>("goesTo")->property("fullText").toString(),
+             "Goes to " + QString::fromStdString((archive / "2023/Spring Campaign 2023").native()));
+    auto* name = f.find<QLineEdit>("name");
+    // The sentence is the box's label: a click on either ticks it, a second one unticks it.
+    f.click("tidyUp");
+    QTest::mouseClick(f.find<QLabel>("tidyUpLabel"), Qt::LeftButton);
+    QVERIFY(!f.window.model().removeRebuildable());
+    QTest::mouseClick(f.find<QLabel>("tidyUpLabel"), Qt::LeftButton);
+    QVERIFY(f.find<QCheckBox>("tidyUp")->isChecked());
+    f.look("filing-review-tidy-up");
+
+    // Return in a field is "File It", the page's default action.
+    QTest::keyClick(name, Qt::Key_Return);
+    QVERIFY(f.finished());
+    QCOMPARE(f.label("resultHeading"), QString("Filed"));
+    QVERIFY(!f.find<QLabel>("resultIcon")->pixmap().isNull());
+    const fs::path filed = archive / "2023/Spring Campaign 2023";
+    QCOMPARE(readFile(filed / "6 Finals/Campaign.mp4"), std::string(1000, 'm'));
+    QVERIFY(!fs::exists(project / "2 Project Files/Render Files"));
+    f.look("filing-filed");
+    f.click("showInFileManager");
+    QCOMPARE(f.revealed, std::vector<fs::path>{filed});
+    f.click("fileAnother");
+    QCOMPARE(f.shownPage(), QString("choose"));
+    QCOMPARE(f.window.model().archiveRoot(), std::optional<fs::path>(archive));
+}
+
+void RestoreAndFilingWindowsTest::aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords_data() {
+    QTest::addColumn<bool>("readOnly");
+    QTest::addColumn<QString>("sentence");
+    QTest::newRow("read-only") << true
+                               << "Couldn't create the folder for 2023: Read-only file system";
+    QTest::newRow("full") << false
+                          << "1 file couldn't be copied. The original has been left alone.";
+}
+
+void RestoreAndFilingWindowsTest::aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords() {
+    QFETCH(bool, readOnly);
+    QFETCH(QString, sentence);
+    if (!testing::whyNoPrivateMounts().empty()) QSKIP(testing::whyNoPrivateMounts().c_str());
+    // The drive outlives the window and the filing services.
+    const testing::TemporaryFolder mounts;
+    testing::TmpfsMount drive(mounts / "drive", 128 * 1024);
+    if (readOnly) drive.remountReadOnly();
+    Flow f;
+    const fs::path project = f.root / "work/Big Finish 2023";
+    testing::writeFile(project / "6 Finals/master.mov", std::string(512 * 1024, 'v'));
+    testing::writeFile(project / "1 Documents/notes.txt", "notes");
+    const auto original = filesBelow(project);
+    f.pick("chooseProject", project);
+    f.pick("chooseArchive", drive.path());
+    f.click("fileIt");
+    QVERIFY(f.finished());
+    QCOMPARE(f.label("resultHeading"), QString("Couldn't file it"));
+    QCOMPARE(f.label("resultSentence"), sentence);
+    QVERIFY(!f.find<QLabel>("resultIcon")->pixmap().isNull());
+    QVERIFY(!f.isShown("showInFileManager") && f.isShown("fileAnother"));
+    QVERIFY(filesBelow(project) == original);
+    f.look(readOnly ? "filing-read-only" : "filing-full");
+}
+
 }  // namespace quillstow::shell
 
 int main(int argc, char** argv) {
+    // Before any thread: the drives that are read-only or full are mounts of this test alone.
+    quillstow::testing::enterPrivateMountNamespace();
     QApplication app(argc, argv);
     // As on a desktop, whose platform theme finds the installed icon themes.
     QIcon::setThemeSearchPaths(QIcon::themeSearchPaths() << "/usr/share/icons");
     QIcon::setThemeName("Adwaita");
-    quillstow::shell::RestoreWindowTest test;
+    quillstow::shell::RestoreAndFilingWindowsTest test;
     return QTest::qExec(&test, argc, argv);
 }
 
-#include "RestoreWindowTest.moc"
+#include "RestoreAndFilingWindowsTest.moc"

@@ -1,23 +1,29 @@
-// The restore, recovery and filing windows on the offscreen platform, driven as a user drives
-// them (the filter, "Select All", the rows' boxes, the name field, the tidy-up box, the buttons
-// and the folder dialogs), over real temporary folders: a backup, a deletion archive, the folders
-// restored into, finished projects, a real Trash, and real drives that are read-only or full.
+// The add-backup, restore, recovery and filing windows on the offscreen platform, driven as a
+// user drives them (drops, the filter, "Select All", the rows' boxes, the name field, the tidy-up
+// box, the buttons and the folder dialogs), against a real status manager in virtual time, over
+// real temporary folders: sources and drives, a backup, a deletion archive, the folders restored
+// into, finished projects, a real Trash, and real drives that are read-only or full.
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMimeData>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QSpinBox>
 #include <QStackedWidget>
 #include <QTest>
 #include <QTreeView>
+#include <QUrl>
 
 #include "../archive/ProjectFolders.hpp"
+#include "../control/EngineHarness.hpp"
 #include "PrivateMounts.hpp"
 #include "Screenshots.hpp"
 #include "TestTree.hpp"
 #include "app/FilingServices.hpp"
+#include "shell/views/AddBackupWindow.hpp"
 #include "shell/views/DeletedFilesWindow.hpp"
 #include "shell/views/RestoreWindow.hpp"
 #include "views/FilingWindow.hpp"
@@ -26,11 +32,93 @@ namespace quillstow::shell {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::EngineHarness;
 using testing::filesBelow;
 using testing::makeFilmProject;
+using testing::makeFolder;
 using testing::readFile;
 using testing::writeFile;
 using Files = std::map<std::string, std::string>;
+using Step = AddBackupStep;
+
+QString qt(const std::string& text) {
+    return QString::fromStdString(text);
+}
+
+// The sheet over a fresh harness: its own home folder and removable-media root.
+struct Sheet {
+    Sheet()
+        : manager(h.store, *h.services, h.queue, h.notifier),
+          window(manager, manager.volumeMonitor(), {home(), [this] { return h.wallClock.now(); }}) {
+        window.show();
+        QCoreApplication::processEvents();
+    }
+    ~Sheet() {
+        window.close();
+        manager.stopAll();
+        h.settle();
+    }
+    fs::path home() const { return h.root / "home"; }
+    AddBackupModel& model() { return window.model(); }
+
+    template <typename Widget = QWidget>
+    Widget* find(const char* name) {
+        QCoreApplication::processEvents();
+        return window.findChild<Widget*>(name);
+    }
+    QString labelText(const char* name) { return find<QLabel>(name)->text(); }
+    // A shown row of the page by its title.
+    QWidget* row(const QString& title) {
+        QCoreApplication::processEvents();
+        for (auto* candidate : window.findChildren<QWidget*>("row"))
+            if (candidate->accessibleName() == title && candidate->isVisible()) return candidate;
+        return nullptr;
+    }
+    void click(QWidget* widget) {
+        QVERIFY(widget);
+        QTest::mouseClick(widget, Qt::LeftButton);
+        QCoreApplication::processEvents();
+    }
+    void clickButton(const char* name) { click(find<QAbstractButton>(name)); }
+
+    // Drags file URLs over the drop zone: whether it takes them.
+    bool dragOver(const std::vector<fs::path>& items) {
+        QList<QUrl> urls;
+        for (const auto& item : items)
+            urls.push_back(QUrl::fromLocalFile(qt(item.native())));
+        dragged.setUrls(urls);
+        QDragEnterEvent enter(find("dropZone")->rect().center(), Qt::CopyAction, &dragged,
+                              Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(find("dropZone"), &enter);
+        return enter.isAccepted();
+    }
+    // Drops items as the drop zone hands them in, and waits until the sheet has read them.
+    bool drop(const std::vector<fs::path>& items) {
+        QSignalSpy read(&model(), &AddBackupModel::droppedItemsRead);
+        model().dropItems(items);
+        return read.wait(5000);
+    }
+    void pickInPanel(const fs::path& folder) {
+        testing::pickInFolderPanel(window, folder);
+        QCoreApplication::processEvents();
+    }
+    void chooseDestination(const fs::path& folder) {
+        click(row("Choose any folder"));
+        pickInPanel(folder);
+    }
+    // Nothing cut off in what the sheet shows, and the heading clear of its button.
+    void look(const QString& name) {
+        QCoreApplication::processEvents();
+        testing::look(window, "add-backup-" + name);
+        QVERIFY2(!find("heading")->geometry().intersects(find("headerButton")->geometry()),
+                 qPrintable(name + ": the heading runs into the button"));
+    }
+
+    EngineHarness h;
+    StatusManager manager;
+    AddBackupWindow window;
+    QMimeData dragged;
+};
 
 // A pair "Work" from home/Work to the drive, and the folders a test fills.
 struct Folders {
@@ -41,7 +129,7 @@ struct Folders {
     BackupPair pair;
 
     Folders() {
-        testing::makeFolder(source);
+        makeFolder(source);
         pair.name = "Work";
         pair.sourceURL = source;
         pair.destinationURL = root / "drive";
@@ -121,10 +209,12 @@ struct Flow : Filing, Driver<FilingWindow> {
 
 }  // namespace
 
-class RestoreAndFilingWindowsTest : public QObject {
+class WindowsTest : public QObject {
     Q_OBJECT
 
   private slots:
+    void refusesEachUnsafeDestinationInItsWords();
+    void droppedFoldersBecomePairsThatBackUpUntilARefusal();
     void restoreWindowGoesThroughItsStates();
     void selectAllActsOnTheShownFilesAndHiddenSelectionsAreRestored();
     void restoreToAChosenFolderPutsTheFilesThere();
@@ -135,7 +225,112 @@ class RestoreAndFilingWindowsTest : public QObject {
     void aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords();
 };
 
-void RestoreAndFilingWindowsTest::restoreWindowGoesThroughItsStates() {
+void WindowsTest::refusesEachUnsafeDestinationInItsWords() {
+    const QString inside = "The destination can't be inside \"Pictures\".";
+    const QString above = "\"Pictures\" can't be inside the destination.";
+    const QString taken =
+        "\"Pictures\" already backs up into this folder. Choose another destination or name.";
+    // Below the test's folder unless absolute. One pair already mirrors elsewhere/Pictures into
+    // drive; none: accepted.
+    const struct {
+        const char* name;
+        std::vector<std::string> sources;
+        const char* destination;
+        QString words;
+    } cases[] = {
+        {"the source itself", {"home/Pictures"}, "home/Pictures", inside},
+        {"inside the source", {"home/Pictures"}, "home/Pictures/Backups", inside},
+        {"above the source", {"home/Pictures"}, "home", above},
+        {"a system folder",
+         {"home/Pictures"},
+         "/usr/share",
+         "Destination is a protected system folder. Choose a different destination."},
+        {"another source into another pair's mirror", {"home/Pictures"}, "drive", taken},
+        {"two sources of one name", {"home/Pictures", "other/Pictures"}, "other-drive", taken},
+        {"the same folder again: a second pair", {"elsewhere/Pictures"}, "drive", ""},
+        {"a drive that isn't plugged in", {"home/Pictures"}, "media/Missing Drive", ""},
+        {"a neighbour whose name begins alike", {"home/Pictures"}, "home/Pictures2", ""},
+    };
+    const testing::TemporaryFolder root;
+    for (const char* folder : {"home/Pictures", "home/Pictures2", "other/Pictures",
+                               "elsewhere/Pictures", "drive", "other-drive"})
+        makeFolder(root / folder);
+    const std::vector<BackupPair> existing{
+        newPairOf(root / "elsewhere/Pictures", root / "drive", std::nullopt, {})};
+    for (const auto& c : cases) {
+        std::vector<fs::path> sources;
+        for (const auto& source : c.sources)
+            sources.push_back(root / source);
+        const auto words = validationWarningOf(sources, root / c.destination, existing);
+        QVERIFY2(qt(words.value_or("")) == c.words, c.name);
+    }
+}
+
+// Each step is saved under build/screenshots/ and looked at: nothing cut off.
+void WindowsTest::droppedFoldersBecomePairsThatBackUpUntilARefusal() {
+    Sheet sheet;
+    const fs::path drafts = sheet.home() / "Drafts", drive = sheet.h.root / "drive";
+    // A long name, and one that looks like markup and is shown as it stands.
+    const fs::path photos = sheet.home() / "Pictures/Holidays <b>2 with a rather long folder name";
+    writeFile(drafts / "chapter.txt", "one");
+    writeFile(sheet.home() / "notes.txt", "a file, not a folder");
+    makeFolder(photos);
+    makeFolder(drive);
+    sheet.h.makePair("Music");
+    sheet.look("1-source");
+
+    // Files alone, or items that are gone, leave the sheet at its first step.
+    QVERIFY(sheet.drop({sheet.home() / "notes.txt", sheet.home() / "gone"}));
+    QVERIFY(sheet.model().step() == Step::chooseSource && sheet.model().sources().empty());
+    QVERIFY(sheet.dragOver({drafts, photos}));
+    sheet.look("1b-source-drop-targeted");
+    QVERIFY(sheet.drop({drafts, sheet.home() / "notes.txt", photos}));
+    QCOMPARE(sheet.model().sources(), (std::vector<fs::path>{drafts, photos}));
+    sheet.look("2-destination");
+    sheet.chooseDestination(drafts);
+    sheet.look("2b-destination-warning");
+    makeFolder(sheet.home() / "Dropbox");
+    sheet.chooseDestination(drive);
+    QCOMPARE(sheet.model().step(), Step::chooseOffsite);
+    sheet.look("3b-offsite");
+    sheet.click(sheet.row("Dropbox"));
+    sheet.pickInPanel(sheet.home() / "Dropbox");
+    auto* add = sheet.find<QPushButton>("addButton");
+    QCOMPARE(add->text(), QString("Add 2 Backups"));
+    QVERIFY(add->isEnabled() && add->isDefault());
+    sheet.look("4-confirm");
+
+    // While the summary shows, another pair takes the second mirror folder: the first source
+    // is added, the second stays with the reason.
+    QVERIFY(
+        !sheet.manager.addPair(newPairOf(sheet.h.root / "x" / photos.filename(), drive, {}, {})));
+    sheet.click(add);
+    const auto& pairs = sheet.h.store->pairs();
+    QCOMPARE(pairs.size(), 3u);
+    const BackupPair& added = pairs.back();
+    QVERIFY(added.sourceURL == drafts && added.name == "Drafts" && added.destinationURL == drive);
+    QCOMPARE(added.offsiteURL, std::optional<fs::path>(sheet.home() / "Dropbox"));
+    QVERIFY(added.sourceBookmark && added.destinationBookmark && added.offsiteBookmark);
+    QVERIFY(added.createdAt == sheet.h.wallClock.now());
+    QVERIFY(sheet.window.isVisible());
+    QCOMPARE(sheet.model().sources(), std::vector<fs::path>{photos});
+    const QString words = "\"" + qt(photos.filename().native()) +
+                          "\" already backs up into this folder. Choose another destination or "
+                          "name.";
+    QCOMPARE(sheet.labelText("validationWarning"), words);
+    QCOMPARE(sheet.find<QLabel>("validationWarning")->textFormat(), Qt::PlainText);
+    add = sheet.find<QPushButton>("addButton");
+    QCOMPARE(add->text(), QString("Add This Backup"));
+    QVERIFY(!add->isEnabled());
+    sheet.look("4b-confirm-refused");
+    sheet.window.close();  // adds nothing more
+    QCOMPARE(sheet.h.store->pairs().size(), 3u);
+    // The added pair's engine runs: the files arrive in its mirror.
+    sheet.h.settle();
+    QCOMPARE(testing::readFile(drive / "Quillstow/Drafts/chapter.txt"), std::string("one"));
+}
+
+void WindowsTest::restoreWindowGoesThroughItsStates() {
     Folders folders;
     writeFile(folders.backup / "track10.wav", std::string(2048, 'a'));
     writeFile(folders.backup / "track2.wav", "b");
@@ -166,7 +361,7 @@ void RestoreAndFilingWindowsTest::restoreWindowGoesThroughItsStates() {
     empty.look("restore-2-empty");
 }
 
-void RestoreAndFilingWindowsTest::selectAllActsOnTheShownFilesAndHiddenSelectionsAreRestored() {
+void WindowsTest::selectAllActsOnTheShownFilesAndHiddenSelectionsAreRestored() {
     Folders folders;
     writeFile(folders.backup / "Photos/2021/a.jpg", "photo");
     writeFile(folders.backup / "Photos/2021/b.jpg", "photo b");
@@ -202,12 +397,12 @@ void RestoreAndFilingWindowsTest::selectAllActsOnTheShownFilesAndHiddenSelection
     QVERIFY(restore.find("restoreToOriginal")->isEnabled());
 }
 
-void RestoreAndFilingWindowsTest::restoreToAChosenFolderPutsTheFilesThere() {
+void WindowsTest::restoreToAChosenFolderPutsTheFilesThere() {
     Folders folders;
     writeFile(folders.backup / "a.txt", "a");
     writeFile(folders.backup / "deep/b.txt", "bb");
     const fs::path chosen = folders.root / "elsewhere";
-    testing::makeFolder(chosen);
+    makeFolder(chosen);
     Driver<RestoreWindow> restore(folders.pair);
     QVERIFY(restore.scanned());
     restore.click("selectAll");
@@ -221,7 +416,7 @@ void RestoreAndFilingWindowsTest::restoreToAChosenFolderPutsTheFilesThere() {
     restore.look("restore-6-done");
 }
 
-void RestoreAndFilingWindowsTest::recoveryGroupsByDayAndPutsTheChosenCopyBack() {
+void WindowsTest::recoveryGroupsByDayAndPutsTheChosenCopyBack() {
     Folders folders;
     writeFile(folders.trash / "2026-03-01/docs/report.txt", "march");
     writeFile(folders.trash / "2026-03-04/docs/report.txt", "later");
@@ -255,7 +450,7 @@ void RestoreAndFilingWindowsTest::recoveryGroupsByDayAndPutsTheChosenCopyBack() 
     recover.look("recover-6-done");
 }
 
-void RestoreAndFilingWindowsTest::aSharedArchiveGoesOnlyToAChosenFolder() {
+void WindowsTest::aSharedArchiveGoesOnlyToAChosenFolder() {
     Folders folders;
     writeFile(folders.trash / "2026-03-04/plan.txt", "whose plan?");
     BackupPair other = folders.pair;
@@ -272,10 +467,10 @@ void RestoreAndFilingWindowsTest::aSharedArchiveGoesOnlyToAChosenFolder() {
     QVERIFY(filesBelow(folders.source).empty());
 }
 
-void RestoreAndFilingWindowsTest::filesAPickedProjectTidiedUpAndShowsItFiled() {
+void WindowsTest::filesAPickedProjectTidiedUpAndShowsItFiled() {
     Flow f;
     const fs::path project = makeFilmProject(f.root / "work"), archive = f.root / "Archive";
-    testing::makeFolder(archive);
+    makeFolder(archive);
     f.look("filing-choose");
     f.pick("chooseProject", {});
     QCOMPARE(f.shownPage(), QString("choose"));  // a cancelled dialog changes nothing
@@ -313,7 +508,7 @@ void RestoreAndFilingWindowsTest::filesAPickedProjectTidiedUpAndShowsItFiled() {
     QCOMPARE(f.window.model().archiveRoot(), std::optional<fs::path>(archive));
 }
 
-void RestoreAndFilingWindowsTest::aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords_data() {
+void WindowsTest::aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords_data() {
     QTest::addColumn<bool>("readOnly");
     QTest::addColumn<QString>("sentence");
     QTest::newRow("read-only") << true
@@ -322,7 +517,7 @@ void RestoreAndFilingWindowsTest::aDriveThatCannotTakeTheCopySaysWhyInItsOwnWord
                           << "1 file couldn't be copied. The original has been left alone.";
 }
 
-void RestoreAndFilingWindowsTest::aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords() {
+void WindowsTest::aDriveThatCannotTakeTheCopySaysWhyInItsOwnWords() {
     QFETCH(bool, readOnly);
     QFETCH(QString, sentence);
     if (!testing::whyNoPrivateMounts().empty()) QSKIP(testing::whyNoPrivateMounts().c_str());
@@ -356,8 +551,8 @@ int main(int argc, char** argv) {
     // As on a desktop, whose platform theme finds the installed icon themes.
     QIcon::setThemeSearchPaths(QIcon::themeSearchPaths() << "/usr/share/icons");
     QIcon::setThemeName("Adwaita");
-    quillstow::shell::RestoreAndFilingWindowsTest test;
+    quillstow::shell::WindowsTest test;
     return QTest::qExec(&test, argc, argv);
 }
 
-#include "RestoreAndFilingWindowsTest.moc"
+#include "WindowsTest.moc"

@@ -2,6 +2,30 @@
 
 namespace quillstow::testing {
 
+void CopyGate::holdAt(int number) {
+    std::lock_guard lock(mutex_);
+    holdAt_ = number;
+}
+
+void CopyGate::afterCopy() {
+    std::unique_lock lock(mutex_);
+    if (++copies_ != holdAt_) return;
+    isHeld_ = true;
+    changed_.notify_all();
+    changed_.wait(lock, [&] { return !isHeld_; });
+}
+
+bool CopyGate::waitUntilHeld() {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::seconds(20), [&] { return isHeld_; });
+}
+
+void CopyGate::release() {
+    std::lock_guard lock(mutex_);
+    isHeld_ = false;
+    changed_.notify_all();
+}
+
 void VirtualSleeper::sleep(double seconds, std::stop_token stop) const {
     struct Alarm {
         std::mutex mutex;
@@ -53,6 +77,26 @@ EngineHarness::~EngineHarness() {
     copyGate.holdAt(-1);
     copyGate.release();
     settle();
+}
+
+bool EngineHarness::finishRun() {
+    if (!runUntilSettling()) return false;
+    queue.advance(BackupEngine::settleDelay);
+    return runUntil([&] { return sleeper.sleeping() == 0; });
+}
+
+CopyGate& EngineHarness::holdAtCopy(int number) {
+    copyGate.holdAt(number);
+    fileSystem.afterCopy = [this](const std::filesystem::path&, const std::filesystem::path&) {
+        copyGate.afterCopy();
+    };
+    return copyGate;
+}
+
+void EngineHarness::useVerificationStages(std::function<void()> act) {
+    afterCopying.act = std::move(act);
+    services->integrity = &afterCopying;
+    services->offsite = &offsiteSyncer;
 }
 
 void EngineHarness::settle() {

@@ -1,30 +1,9 @@
 #include "EngineHarness.hpp"
 
+#include <condition_variable>
+#include <mutex>
+
 namespace quillstow::testing {
-
-void CopyGate::holdAt(int number) {
-    std::lock_guard lock(mutex_);
-    holdAt_ = number;
-}
-
-void CopyGate::afterCopy() {
-    std::unique_lock lock(mutex_);
-    if (++copies_ != holdAt_) return;
-    isHeld_ = true;
-    changed_.notify_all();
-    changed_.wait(lock, [&] { return !isHeld_; });
-}
-
-bool CopyGate::waitUntilHeld() {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(20), [&] { return isHeld_; });
-}
-
-void CopyGate::release() {
-    std::lock_guard lock(mutex_);
-    isHeld_ = false;
-    changed_.notify_all();
-}
 
 void VirtualSleeper::sleep(double seconds, std::stop_token stop) const {
     struct Alarm {

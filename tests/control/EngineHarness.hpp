@@ -5,8 +5,7 @@
 // for the services of the machine. The test drives it from its own thread, which is the main
 // thread; a pass runs on a task and waits where the test holds it.
 
-#include <condition_variable>
-#include <mutex>
+#include <semaphore>
 #include <vector>
 
 #include "TestTree.hpp"
@@ -27,17 +26,20 @@ namespace quillstow::testing {
 // Holds the pass after its `number`th copy (from 1) until the test lets it go.
 class CopyGate {
   public:
-    void holdAt(int number);
-    void afterCopy();
-    bool waitUntilHeld();
-    void release();
+    void holdAt(int number) { holdAt_ = number; }
+    void afterCopy() {
+        if (++copies_ != holdAt_) return;
+        held_.release();
+        resumed_.acquire();
+    }
+    bool waitUntilHeld() { return held_.try_acquire_for(std::chrono::seconds(20)); }
+    void release() { resumed_.release(); }
 
   private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    int holdAt_ = -1;
-    int copies_ = 0;
-    bool isHeld_ = false;
+    std::atomic<int> holdAt_{-1};
+    std::atomic<int> copies_{0};
+    std::counting_semaphore<> held_{0};
+    std::counting_semaphore<> resumed_{0};
 };
 
 // Sleeps in virtual time: the wait ends when the test moves the main queue's clock past it.

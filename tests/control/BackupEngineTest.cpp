@@ -41,7 +41,6 @@ TEST(BackupEngine, RunsAPassPostsWhatFollowsItAndSettlesAfterFiveSeconds) {
     auto engine = h.makeEngine(pair);
     StatusHistory history(*engine);
     engine->start(pair);
-    EXPECT_EQ(h.watchers.at(0)->watchedPath, pair.sourceURL);
     ASSERT_TRUE(h.runUntilSettling());
 
     EXPECT_THAT(history.cases(),
@@ -49,9 +48,7 @@ TEST(BackupEngine, RunsAPassPostsWhatFollowsItAndSettlesAfterFiveSeconds) {
     EXPECT_EQ(std::ranges::count(history.statuses, Case::syncing, &BackupStatus::kind), 1);
     EXPECT_EQ(engine->status(), BackupStatus::completed(3, 0));
     EXPECT_EQ(readFile(EngineHarness::mirrorOf(pair) / "a/b.txt"), "world");
-    ASSERT_THAT(h.eventTypes(), ElementsAre(Type::backup));
-    EXPECT_EQ(h.events()[0].bytesTransferred, 11);
-    EXPECT_EQ(h.storedPair(pair.id)->lastBackupFileCount, 3);
+    EXPECT_THAT(h.eventTypes(), ElementsAre(Type::backup));
     EXPECT_THAT(h.notifier->sent, ElementsAre(::testing::StartsWith("complete: Work 3 ")));
     EXPECT_EQ(h.defaults.integer(tipCounterKey), 1) << "the rotation moved on";
     ASSERT_EQ(suggested.size(), 1u);
@@ -65,66 +62,39 @@ TEST(BackupEngine, RunsAPassPostsWhatFollowsItAndSettlesAfterFiveSeconds) {
     EXPECT_GT(engine->destinationFreeSpace().value_or(0), 0);
 }
 
-// Runs that end before anything is copied: where they end, the states on the way, what the log
-// says and whether the source's path stays watched; nobody is told, nothing is recorded or
-// written.
+// Runs that end before anything is copied: where they end, what the log says and whether the
+// source's path stays watched; nobody is told, nothing is recorded or written.
 TEST(BackupEngine, ARunHeldAtAGateEndsBeforeCopyingAndTellsNobody) {
-    const std::string inside =
-        "Destination is inside the source folder. Choose a different destination.";
     const std::string unwatched = "Couldn't watch for file changes.";
     const struct {
         const char* name;
         void (*arrange)(EngineHarness&, BackupPair&);
         std::string end;  // as the status reads
-        std::vector<Case> states;
-        std::vector<std::string> events;
+        std::string event;
         bool staysWatched;
     } rows[] = {
-        {"a disabled pair",
-         [](EngineHarness&, BackupPair& pair) { pair.isEnabled = false; },
-         "Paused",
-         {Case::paused},
-         {},
-         false},
+        {"a disabled pair", [](EngineHarness&, BackupPair& pair) { pair.isEnabled = false; },
+         "Paused", "", false},
         {"an unreachable destination",
          [](EngineHarness& h, BackupPair&) { h.volumes.reachable = false; },
-         "Backup drive not connected",
-         {Case::destinationUnreachable},
-         {},
-         false},
+         "Backup drive not connected", "", false},
         {"a watcher that cannot start",
-         [](EngineHarness& h, BackupPair&) { h.failWatchers = true; },
-         unwatched,
-         {Case::error},
-         {},
-         false},
+         [](EngineHarness& h, BackupPair&) { h.failWatchers = true; }, unwatched, "", false},
         {"a source renamed while the program was closed",
          [](EngineHarness& h, BackupPair& pair) {
              pair.sourceBookmark = BookmarkManager::bookmarkData(pair.sourceURL, true);
              fs::rename(pair.sourceURL, h.root / "renamed");
          },
-         "Quillstow needs permission to access this folder again.",
-         {Case::error},
-         {},
-         true},
+         "Quillstow needs permission to access this folder again.", "", true},
         {"a hot machine",
-         [](EngineHarness& h, BackupPair&) { h.power.setHeat(ThermalState::serious); },
-         "Paused",
-         {Case::queued, Case::paused},
-         {"Your computer is running hot — will resume when it cools down."},
-         true},
+         [](EngineHarness& h, BackupPair&) { h.power.setHeat(ThermalState::serious); }, "Paused",
+         "Your computer is running hot — will resume when it cools down.", true},
         {"a destination inside the source",
          [](EngineHarness&, BackupPair& pair) { pair.destinationURL = pair.sourceURL / "backup"; },
-         unwatched,
-         {Case::queued, Case::scanning, Case::error},
-         {inside},
+         unwatched, "Destination is inside the source folder. Choose a different destination.",
          true},
-        {"the root",
-         [](EngineHarness&, BackupPair& pair) { pair.destinationURL = "/"; },
-         unwatched,
-         {Case::queued, Case::scanning, Case::error},
-         {"Destination cannot be the root of the filesystem."},
-         true},
+        {"the root", [](EngineHarness&, BackupPair& pair) { pair.destinationURL = "/"; }, unwatched,
+         "Destination cannot be the root of the filesystem.", true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -134,12 +104,11 @@ TEST(BackupEngine, ARunHeldAtAGateEndsBeforeCopyingAndTellsNobody) {
         row.arrange(h, pair);
         h.store->updatePair(pair);
         auto engine = h.makeEngine(pair);
-        StatusHistory history(*engine);
         engine->start(pair);
         h.settle();
         EXPECT_EQ(engine->status().displayText(), row.end);
-        EXPECT_EQ(history.cases(), row.states);
-        EXPECT_EQ(h.eventMessages(), row.events);
+        EXPECT_EQ(h.eventMessages(),
+                  row.event.empty() ? std::vector<std::string>() : std::vector{row.event});
         EXPECT_TRUE(h.notifier->sent.empty());
         EXPECT_FALSE(h.storedPair(pair.id)->lastBackupAt);
         ASSERT_EQ(!h.watchers.empty() && h.watchers.back()->isWatching(), row.staysWatched);

@@ -1,13 +1,10 @@
-// The hash database of a backup and its daily sample: digests that sha256sum agrees with, when a
-// check is due, what a re-read finds and stamps, the database's damage, the pruning, the choice
-// of the sample and the coverage sentences.
+// The hash database of a backup and its daily sample: when a check is due, what a re-read finds
+// and stamps, the database's damage, the pruning and the choice of the sample.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Processes.hpp"
 #include "TestTree.hpp"
-#include "support/FileInfo.hpp"
 #include "support/ManualClocks.hpp"
 #include "verify/IntegrityVerifier.hpp"
 
@@ -52,21 +49,6 @@ class IntegrityVerifierTest : public ::testing::Test {
         return verifier.afterPass({copied, nullptr}, backup, {});
     }
 };
-
-TEST_F(IntegrityVerifierTest, DigestsAreTheOnesSha256sumGives) {
-    writeFile(root / "empty", "");
-    writeFile(root / "text", "Scene 1: the harbour at dawn.\n");
-    std::string large(9 << 20, '\0');
-    for (std::size_t i = 0; i < large.size(); ++i)
-        large[i] = char(i * 7919 % 251);
-    writeFile(root / "large", large);  // more than two buffers
-    for (const char* name : {"empty", "text", "large"}) {
-        const ProcessResult run = runProcess({"/usr/bin/sha256sum", (root / name).native()});
-        EXPECT_EQ(sha256OfFile(root / name), run.output.substr(0, 64)) << name;
-    }
-    EXPECT_FALSE(sha256OfFile(root / "missing"));
-    EXPECT_FALSE(sha256OfFile(root.path())) << "a folder can't be read to its end";
-}
 
 TEST(CheckSchedule, IsDueOnceADayAndNeverForAClockSetBack) {
     const Date last = referenceDate();
@@ -147,29 +129,13 @@ TEST_F(IntegrityVerifierTest, ADamagedDatabaseReadsEmptyAndTheNextRecordReplaces
               (HashEntry{"a.txt", "ab", 5, sys_days{2026y / January / 1}, std::nullopt}));
 }
 
-// Pruning forgets files that left the backup, never all of them for a folder that is gone, and
-// looks up on the disk only the files the pass does not know: what it kept unchanged and what it
-// just copied are there.
-TEST_F(IntegrityVerifierTest, PruningForgetsWhatLeftAndLooksUpOnlyWhatThePassDoesNotKnow) {
-    for (const char* name : {"kept", "copied", "unknown", "gone"})
-        writeFile(backup / name, name);
-    HashDatabase database =
-        databaseOf({entry("kept"), entry("copied"), entry("unknown"), entry("gone")});
-    fs::remove(backup / "gone");
-    EXPECT_EQ(verifier.pruneStaleEntries(database, root / "away"), 0) << "no folder, no pruning";
-
-    verifier.saveDatabase(database, backup);
-    verifier.writeLastCheck(backup);
-    std::vector<std::string> lookedUp;
-    IntegrityVerifier counting(clock, nullptr, [&](const fs::path& file) {
-        lookedUp.push_back(file.filename());
-        return files::exists(file);
-    });
-    const auto isKept = [](std::string_view path) { return path == "kept"; };
-    EXPECT_FALSE(counting.afterPass({{"copied"}, isKept}, backup, {}));
-    EXPECT_THAT(lookedUp, ElementsAre("gone", "unknown"));
-    EXPECT_THAT(pathsOf(selectSample(verifier.loadDatabase(backup))),
-                ElementsAre("copied", "kept", "unknown"));
+// Pruning forgets the files that left the backup, and nothing while the folder is gone.
+TEST_F(IntegrityVerifierTest, PruningForgetsWhatLeftButNothingOfAFolderGone) {
+    writeFile(backup / "stays", "s");
+    HashDatabase database = databaseOf({entry("stays"), entry("left")});
+    EXPECT_EQ(verifier.pruneStaleEntries(database, root / "away"), 0);
+    EXPECT_EQ(verifier.pruneStaleEntries(database, backup), 1);
+    EXPECT_THAT(pathsOf(selectSample(database)), ElementsAre("stays"));
 }
 
 // The files never checked first, then the oldest checks, ties by path; at most fifty, and no
@@ -202,35 +168,6 @@ TEST(SampleSelection, TakesTheOldestChecksFirstUpToFiftyFilesOrEightGibibytes) {
     };
     for (const auto& row : rows)
         EXPECT_EQ(pathsOf(selectSample(databaseOf(row.entries))), row.sample) << row.name;
-}
-
-TEST(CoverageDescription, SaysHowMuchIsCheckedAndHowRecently) {
-    const Date now = referenceDate();
-    const struct {
-        int tracked, neverVerified;
-        std::optional<Date> oldest;
-        const char* sentence;
-    } rows[] = {
-        {0, 0, std::nullopt, "No files are being checked yet."},
-        {3, 1, std::nullopt, "1 file still waiting for a first check."},
-        {3, 2, std::nullopt, "2 files still waiting for a first check."},
-        {3, 0, std::nullopt, "Every file has been checked."},
-        {3, 0, now - hours(23), "Every file checked today."},
-        {3, 0, now + hours(3), "Every file checked today."},  // a clock set back
-        {3, 0, now - hours(24), "Every file checked within the last day."},
-        {3, 0, now - hours(24 * 5 + 1), "Every file checked within the last 5 days."},
-    };
-    for (const auto& row : rows) {
-        IntegrityResult result;
-        result.totalTracked = row.tracked;
-        result.neverVerified = row.neverVerified;
-        result.oldestVerifiedAt = row.oldest;
-        EXPECT_EQ(coverageDescription(result, now), row.sentence);
-    }
-    const Date day = referenceDate();
-    EXPECT_EQ(oldestVerifiedDate(databaseOf({entry("a", 1, day + hours(2)), entry("b", 1, day)})),
-              day);
-    EXPECT_FALSE(oldestVerifiedDate(databaseOf({entry("a", 1, day), entry("b", 1)})));
 }
 
 }  // namespace

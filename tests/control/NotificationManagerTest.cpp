@@ -138,57 +138,36 @@ TEST_F(NotificationManagerTest, EachLevelShowsItsShareAndTheSummaryCountsTheDay)
 }
 
 // The summary is for eight this evening, or the next once it is eight; the counts start afresh
-// with the first counted event of a new day, not at midnight by themselves.
-TEST_F(NotificationManagerTest, TheSummaryIsForTheNextEightOClockWithTheCountsOfItsDay) {
+// with the first counted event of a new day, not at midnight by themselves. The trash reminder
+// comes once a day. Without the settings only errors are told; what the desktop refuses is
+// dropped.
+TEST_F(NotificationManagerTest, TheSummaryAndTheReminderFollowTheDays) {
     setLevel(NotificationLevel::dailySummary);
     wallClock.set(localTime(19, 59));
     manager.notifyBackupComplete("Work", 1, std::nullopt);
     manager.notifyError("Work", "x");
+    manager.notifyTrashReminder(2'000'000'000);
     EXPECT_EQ(delivery.scheduled.back().second, localTime(20));
     wallClock.set(localTime(20, 0));
     manager.notifyBackupComplete("Work", 1, std::nullopt);
+    manager.notifyTrashReminder(2'000'000'000);
     EXPECT_EQ(delivery.scheduled.back().second, localTime(20, 0, 24));
     EXPECT_EQ(delivery.scheduled.back().first.body, "2 backups completed, 1 error.");
 
     wallClock.set(localTime(0, 30, 24));
     EXPECT_EQ(manager.todayBackupCount(), 2) << "not reset at midnight by itself";
     manager.notifyBackupComplete("Work", 1, std::nullopt);
-    EXPECT_EQ(manager.todayErrorCount(), 0);
+    manager.notifyTrashReminder(2'000'000'000);
     EXPECT_EQ(delivery.scheduled.back().first.body, "1 backup completed.");
-    EXPECT_EQ(dailySummaryBody(0, 0), "No backup activity today.");
-    EXPECT_EQ(dailySummaryBody(0, 2), "2 errors.");
-}
-
-// The trash reminder comes once a day; without the settings, only errors are told; a
-// notification the desktop refuses is dropped.
-TEST_F(NotificationManagerTest, TheTrashReminderComesOnceADayAndOnlyWhenWanted) {
-    manager.notifyTrashReminder(2'000'000'000);
-    wallClock.set(localTime(23, 59));
-    manager.notifyTrashReminder(2'000'000'000);
-    EXPECT_EQ(delivery.delivered.size(), 1u) << "the second of a day is dropped";
-    wallClock.set(localTime(0, 1, 24));
-    manager.notifyTrashReminder(2'000'000'000);
-    EXPECT_EQ(delivery.delivered.size(), 2u) << "the next day it comes again";
+    EXPECT_EQ(delivery.delivered.size(), 3u) << "the error and a reminder on each day";
 
     NotificationManager orphan(std::weak_ptr<ConfigStore>(), delivery, wallClock);
     orphan.notifyTrashReminder(2'000'000'000);
     orphan.notifyBackupComplete("Work", 1, std::nullopt);
     orphan.notifyError("Work", "x");
-    EXPECT_EQ(delivery.delivered.back().title, "Backup Problem");
-    EXPECT_EQ(delivery.delivered.size(), 3u);
+    EXPECT_EQ(delivery.delivered.size(), 4u);
     delivery.fails = true;
-    EXPECT_NO_THROW(manager.notifyVolumeLost("Work"));
-}
-
-TEST(DailySummaryTime, IsTheNextEightOClockOfTheLocalClockAcrossTheChangeOfTime) {
-    LocalTimeZone zone;
-    // The last Sunday of March: at 2 a.m. the clock jumps to 3; 8 p.m. is then UTC+2.
-    const Date morning = sys_days{2026y / March / 29} + hours(6);
-    EXPECT_EQ(nextDailySummaryTime(morning), sys_days{2026y / March / 29} + hours(18));
-    EXPECT_TRUE(isSameLocalDay(sys_days{2026y / March / 29} + hours(1),
-                               sys_days{2026y / March / 29} + hours(21)));
-    EXPECT_FALSE(isSameLocalDay(sys_days{2026y / March / 29} + hours(21) + minutes(59),
-                                sys_days{2026y / March / 29} + hours(22)));
+    EXPECT_NO_THROW(orphan.notifyError("Work", "x"));
 }
 
 }  // namespace

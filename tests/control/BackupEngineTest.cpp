@@ -16,7 +16,6 @@ using namespace testing;
 using ::testing::ElementsAre;
 using Case = BackupStatus::Case;
 using Type = BackupEvent::EventType;
-using namespace std::chrono;
 namespace fs = std::filesystem;
 
 BackupPair pairWithFiles(EngineHarness& h, int count) {
@@ -200,53 +199,6 @@ TEST(BackupEngine, FollowsAPassWithTheChecksAndTheOffsiteCopyKeepingWhatTheUserC
     EXPECT_EQ(stored->name, "Renamed");
     EXPECT_EQ(stored->lastBackupFileCount, 2);
     EXPECT_EQ(stored->lastOffsiteFileCount, 2);
-}
-
-TEST(RunPaths, AFolderNamedQuillstowIsTheMirrorRootAndHoldsTheArchive) {
-    BackupPair pair;
-    pair.name = "../My Docs/";
-    pair.sourceURL = "/home/ana/Documents";
-    pair.destinationURL = "/media/ana/Drive/Quillstow";
-    const RunPaths inside = runPaths(pair, std::nullopt, std::nullopt);
-    EXPECT_EQ(inside.mirrorRoot, "/media/ana/Drive/Quillstow");
-    EXPECT_EQ(inside.pairFolder, "/media/ana/Drive/Quillstow/My Docs");
-    EXPECT_EQ(inside.archiveRoot, "/media/ana/Drive/Quillstow/.Quillstow-Trash");
-
-    pair.destinationURL = "/media/ana/Drive";
-    const RunPaths top = runPaths(pair, std::nullopt, std::nullopt);
-    EXPECT_EQ(top.pairFolder, "/media/ana/Drive/Quillstow/My Docs");
-    EXPECT_EQ(top.archiveRoot, "/media/ana/Drive/.Quillstow-Trash");
-    EXPECT_EQ(top.source, "/home/ana/Documents");
-
-    const RunPaths resolved = runPaths(pair, fs::path("/mnt/real/Docs"), fs::path("/mnt/drive"));
-    EXPECT_EQ(resolved.source, "/mnt/real/Docs");
-    EXPECT_EQ(resolved.pairFolder, "/mnt/drive/Quillstow/My Docs");
-}
-
-TEST(SourceChangedSinceCopy, JudgesByTheDatesBeyondTwoSeconds) {
-    const Date copiedAt = referenceDate();
-    const auto file = [](std::optional<Date> date) {
-        FileInfo info;
-        info.type = FileInfo::Type::regular;
-        info.modificationDate = date;
-        return std::optional<FileInfo>(info);
-    };
-    const struct {
-        const char* name;
-        std::optional<FileInfo> source;
-        std::optional<FileInfo> copy;
-        bool changed;
-    } cases[] = {
-        {"a source removed since", std::nullopt, file(copiedAt), true},
-        {"a copy gone, its source as it was", file(copiedAt), std::nullopt, false},
-        {"dates two seconds apart", file(copiedAt + seconds(2)), file(copiedAt), false},
-        {"dates just over two seconds apart", file(copiedAt + seconds(2) + nanoseconds(1)),
-         file(copiedAt), true},
-        {"a copy dated later", file(copiedAt), file(copiedAt + seconds(3)), true},
-        {"a date that can't be read", file(std::nullopt), file(copiedAt), false},
-    };
-    for (const auto& test : cases)
-        EXPECT_EQ(sourceChangedSinceCopy(test.source, test.copy), test.changed) << test.name;
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <ctime>
-#include <set>
 
 #include "TestTree.hpp"
 #include "control/NotificationManager.hpp"
@@ -82,16 +81,11 @@ class NotificationManagerTest : public ::testing::Test {
 };
 
 TEST_F(NotificationManagerTest, EachLevelShowsItsShareAndTheSummaryCountsTheDay) {
-    const std::string error = "Backup Problem: Work — 2 of 5 files couldn't be backed up.";
-    const std::string drives =
-        "Backup Drive Almost Full: Work — only 12.3 MB left on the backup drive.";
-    const std::string trash =
-        "Backup Trash Using 1.3 GB: Old versions of deleted files are still on your backup drive. "
-        "You can review them in your file manager.";
-    const std::string lost =
-        "Backup Drive Disconnected: Work can't back up until the drive is "
-        "reconnected.";
-    const std::string problems = error + " | " + drives + " | " + trash + " | " + lost;
+    const std::string problems =
+        "Backup Problem: Work — 2 of 5 files couldn't be backed up. | Backup Drive Almost Full: "
+        "Work — only 12.3 MB left on the backup drive. | Backup Trash Using 1.3 GB: Old versions "
+        "of deleted files are still on your backup drive. You can review them in your file "
+        "manager. | Backup Drive Disconnected: Work can't back up until the drive is reconnected.";
     const struct {
         const char* name;
         NotificationLevel level;
@@ -101,7 +95,9 @@ TEST_F(NotificationManagerTest, EachLevelShowsItsShareAndTheSummaryCountsTheDay)
     } rows[] = {
         {"errors only", NotificationLevel::errorsOnly, true, problems, ""},
         {"errors only, no reminder", NotificationLevel::errorsOnly, false,
-         error + " | " + drives + " | " + lost, ""},
+         problems.substr(0, problems.find(" | Backup Trash")) +
+             problems.substr(problems.find(" | Backup Drive Disc")),
+         ""},
         {"every backup", NotificationLevel::everyBackup, true,
          problems +
              " | Backup Complete: Work — 1 file backed up. | Backup Complete: Film — 3 files "
@@ -123,10 +119,6 @@ TEST_F(NotificationManagerTest, EachLevelShowsItsShareAndTheSummaryCountsTheDay)
         manager.notifyBackupComplete("Work", 1, std::nullopt);
         manager.notifyBackupComplete("Film", 3, "3 files backed up. A tip.");
         EXPECT_EQ(delivery.shown(), row.shown);
-        std::set<std::string> identifiers;
-        for (const auto& each : delivery.delivered)
-            identifiers.insert(each.identifier);
-        EXPECT_EQ(identifiers.size(), delivery.delivered.size()) << "none replaces another";
         // Each new summary replaces the pending one; errors are counted, not rescheduled.
         EXPECT_EQ(delivery.scheduled.size(), row.summary.empty() ? 0u : 2u);
         EXPECT_EQ(delivery.removed.size(), delivery.scheduled.size());

@@ -129,38 +129,5 @@ TEST_F(NotificationManagerTest, EachLevelShowsItsShareAndTheSummaryCountsTheDay)
     }
 }
 
-// The summary is for eight this evening, or the next once it is eight; the counts start afresh
-// with the first counted event of a new day, not at midnight by themselves. The trash reminder
-// comes once a day. Without the settings only errors are told; what the desktop refuses is
-// dropped.
-TEST_F(NotificationManagerTest, TheSummaryAndTheReminderFollowTheDays) {
-    setLevel(NotificationLevel::dailySummary);
-    wallClock.set(localTime(19, 59));
-    manager.notifyBackupComplete("Work", 1, std::nullopt);
-    manager.notifyError("Work", "x");
-    manager.notifyTrashReminder(2'000'000'000);
-    EXPECT_EQ(delivery.scheduled.back().second, localTime(20));
-    wallClock.set(localTime(20, 0));
-    manager.notifyBackupComplete("Work", 1, std::nullopt);
-    manager.notifyTrashReminder(2'000'000'000);
-    EXPECT_EQ(delivery.scheduled.back().second, localTime(20, 0, 24));
-    EXPECT_EQ(delivery.scheduled.back().first.body, "2 backups completed, 1 error.");
-
-    wallClock.set(localTime(0, 30, 24));
-    EXPECT_EQ(manager.todayBackupCount(), 2) << "not reset at midnight by itself";
-    manager.notifyBackupComplete("Work", 1, std::nullopt);
-    manager.notifyTrashReminder(2'000'000'000);
-    EXPECT_EQ(delivery.scheduled.back().first.body, "1 backup completed.");
-    EXPECT_EQ(delivery.delivered.size(), 3u) << "the error and a reminder on each day";
-
-    NotificationManager orphan(std::weak_ptr<ConfigStore>(), delivery, wallClock);
-    orphan.notifyTrashReminder(2'000'000'000);
-    orphan.notifyBackupComplete("Work", 1, std::nullopt);
-    orphan.notifyError("Work", "x");
-    EXPECT_EQ(delivery.delivered.size(), 4u);
-    delivery.fails = true;
-    EXPECT_NO_THROW(orphan.notifyError("Work", "x"));
-}
-
 }  // namespace
 }  // namespace quillstow

@@ -1,6 +1,6 @@
 // All pairs together: the one status and line, pausing and resuming by hand and by the power
-// poll, the schedule, adding, removing and relinking pairs, drives that come and go, the mirror
-// folders that two pairs may not share, and how many copies each source has.
+// poll, the schedule, adding, removing and relinking pairs, drives that come and go, and the
+// mirror folders that two pairs may not share.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -242,40 +242,6 @@ TEST(MirrorFolderConflict, ComparesTheFoldersThePassesMirrorInto) {
     EXPECT_FALSE(liesOnVolume("/media/u/Photos 2/Backups", "/media/u/Photos"));
     EXPECT_FALSE(liesOnVolume("/media/u/Photo", "/media/u/Photos"));
     EXPECT_TRUE(liesOnVolume("/home/u/x", "/"));
-}
-
-// Separate places that hold a source; an unplugged drive never reads as a source gone.
-TEST(CopyRedundancy, CountsThePlacesThatHoldASourceAndSeesOneGoneFromItsDisk) {
-    TemporaryFolder root;
-    makeFolder(root / "work");
-    std::vector<BackupPair> pairs;
-    for (const auto& [source, destination, offsite] : {std::tuple{"work", "/media/u/A", ""},
-                                                       {"work/", "/media/u/B", ""},
-                                                       {"work", "/media/u/A/", ""},
-                                                       {"gone", "/media/u/A", ""},
-                                                       {"gone-offsite", "/media/u/A", "/Dropbox"},
-                                                       {"media/Photos", "/media/u/A", ""}}) {
-        BackupPair& pair = pairs.emplace_back();
-        pair.id = Uuid::random();
-        pair.sourceURL = root / source;
-        pair.destinationURL = destination;
-        if (*offsite) pair.offsiteURL = offsite;
-    }
-    const std::vector<MountTable::Mount> onlyRoot{{"/", "/dev/vda", false, "ext4"}};
-    const std::vector<std::string> roots{(root / "media").native() + "/"};
-    const auto verdict = [&](std::vector<std::size_t> chosen) {
-        std::vector<BackupPair> some;
-        for (const auto i : chosen)
-            some.push_back(pairs[i]);
-        return computeCopyRedundancy(some, onlyRoot, roots).at(some[0].id);
-    };
-    EXPECT_EQ(verdict({0}), CopyRedundancy::singleBackup());
-    EXPECT_EQ(verdict({0, 1}), CopyRedundancy::redundant(2)) << "two drives";
-    EXPECT_EQ(verdict({1, 0}), CopyRedundancy::redundant(2)) << "one source, one verdict";
-    EXPECT_EQ(verdict({0, 2}), CopyRedundancy::singleBackup()) << "one place counts once";
-    EXPECT_EQ(verdict({3}), CopyRedundancy::onlyCopy()) << "a source gone";
-    EXPECT_EQ(verdict({4}), CopyRedundancy::redundant(2)) << "gone, but offsite";
-    EXPECT_EQ(verdict({5}), CopyRedundancy::singleBackup()) << "on an unplugged drive";
 }
 
 }  // namespace

@@ -138,37 +138,5 @@ TEST_F(IntegrityVerifierTest, PruningForgetsWhatLeftButNothingOfAFolderGone) {
     EXPECT_THAT(pathsOf(selectSample(database)), ElementsAre("stays"));
 }
 
-// The files never checked first, then the oldest checks, ties by path; at most fifty, and no
-// more once the bytes have passed eight gibibytes, the file that crossed included.
-TEST(SampleSelection, TakesTheOldestChecksFirstUpToFiftyFilesOrEightGibibytes) {
-    const Date day = referenceDate();
-    std::vector<HashEntry> sixty;
-    std::vector<std::string> firstFifty;
-    for (int i = 0; i < 60; ++i) {
-        sixty.push_back(entry((i < 10 ? "f0" : "f") + std::to_string(i)));
-        if (i < 50) firstFifty.push_back(sixty.back().relativePath);
-    }
-    const struct {
-        const char* name;
-        std::vector<HashEntry> entries;
-        std::vector<std::string> sample;
-    } rows[] = {
-        {"fifty never checked, in path order", sixty, firstFifty},
-        {"oldest first, ties by path",
-         {entry("c", 1, day + hours(1)), entry("b", 1, day), entry("a", 1, day + hours(1)),
-          entry("z", 1)},
-         {"z", "b", "a", "c"}},
-        {"the file that crosses is the last",
-         {entry("a", 5 * gibibyte), entry("b", 5 * gibibyte), entry("c", 5 * gibibyte)},
-         {"a", "b"}},
-        {"a byte below goes on",
-         {entry("a", 8 * gibibyte - 1), entry("b", 1), entry("c", 1)},
-         {"a", "b"}},
-        {"eight gibibytes stop", {entry("a", 8 * gibibyte), entry("b", 1)}, {"a"}},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(pathsOf(selectSample(databaseOf(row.entries))), row.sample) << row.name;
-}
-
 }  // namespace
 }  // namespace quillstow

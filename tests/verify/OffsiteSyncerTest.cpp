@@ -123,25 +123,5 @@ TEST_F(OffsiteSyncerTest, ACopyIsTriedThreeTimesAndSwappedInOnlyWhole) {
     }
 }
 
-// A stop ends the sync between files only, before the first; no backup leaves nothing made
-// offsite; an offsite folder that can't be made is a folder loss.
-TEST_F(OffsiteSyncerTest, AStopOrAMissingBackupEndsQuietlyAndAnUnmakeableFolderIsALoss) {
-    EXPECT_EQ(sync().copiedFiles, 0);
-    EXPECT_FALSE(fs::exists(offsite)) << "no backup: nothing is made offsite";
-    writeFile(backup / "a.txt", "a");
-    std::stop_source stop;
-    stop.request_stop();
-    const OffsiteSyncResult stopped = sync(stop.get_token());
-    EXPECT_EQ(stopped.copiedFiles, 0);
-    EXPECT_TRUE(stopped.errors.empty());
-
-    offsite = root / "Blocked/Quillstow/Work";
-    writeFile(root / "Blocked", "a file where the folder should be");
-    const OffsiteSyncResult result = sync();
-    EXPECT_TRUE(result.abortedDueToFolderLoss);
-    ASSERT_EQ(result.errors.size(), 1u);
-    EXPECT_EQ(result.errors[0].operation, "createOffsiteDirectory");
-}
-
 }  // namespace
 }  // namespace quillstow

@@ -25,8 +25,8 @@ BackupPair pairWithFiles(EngineHarness& h, int count) {
     return pair;
 }
 
-// One progress report while the clock stands still; what follows the pass posted once; five
-// seconds of the outcome before idle.
+// The states of a run in order, what follows the pass posted once, and five seconds of the
+// outcome before idle.
 TEST(BackupEngine, RunsAPassPostsWhatFollowsItAndSettlesAfterFiveSeconds) {
     EngineHarness h;
     const BackupPair pair = h.makePair();
@@ -38,14 +38,15 @@ TEST(BackupEngine, RunsAPassPostsWhatFollowsItAndSettlesAfterFiveSeconds) {
         profileSuggestedNotification,
         [&](const NotificationInfo& info) { suggested.push_back(info); });
     auto engine = h.makeEngine(pair);
-    StatusHistory history(*engine);
+    std::vector<BackupStatus> seen;
+    const Subscription recording = recordStatuses(*engine, seen);
     engine->start(pair);
     ASSERT_TRUE(h.runUntilSettling());
 
-    EXPECT_THAT(history.cases(),
-                ElementsAre(Case::queued, Case::scanning, Case::syncing, Case::completed));
-    EXPECT_EQ(std::ranges::count(history.statuses, Case::syncing, &BackupStatus::kind), 1);
-    EXPECT_EQ(engine->status(), BackupStatus::completed(3, 0));
+    // The clock stands still: one progress report.
+    EXPECT_THAT(seen, ElementsAre(BackupStatus::queued(), BackupStatus::scanning(),
+                                  ::testing::Property(&BackupStatus::kind, Case::syncing),
+                                  BackupStatus::completed(3, 0)));
     EXPECT_EQ(readFile(EngineHarness::mirrorOf(pair) / "a/b.txt"), "world");
     EXPECT_THAT(h.eventTypes(), ElementsAre(Type::backup));
     EXPECT_THAT(h.notifier->sent, ElementsAre(::testing::StartsWith("complete: Work 3 ")));

@@ -133,12 +133,4 @@ std::optional<BackupPair> EngineHarness::storedPair(const Uuid& id) const {
     return std::nullopt;
 }
 
-std::vector<BackupStatus::Case> StatusHistory::cases() const {
-    std::vector<BackupStatus::Case> found;
-    for (const auto& status : statuses) {
-        if (found.empty() || found.back() != status.kind()) found.push_back(status.kind());
-    }
-    return found;
-}
-
 }  // namespace quillstow::testing

@@ -139,17 +139,8 @@ class EngineHarness {
 };
 
 // Every status an engine takes, in order.
-class StatusHistory {
-  public:
-    explicit StatusHistory(BackupEngine& engine)
-        : subscription_(engine.observeStatus(
-              [this](const BackupStatus& status) { statuses.push_back(status); })) {}
-    // The cases, a run of equal cases counted once.
-    std::vector<BackupStatus::Case> cases() const;
-    std::vector<BackupStatus> statuses;
-
-  private:
-    Subscription subscription_;
-};
+inline Subscription recordStatuses(BackupEngine& engine, std::vector<BackupStatus>& statuses) {
+    return engine.observeStatus([&](const BackupStatus& status) { statuses.push_back(status); });
+}
 
 }  // namespace quillstow::testing

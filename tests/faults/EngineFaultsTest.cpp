@@ -67,12 +67,13 @@ TEST(EngineFaults, APassOnARealDriveThatIsFullOrPulled) {
         writeFile(pair.sourceURL / "big.bin", "");
         fs::resize_file(pair.sourceURL / "big.bin", row.sourceBytes);
         auto engine = h.makeEngine(pair);
-        StatusHistory history(*engine);
+        std::vector<BackupStatus> seen;
+        const Subscription recording = recordStatuses(*engine, seen);
         engine->start(pair);
         h.settle();
 
         std::string outcome, events;
-        for (const auto& status : history.statuses) {
+        for (const auto& status : seen) {
             if (status.kind() != BackupStatus::Case::idle) outcome = status.displayText();
         }
         const auto messages = h.eventMessages();

@@ -127,7 +127,7 @@ TEST(BackupEngine, TriggersDuringAPassRunOneMorePassAndAStopLeavesNoTrace) {
     for (const bool stops : {false, true}) {
         SCOPED_TRACE(stops ? "stopped" : "triggered");
         EngineHarness h;
-        const BackupPair pair = pairWithFiles(h, 20);
+        const BackupPair pair = pairWithFiles(h, 10);
         CopyGate& gate = h.holdAtCopy(5);
         auto engine = h.makeEngine(pair);
         engine->start(pair);
@@ -146,7 +146,7 @@ TEST(BackupEngine, TriggersDuringAPassRunOneMorePassAndAStopLeavesNoTrace) {
         EXPECT_EQ(h.storedPair(pair.id)->lastBackupAt.has_value(), !stops);
         EXPECT_EQ(h.watchers[0]->isWatching(), !stops);
         EXPECT_EQ(engine->status().kind(), stops ? Case::paused : Case::idle);
-        EXPECT_EQ(filesBelow(EngineHarness::mirrorOf(pair)).size() < 20u, stops);
+        EXPECT_EQ(filesBelow(EngineHarness::mirrorOf(pair)).size() < 10u, stops);
     }
 }
 

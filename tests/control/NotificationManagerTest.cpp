@@ -1,5 +1,6 @@
-// What the user is told, by level: errors and drives at once, completed passes one by one or in
-// the daily summary at 8 p.m., the trash reminder once a day, and nothing at all at "nothing".
+// What the user is told, by level: errors and drives at once, completed passes one by one or
+// counted in the daily summary at 8 p.m., the trash reminder only when wanted, and nothing at all
+// at "nothing".
 
 #include <gtest/gtest.h>
 

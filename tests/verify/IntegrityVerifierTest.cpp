@@ -1,5 +1,5 @@
 // The hash database of a backup and its daily sample: when a check is due, what a re-read finds
-// and stamps, the database's damage, the pruning and the choice of the sample.
+// and stamps, the damage of the database itself, and the pruning.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,10 +16,8 @@ using namespace std::chrono;
 using ::testing::ElementsAre;
 namespace fs = std::filesystem;
 
-constexpr std::int64_t gibibyte = std::int64_t(1) << 30;
-
-HashEntry entry(std::string path, std::int64_t size = 1, std::optional<Date> verified = {}) {
-    return {path, std::string(64, 'a'), size, referenceDate(), verified};
+HashEntry entry(std::string path) {
+    return {path, std::string(64, 'a'), 1, referenceDate(), std::nullopt};
 }
 
 HashDatabase databaseOf(const std::vector<HashEntry>& entries) {

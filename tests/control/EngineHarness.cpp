@@ -1,5 +1,8 @@
 #include "EngineHarness.hpp"
 
+#include <condition_variable>
+#include <mutex>
+
 namespace quillstow::testing {
 
 void VirtualSleeper::sleep(double seconds, std::stop_token stop) const {
@@ -55,6 +58,26 @@ EngineHarness::~EngineHarness() {
     settle();
 }
 
+bool EngineHarness::finishRun() {
+    if (!runUntilSettling()) return false;
+    queue.advance(BackupEngine::settleDelay);
+    return runUntil([&] { return sleeper.sleeping() == 0; });
+}
+
+CopyGate& EngineHarness::holdAtCopy(int number) {
+    copyGate.holdAt(number);
+    fileSystem.afterCopy = [this](const std::filesystem::path&, const std::filesystem::path&) {
+        copyGate.afterCopy();
+    };
+    return copyGate;
+}
+
+void EngineHarness::useVerificationStages(std::function<void()> act) {
+    afterCopying.act = std::move(act);
+    services->integrity = &afterCopying;
+    services->offsite = &offsiteSyncer;
+}
+
 void EngineHarness::settle() {
     // Tasks may wait for virtual time (the wait after a pass): let it pass until all have ended.
     for (int round = 0; round < 400; ++round) {
@@ -108,14 +131,6 @@ std::optional<BackupPair> EngineHarness::storedPair(const Uuid& id) const {
         if (pair.id == id) return pair;
     }
     return std::nullopt;
-}
-
-std::vector<BackupStatus::Case> StatusHistory::cases() const {
-    std::vector<BackupStatus::Case> found;
-    for (const auto& status : statuses) {
-        if (found.empty() || found.back() != status.kind()) found.push_back(status.kind());
-    }
-    return found;
 }
 
 }  // namespace quillstow::testing

@@ -2,11 +2,10 @@
 
 // Engines in virtual time over real folders: a virtual main queue (which also times the queue's
 // limit and the wait after a pass), the real disk behind a fault-injecting wrapper, and fakes
-// for the services of the machine: power, volumes, the file watcher, the notifier and the
-// integrity and offsite stages.
+// for the services of the machine. The test drives it from its own thread, which is the main
+// thread; a pass runs on a task and waits where the test holds it.
 
-#include <condition_variable>
-#include <mutex>
+#include <semaphore>
 #include <vector>
 
 #include "TestTree.hpp"
@@ -24,37 +23,23 @@
 
 namespace quillstow::testing {
 
-// Holds the pass at a chosen copy until the test lets it go.
+// Holds the pass after its `number`th copy (from 1) until the test lets it go.
 class CopyGate {
   public:
-    // The `number`th copy (from 1) stops after it is made.
-    void holdAt(int number) {
-        std::lock_guard lock(mutex_);
-        holdAt_ = number;
-    }
+    void holdAt(int number) { holdAt_ = number; }
     void afterCopy() {
-        std::unique_lock lock(mutex_);
         if (++copies_ != holdAt_) return;
-        isHeld_ = true;
-        changed_.notify_all();
-        changed_.wait(lock, [&] { return !isHeld_; });
+        held_.release();
+        resumed_.acquire();
     }
-    bool waitUntilHeld() {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, std::chrono::seconds(20), [&] { return isHeld_; });
-    }
-    void release() {
-        std::lock_guard lock(mutex_);
-        isHeld_ = false;
-        changed_.notify_all();
-    }
+    bool waitUntilHeld() { return held_.try_acquire_for(std::chrono::seconds(20)); }
+    void release() { resumed_.release(); }
 
   private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    int holdAt_ = -1;
-    int copies_ = 0;
-    bool isHeld_ = false;
+    std::atomic<int> holdAt_{-1};
+    std::atomic<int> copies_{0};
+    std::counting_semaphore<> held_{0};
+    std::counting_semaphore<> resumed_{0};
 };
 
 // Sleeps in virtual time: the wait ends when the test moves the main queue's clock past it.
@@ -70,8 +55,7 @@ class VirtualSleeper final : public Sleeper {
     mutable std::atomic<int> sleeping_{0};
 };
 
-// The hash upkeep of the program, with a moment for the test once a pass has copied and before
-// anything after it is checked or told.
+// The program's hash upkeep, with a moment for the test once a pass has copied.
 class IntegrityAfterCopying final : public IntegrityStage {
   public:
     explicit IntegrityAfterCopying(IntegrityStage& inner) : inner_(inner) {}
@@ -106,25 +90,16 @@ class EngineHarness {
         return runUntil([&] { return sleeper.sleeping() == 1; });
     }
     // Lets a run that waits its five seconds end.
-    bool finishRun() {
-        if (!runUntilSettling()) return false;
-        queue.advance(BackupEngine::settleDelay);
-        return runUntil([&] { return sleeper.sleeping() == 0; });
-    }
-    // Where a pair's files are mirrored.
+    bool finishRun();
     static std::filesystem::path mirrorOf(const BackupPair& pair) {
         return pair.destinationURL / "Quillstow" / pair.name;
     }
     // Lets the background tasks finish and runs what they posted.
     void settle();
-    // Holds the pass after its `number`th copy (from 1) until the test releases the gate.
-    CopyGate& holdAtCopy(int number) {
-        copyGate.holdAt(number);
-        fileSystem.afterCopy = [this](const std::filesystem::path&, const std::filesystem::path&) {
-            copyGate.afterCopy();
-        };
-        return copyGate;
-    }
+    CopyGate& holdAtCopy(int number);
+    // The program's hash upkeep and offsite copy, for engines made after this, with `act` run
+    // once the next pass has copied, before anything follows it.
+    void useVerificationStages(std::function<void()> act = nullptr);
 
     std::vector<BackupEvent> events() const { return store->events(); }
     std::vector<BackupEvent::EventType> eventTypes() const;
@@ -153,42 +128,19 @@ class EngineHarness {
     bool failWatchers = false;
     std::shared_ptr<ConfigStore> store;
     std::shared_ptr<RecordingNotifier> notifier = std::make_shared<RecordingNotifier>();
-    IntegrityStage* integrity = nullptr;
-    OffsiteStage* offsite = nullptr;
     IntegrityVerifier integrityVerifier{wallClock};
     IntegrityAfterCopying afterCopying{integrityVerifier};
     OffsiteSyncer offsiteSyncer{fileSystem, activityGate, sleeper, clock};
     std::unique_ptr<BackupServices> services;
     std::shared_ptr<BackupQueue> backupQueue;
     CopyGate copyGate;
-
-    // The hash upkeep and the offsite copy of the program, for engines made after this.
-    void useVerificationStages() {
-        services->integrity = &integrityVerifier;
-        services->offsite = &offsiteSyncer;
-    }
-    // The same, with `act` run once the next pass has copied, before anything follows it.
-    void whenTheCopyingIsDone(std::function<void()> act) {
-        useVerificationStages();
-        afterCopying.act = std::move(act);
-        services->integrity = &afterCopying;
-    }
     // Last: goes first and waits for every task.
     TaskRunner tasks;
 };
 
 // Every status an engine takes, in order.
-class StatusHistory {
-  public:
-    explicit StatusHistory(BackupEngine& engine)
-        : subscription_(engine.observeStatus(
-              [this](const BackupStatus& status) { statuses.push_back(status); })) {}
-    // The cases, a run of equal cases counted once.
-    std::vector<BackupStatus::Case> cases() const;
-    std::vector<BackupStatus> statuses;
-
-  private:
-    Subscription subscription_;
-};
+inline Subscription recordStatuses(BackupEngine& engine, std::vector<BackupStatus>& statuses) {
+    return engine.observeStatus([&](const BackupStatus& status) { statuses.push_back(status); });
+}
 
 }  // namespace quillstow::testing

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -18,13 +17,11 @@ namespace {
 
 long residentAnonymousKiB() {
     std::ifstream status("/proc/self/status");
-    std::string key;
-    long value = 0;
-    while (status >> key) {
-        if (key == "RssAnon:" && status >> value) return value;
+    long value = -1;
+    for (std::string key; status >> key && key != "RssAnon:";)
         status.ignore(1 << 10, '\n');
-    }
-    return -1;
+    status >> value;
+    return value;
 }
 
 TEST(AllocatorTuning, WhatAThreadFreedAfterABigBlockGoesBackToTheSystem) {
@@ -39,12 +36,11 @@ TEST(AllocatorTuning, WhatAThreadFreedAfterABigBlockGoesBackToTheSystem) {
         auto plan = std::make_unique<char[]>(big);
         std::memset(plan.get(), 1, big);
         plan.reset();
-        std::vector<std::unique_ptr<char[]>> blocks;
-        blocks.reserve(big / block);
+        std::vector<std::unique_ptr<char[]>> blocks(big / block);
         const long before = residentAnonymousKiB();
-        while (blocks.size() < big / block) {
-            blocks.emplace_back(new char[block]);
-            std::memset(blocks.back().get(), 1, block);
+        for (auto& each : blocks) {
+            each.reset(new char[block]);
+            std::memset(each.get(), 1, block);
         }
         held = residentAnonymousKiB() - before;
         blocks.clear();

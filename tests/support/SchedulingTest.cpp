@@ -1,6 +1,7 @@
-// Queues, timers and tasks: delayed work in virtual time, a repeating timer, background tasks at
-// utility priority that a runner cancels and waits for, the plain run loop of the headless
-// program, the timer that counts through suspend, and the in-process notifications.
+// Queues, timers and tasks: delayed work in order, background tasks at utility priority that a
+// runner cancels and waits for, the timer that counts through suspend, and the in-process
+// notifications. The repeating timer is shown by the status manager's schedule, the plain run
+// loop by the headless program.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,8 +14,6 @@
 
 #include "support/ContinuousTimer.hpp"
 #include "support/NotificationCenter.hpp"
-#include "support/RepeatingTimer.hpp"
-#include "support/RunLoop.hpp"
 #include "support/Tasks.hpp"
 #include "support/VirtualMainQueue.hpp"
 
@@ -46,26 +45,6 @@ TEST(VirtualMainQueueTest, RunsDelayedWorkInOrderOfDueTimeThenOfPosting) {
     EXPECT_EQ(ran.size(), 3u);
     queue.advance(0.001);
     EXPECT_THAT(ran, ElementsAre("a@1010", "posted@1010", "chained@1015", "b@1020", "c@1020"));
-}
-
-TEST(RepeatingTimerTest, TicksEveryIntervalUntilInvalidatedOrEndedByItsOwnTick) {
-    ManualClock clock{0};
-    VirtualMainQueue queue{clock};
-    std::vector<double> ticks;
-    RepeatingTimer timer(queue, 30, [&] { ticks.push_back(clock.now()); });
-    queue.advance(89.9);
-    timer.invalidate();
-    queue.advance(300);
-    EXPECT_THAT(ticks, ElementsAre(30, 60));
-
-    std::unique_ptr<RepeatingTimer> ending;
-    ending = std::make_unique<RepeatingTimer>(queue, 10, [&] {
-        ticks.push_back(clock.now());
-        ending.reset();
-    });
-    queue.advance(100);
-    EXPECT_EQ(ticks.size(), 3u);
-    EXPECT_EQ(queue.scheduledCount(), 0u);
 }
 
 TEST(TaskRunnerTest, RunsTasksAtUtilityPriorityCancelsThemAndWaitsForThemAtItsEnd) {
@@ -102,32 +81,6 @@ TEST(TaskRunnerTest, RunsTasksAtUtilityPriorityCancelsThemAndWaitsForThemAtItsEn
     });
     runner.reset();
     EXPECT_TRUE(ended);
-}
-
-TEST(RunLoopTest, RunsPostedWorkFromAnyThreadBeforeDueWorkUntilQuitFromAnotherThread) {
-    RunLoop loop;
-    std::vector<std::string> ran;
-    std::promise<void> delayedRan;
-    std::thread quitter([&] {
-        delayedRan.get_future().wait();
-        loop.quit();
-    });
-    loop.post([&] {
-        ran.push_back("first");
-        loop.postDelayed(0, [&] {
-            ran.push_back("delayed");
-            delayedRan.set_value();
-        });
-        loop.postDelayed(0, [&] { ran.push_back("cancelled"); }).cancel();
-        loop.post([&] { ran.push_back("second"); });
-        std::thread([&] {
-            EXPECT_FALSE(loop.isCurrent());
-            loop.post([&] { ran.push_back(loop.isCurrent() ? "from another thread" : "off"); });
-        }).join();
-    });
-    loop.run();
-    quitter.join();
-    EXPECT_THAT(ran, ElementsAre("first", "second", "from another thread", "delayed"));
 }
 
 TEST(ContinuousTimerTest, RunsDueWorkOnItsOwnThreadAndNeverCancelledWork) {

@@ -31,20 +31,16 @@ bool VirtualMainQueue::isCurrent() const {
     return std::this_thread::get_id() == mainThread_;
 }
 
-bool VirtualMainQueue::runOneImmediate() {
-    Work work;
-    {
-        std::lock_guard lock(mutex_);
-        if (immediate_.empty()) return false;
-        work = std::move(immediate_.front());
-        immediate_.pop_front();
-    }
-    work();
-    return true;
-}
-
 void VirtualMainQueue::runPending() {
-    while (runOneImmediate()) {
+    for (;;) {
+        Work work;
+        {
+            std::lock_guard lock(mutex_);
+            if (immediate_.empty()) return;
+            work = std::move(immediate_.front());
+            immediate_.pop_front();
+        }
+        work();
     }
 }
 

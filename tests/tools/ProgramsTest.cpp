@@ -1,5 +1,5 @@
-// quillstow-pass from the outside: its JSON, its exit status, Ctrl-C, and what a kill at any
-// moment leaves in the mirror.
+// The programs from the outside: the pass tool's JSON, its exit status and what a kill at any
+// moment leaves in the mirror; the headless program backing up a real settings folder's pair.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <random>
 #include <thread>
 
@@ -15,16 +16,17 @@
 #include "copy/ExclusionFilter.hpp"
 #include "copy/FileSystem.hpp"
 #include "copy/FileTransfer.hpp"
-#include "support/Json.hpp"
+#include "model/ConfigFile.hpp"
+#include "support/AtomicFile.hpp"
 
 namespace quillstow {
 namespace {
 
 using namespace testing;
 namespace fs = std::filesystem;
+using Files = std::map<std::string, std::string>;
 
 const std::string tool = QUILLSTOW_PASS_TOOL;
-using Files = std::map<std::string, std::string>;
 
 TEST(PassTool, PrintsWhatItDidAndKeepsTheMirrorOfAFolderItCannotRead) {
     TemporaryFolder root;
@@ -101,62 +103,20 @@ TEST(PassTool, RefusesBadUsageAndBadFoldersInItsOwnWordsWithoutTouchingThem) {
     }
 }
 
-TEST(PassTool, CtrlCCancelsThePassWhichReportsWhatItDid) {
-    TemporaryFolder root;
-    for (int i = 0; i < 3000; ++i)
-        writeFile(root / "src" / std::to_string(i % 30) / std::to_string(i),
-                  std::string(2048, 'x'));
-    const fs::path mirror = root / "mirror";
-    const pid_t child = startProcess({"/bin/sh", "-c", "exec \"$0\" \"$1\" \"$2\" > \"$3\"", tool,
-                                      root / "src", mirror, root / "printed"});
-    // Interrupt as soon as the first copy exists, long before the 3000th.
-    while (!fs::exists(mirror) || fs::is_empty(mirror))
-        std::this_thread::yield();
-    ::kill(child, SIGINT);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    const int copied = json::read(readFile(root / "printed"))["copiedFiles"].get<int>();
-    EXPECT_LT(copied, 3000);
-    EXPECT_EQ(std::size_t(copied), filesBelow(mirror).size());
-}
-
 // A few hundred files under `root`, some large enough that a kill lands inside a copy.
 Files makeTree(const fs::path& root, std::mt19937& random, int folders) {
-    Files files;
     std::uniform_int_distribution<int> smallSize(0, 48 * 1024);
     std::uniform_int_distribution<int> letter('a', 'z');
     for (int folder = 0; folder < folders; ++folder) {
         for (int file = 0; file < 8; ++file) {
             const std::string relative =
                 "folder" + std::to_string(folder) + "/file" + std::to_string(file);
-            const int size =
-                (folder % 10 == 0 && file == 0) ? 2 * 1024 * 1024 + folder : smallSize(random);
-            std::string content(std::size_t(size), char(letter(random)));
-            content.insert(0, relative);
-            writeFile(root / relative, content);
-            files[relative] = content;
+            const int size = folder % 10 == 0 && file == 0 ? 2 << 20 : smallSize(random);
+            writeFile(root / relative,
+                      relative + std::string(std::size_t(size), char(letter(random))));
         }
     }
-    return files;
-}
-
-// Every final name holds one of the allowed versions, whole.
-void expectOnlyWholeFiles(const fs::path& mirror, const std::vector<const Files*>& versions,
-                          int run) {
-    if (!fs::exists(mirror)) return;
-    for (const auto& [relative, content] : filesBelow(mirror)) {
-        const std::string name = fs::path(relative).filename();
-        // Leftovers of the killed pass: temporaries and its marker, never final names.
-        if (transfer::isReservedName(name) || isInternalFileName(name)) continue;
-        bool matches = false;
-        for (const auto* version : versions) {
-            const auto found = version->find(relative);
-            matches = matches || (found != version->end() && found->second == content);
-        }
-        EXPECT_TRUE(matches) << "run " << run << ": " << relative << " holds " << content.size()
-                             << " bytes of no known version";
-    }
+    return filesBelow(root);
 }
 
 // Fifty passes, every other one a first copy and the rest into a mirror of the old version whose
@@ -174,34 +134,103 @@ TEST(PassTool, AKillAtAnyMomentLeavesOnlyWholeOldOrNewFilesUnderFinalNames) {
         if (index++ % 2 == 0) writeFile(root / "source" / relative, content);
     const Files newVersion = filesBelow(root / "source");
 
-    // The quicker of two runs, so that a busy moment of the machine doesn't stretch the span in
-    // which the kills fall past the end of most passes.
+    // The kills fall over the time of a whole re-copy and a quarter more.
     LocalFileSystem fileSystem;
-    auto longest = std::chrono::microseconds::max();
-    for (const char* timing : {"timing1", "timing2"}) {
-        fileSystem.copyItem(root / "base", root / timing);
-        const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(runProcess({tool, root / "source", root / timing}).exitStatus, 0);
-        longest = std::min(longest, std::chrono::duration_cast<std::chrono::microseconds>(
-                                        std::chrono::steady_clock::now() - start));
-    }
-    std::uniform_int_distribution<long> delay(0, longest.count() * 5 / 4);
+    fileSystem.copyItem(root / "base", root / "timing");
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(runProcess({tool, root / "source", root / "timing"}).exitStatus, 0);
+    const auto span = std::chrono::steady_clock::now() - start;
+    std::uniform_int_distribution<long> delay(0, span.count() * 5 / 4);
     int killedMidway = 0;
     for (int run = 0; run < 50; ++run) {
         const fs::path mirror = root / ("mirror" + std::to_string(run));
         if (run % 2) fileSystem.copyItem(root / "base", mirror);
         const pid_t child = startProcess({tool, root / "source", mirror});
-        std::this_thread::sleep_for(std::chrono::microseconds(delay(random)));
+        std::this_thread::sleep_for(decltype(span)(delay(random)));
         const bool killed = ::kill(child, SIGKILL) == 0;
         int status = 0;
         ::waitpid(child, &status, 0);
         killedMidway += killed && WIFSIGNALED(status);
-        expectOnlyWholeFiles(mirror, {&oldVersion, &newVersion}, run);
+        // Every final name holds one of the two versions, whole; temporaries and the killed
+        // pass's marker are left aside.
+        for (const auto& [relative, content] : fs::exists(mirror) ? filesBelow(mirror) : Files()) {
+            const std::string name = fs::path(relative).filename();
+            if (transfer::isReservedName(name) || isInternalFileName(name)) continue;
+            const auto holds = [&](const Files& version) {
+                return version.contains(relative) && version.at(relative) == content;
+            };
+            EXPECT_TRUE(holds(oldVersion) || holds(newVersion))
+                << "run " << run << ": " << relative << " holds " << content.size()
+                << " bytes of no known version";
+        }
         if (run < 49) fs::remove_all(mirror);
     }
     EXPECT_GT(killedMidway, 10) << "too few kills landed while the pass ran";
     ASSERT_EQ(runProcess({tool, root / "source", root / "mirror49"}).exitStatus, 0);
     EXPECT_EQ(filesBelow(root / "mirror49"), newVersion);
+}
+
+// Waits for another process to get somewhere: polls, bounded by a generous deadline.
+bool eventually(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+std::string readIfThere(const fs::path& path) {
+    std::error_code missing;
+    return fs::exists(path, missing) ? readFile(path) : std::string();
+}
+
+TEST(HeadlessApp, BacksUpARealPairHearsAChangeAndStopsCleanly) {
+    TemporaryFolder root;
+    writeFile(root / "Projects/notes.txt", "first notes");
+    writeFile(root / "Projects/film/cut.txt", "the cut");
+    // One pair of Projects onto Drive, backed up by hand only.
+    const fs::path settings = root / "config/Quillstow";
+    BackupPair pair;
+    pair.id = Uuid::random();
+    pair.name = "Projects";
+    pair.sourceURL = root / "Projects";
+    pair.destinationURL = root / "Drive";
+    pair.createdAt = referenceDate();
+    AppConfig config;
+    config.backupInterval = BackupInterval::manual;
+    config.hasCompletedOnboarding = true;
+    makeFolder(settings);
+    makeFolder(root / "Drive");
+    atomicfile::write(settings / "config.json", json::write(toJson(ConfigFile{{pair}, config})));
+    ::setenv("XDG_CONFIG_HOME", (root / "config").c_str(), 1);
+    const auto saved = [&] {
+        return configFileFromJson(json::read(readFile(settings / "config.json")));
+    };
+
+    const pid_t child = startProcess({QUILLSTOW_PROGRAM});
+    ASSERT_GT(child, 0);
+    const fs::path mirror = root / "Drive/Quillstow/Projects";
+    EXPECT_TRUE(eventually([&] {
+        return readIfThere(mirror / "film/cut.txt") == "the cut" &&
+               readIfThere(mirror / "notes.txt") == "first notes";
+    })) << "the first pass of the start";
+    // A save: the watcher hears it, the debouncer waits two seconds, a pass copies it.
+    writeFile(root / "draft", "second notes");
+    fs::rename(root / "draft", root / "Projects/notes.txt");
+    EXPECT_TRUE(eventually([&] { return readIfThere(mirror / "notes.txt") == "second notes"; }));
+    EXPECT_TRUE(eventually([&] { return saved().pairs.at(0).lastBackupFileCount == 1; }));
+
+    int status = 0;
+    EXPECT_EQ(::kill(child, SIGTERM), 0);  // as the session sends at logout
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    ASSERT_EQ(saved().pairs.size(), 1u);
+    EXPECT_TRUE(saved().pairs[0].lastBackupAt);
+    int backups = 0;
+    for (const auto& event : eventLogFromJson(json::read(readFile(settings / "backup-log.json"))))
+        backups += event.type == BackupEvent::EventType::backup && event.pairId == pair.id;
+    EXPECT_EQ(backups, 2) << "the log is written at the stop, also what was pending";
 }
 
 }  // namespace

@@ -88,9 +88,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     expectTheLogReadersAgree(text, value);
-    roundTrip<ConfigFile>(value, [](const json::Value& v) { return configFile(v); });
-    roundTrip<std::vector<BackupEvent>>(value,
-                                        [](const json::Value& v) { return eventLogFromJson(v); });
+    roundTrip<ConfigFile>(value, configFile);
+    roundTrip<std::vector<BackupEvent>>(value, eventLogFromJson);
     roundTrip<AppConfig>(value, [](const json::Value& v) { return appConfigFromJson(v); });
     roundTrip<BackupPair>(value, [](const json::Value& v) { return backupPairFromJson(v); });
     return 0;

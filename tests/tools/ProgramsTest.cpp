@@ -17,7 +17,7 @@
 #include "copy/FileSystem.hpp"
 #include "copy/FileTransfer.hpp"
 #include "model/ConfigFile.hpp"
-#include "support/AtomicFile.hpp"
+#include "support/Json.hpp"
 
 namespace quillstow {
 namespace {
@@ -37,11 +37,7 @@ TEST(PassTool, PrintsWhatItDidAndKeepsTheMirrorOfAFolderItCannotRead) {
     const json::Value copied = json::read(first.output);
     EXPECT_EQ(copied["copiedFiles"], 2);
     EXPECT_EQ(copied["bytesTransferred"], 6);
-    EXPECT_EQ(copied["recommendedProfile"], "standard");
-    for (const char* key : {"copiedRelativePaths", "archivedFiles", "duration", "errors",
-                            "abortedDueToVolumeLoss", "filesDeferredByEditor"}) {
-        EXPECT_TRUE(copied.contains(key)) << key;
-    }
+    EXPECT_EQ(copied["errors"], json::Value::array());
 
     fs::permissions(root / "src/closed", fs::perms::none);
     // Root reads every folder: the pass runs as an ordinary user where the tests run as root.
@@ -69,9 +65,7 @@ TEST(PassTool, RefusesBadUsageAndBadFoldersInItsOwnWordsWithoutTouchingThem) {
              {tool},
              {tool, "--profile", "cinema", "/a", "/b"},
              {tool, "--frobnicate", "/a", "/b"},
-             {tool, "--bandwidth", "turbo", "/a", "/b"},
              {tool, "", "/b"},
-             {tool, "--trash", "", "/a", "/b"},
          }) {
         EXPECT_EQ(runProcess(usage).exitStatus, 64) << usage.size();
     }
@@ -147,10 +141,10 @@ TEST(PassTool, AKillAtAnyMomentLeavesOnlyWholeOldOrNewFilesUnderFinalNames) {
         if (run % 2) fileSystem.copyItem(root / "base", mirror);
         const pid_t child = startProcess({tool, root / "source", mirror});
         std::this_thread::sleep_for(decltype(span)(delay(random)));
-        const bool killed = ::kill(child, SIGKILL) == 0;
+        ::kill(child, SIGKILL);
         int status = 0;
         ::waitpid(child, &status, 0);
-        killedMidway += killed && WIFSIGNALED(status);
+        killedMidway += WIFSIGNALED(status);
         // Every final name holds one of the two versions, whole; temporaries and the killed
         // pass's marker are left aside.
         for (const auto& [relative, content] : fs::exists(mirror) ? filesBelow(mirror) : Files()) {
@@ -180,11 +174,6 @@ bool eventually(const std::function<bool()>& condition) {
     return true;
 }
 
-std::string readIfThere(const fs::path& path) {
-    std::error_code missing;
-    return fs::exists(path, missing) ? readFile(path) : std::string();
-}
-
 TEST(HeadlessApp, BacksUpARealPairHearsAChangeAndStopsCleanly) {
     TemporaryFolder root;
     writeFile(root / "Projects/notes.txt", "first notes");
@@ -200,25 +189,23 @@ TEST(HeadlessApp, BacksUpARealPairHearsAChangeAndStopsCleanly) {
     AppConfig config;
     config.backupInterval = BackupInterval::manual;
     config.hasCompletedOnboarding = true;
-    makeFolder(settings);
     makeFolder(root / "Drive");
-    atomicfile::write(settings / "config.json", json::write(toJson(ConfigFile{{pair}, config})));
+    writeFile(settings / "config.json", json::write(toJson(ConfigFile{{pair}, config})));
     ::setenv("XDG_CONFIG_HOME", (root / "config").c_str(), 1);
     const auto saved = [&] {
         return configFileFromJson(json::read(readFile(settings / "config.json")));
     };
 
     const pid_t child = startProcess({QUILLSTOW_PROGRAM});
-    ASSERT_GT(child, 0);
     const fs::path mirror = root / "Drive/Quillstow/Projects";
     EXPECT_TRUE(eventually([&] {
-        return readIfThere(mirror / "film/cut.txt") == "the cut" &&
-               readIfThere(mirror / "notes.txt") == "first notes";
+        return readFile(mirror / "film/cut.txt") == "the cut" &&
+               readFile(mirror / "notes.txt") == "first notes";
     })) << "the first pass of the start";
     // A save: the watcher hears it, the debouncer waits two seconds, a pass copies it.
     writeFile(root / "draft", "second notes");
     fs::rename(root / "draft", root / "Projects/notes.txt");
-    EXPECT_TRUE(eventually([&] { return readIfThere(mirror / "notes.txt") == "second notes"; }));
+    EXPECT_TRUE(eventually([&] { return readFile(mirror / "notes.txt") == "second notes"; }));
     EXPECT_TRUE(eventually([&] { return saved().pairs.at(0).lastBackupFileCount == 1; }));
 
     int status = 0;

@@ -25,7 +25,7 @@ class VirtualMainQueue final : public MainQueue {
 
     void post(Work work) override;
     DelayedWork postDelayed(double seconds, Work work) override;
-    bool isCurrent() const override;
+    bool isCurrent() const override { return std::this_thread::get_id() == mainThread_; }
 
     // Runs posted work, and work it posts in turn, without moving time.
     void runPending();

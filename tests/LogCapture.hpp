@@ -24,9 +24,8 @@ class LogCapture {
     // The messages of one category, in order.
     std::vector<std::string> messages(const std::string& category) const {
         std::vector<std::string> found;
-        for (const auto& record : records()) {
+        for (const auto& record : records())
             if (record.category == category) found.push_back(record.message);
-        }
         return found;
     }
 

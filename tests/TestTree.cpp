@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 
 namespace quillstow::testing {
@@ -49,9 +49,7 @@ void writeFile(const fs::path& path, const std::string& content, Date modified) 
 
 std::string readFile(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void makeFolder(const fs::path& path) {
@@ -66,11 +64,7 @@ void makeLink(const fs::path& link, const fs::path& target) {
 void setModificationDate(const fs::path& path, Date date) {
     const auto since = date.time_since_epoch();
     const auto seconds = std::chrono::floor<std::chrono::seconds>(since);
-    timespec times[2];
-    times[0].tv_sec = 0;
-    times[0].tv_nsec = UTIME_OMIT;
-    times[1].tv_sec = seconds.count();
-    times[1].tv_nsec = (since - seconds).count();
+    const timespec times[2] = {{0, UTIME_OMIT}, {seconds.count(), (since - seconds).count()}};
     if (::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
         throw std::runtime_error("utimensat failed for " + path.native());
     }

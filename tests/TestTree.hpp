@@ -32,6 +32,7 @@ class TemporaryFolder {
 void writeFile(const std::filesystem::path& path, const std::string& content);
 void writeFile(const std::filesystem::path& path, const std::string& content, Date modified);
 
+// The whole content; empty where there is no file.
 std::string readFile(const std::filesystem::path& path);
 
 void makeFolder(const std::filesystem::path& path);

@@ -17,36 +17,36 @@ namespace {
 
 using namespace quillstow;
 
-template <typename Decoded, typename Decode>
-void roundTrip(const json::Value& value, Decode decode) {
+void expect(bool condition) {
+    if (!condition) std::abort();
+}
+
+// Decodes `value`; what decodes is read back unchanged, and, nothing having been set since
+// reading, forgets no kept value.
+template <typename Decoded>
+void roundTrip(const json::Value& value, Decoded (*decode)(const json::Value&)) {
     Decoded decoded;
     try {
         decoded = decode(value);
     } catch (const Failure&) {
         return;
     }
-    const Decoded again = decode(json::read(json::write(toJson(decoded))));
-    if (!(again == decoded)) std::abort();
-    // Nothing has been set since reading, so no kept value may be forgotten.
+    expect(decode(json::read(json::write(toJson(decoded)))) == decoded);
     if constexpr (requires { decoded.keptValues; }) {
         Decoded settled = decoded;
         coding::forgetOverwrittenValues(settled);
-        if (!(settled == decoded)) std::abort();
+        expect(settled == decoded);
     }
 }
 
-// Every entry of the file's list of pairs is read or kept, and written again.
-void expectNoPairLost(const json::Value& value) {
-    ConfigFile file;
-    try {
-        coding::DecodingNotes notes;
-        file = configFileFromJson(value, &notes);
-    } catch (const Failure&) {
-        return;
-    }
+ConfigFile configFile(const json::Value& value) {
+    coding::DecodingNotes notes;
+    const ConfigFile file = configFileFromJson(value, &notes);
+    // Every entry of the file's list of pairs is read or kept, and written again.
     const std::size_t entries = value["pairs"].size();
-    if (file.pairs.size() + file.unreadablePairs.size() != entries) std::abort();
-    if (toJson(file)["pairs"].size() != entries) std::abort();
+    expect(file.pairs.size() + file.unreadablePairs.size() == entries);
+    expect(toJson(file)["pairs"].size() == entries);
+    return file;
 }
 
 // What a reader of the whole document takes, the streaming reader takes too, newest last.
@@ -59,9 +59,7 @@ void expectTheLogReadersAgree(const std::string& text, const json::Value& value)
     }
     for (const std::size_t keep : {std::size_t(0), std::size_t(2), std::size_t(500)}) {
         const auto from = whole.size() > keep ? whole.end() - std::ptrdiff_t(keep) : whole.begin();
-        if (readNewestEvents(text, keep) != std::vector<BackupEvent>(from, whole.end())) {
-            std::abort();
-        }
+        expect(readNewestEvents(text, keep) == std::vector<BackupEvent>(from, whole.end()));
     }
 }
 
@@ -69,35 +67,29 @@ void expectTheLogReadersAgree(const std::string& text, const json::Value& value)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
-
     (void)dates::parseISO8601(text);
     (void)Uuid::parse(text);
     (void)base64::decode(text);
-    if (const auto path = fileurls::toPath(text)) {
-        if (fileurls::toPath(fileurls::fromPath(*path)) != path) std::abort();
-    }
+    if (const auto path = fileurls::toPath(text))
+        expect(fileurls::toPath(fileurls::fromPath(*path)) == path);
     try {
         BookmarkManager::resolveBookmark(base64::Bytes(text.begin(), text.end()), "/nonexistent",
                                          true);
     } catch (const BackupFailure&) {
     }
-
     try {
         (void)readNewestEvents(text, 2);
     } catch (const Failure&) {
     }
-
     json::Value value;
     try {
         value = json::read(text);
     } catch (const Failure&) {
         return 0;
     }
-    expectNoPairLost(value);
     expectTheLogReadersAgree(text, value);
-    roundTrip<ConfigFile>(value, [](const json::Value& v) { return configFileFromJson(v); });
-    roundTrip<std::vector<BackupEvent>>(value,
-                                        [](const json::Value& v) { return eventLogFromJson(v); });
+    roundTrip<ConfigFile>(value, configFile);
+    roundTrip<std::vector<BackupEvent>>(value, eventLogFromJson);
     roundTrip<AppConfig>(value, [](const json::Value& v) { return appConfigFromJson(v); });
     roundTrip<BackupPair>(value, [](const json::Value& v) { return backupPairFromJson(v); });
     return 0;

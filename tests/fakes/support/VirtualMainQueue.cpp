@@ -8,43 +8,29 @@ VirtualMainQueue::VirtualMainQueue(ManualClock& clock)
     : clock_(clock), mainThread_(std::this_thread::get_id()) {}
 
 void VirtualMainQueue::post(Work work) {
-    {
-        std::lock_guard lock(mutex_);
-        immediate_.push_back(std::move(work));
-        ++generation_;
-    }
+    std::lock_guard lock(mutex_);
+    immediate_.push_back(std::move(work));
+    ++generation_;
     posted_.notify_all();
 }
 
 DelayedWork VirtualMainQueue::postDelayed(double seconds, Work work) {
-    DelayedWork handle;
-    {
-        std::lock_guard lock(mutex_);
-        handle = scheduled_.add(clock_.now() + (seconds > 0 ? seconds : 0), std::move(work));
-        ++generation_;
-    }
+    std::lock_guard lock(mutex_);
+    ++generation_;
     posted_.notify_all();
-    return handle;
-}
-
-bool VirtualMainQueue::isCurrent() const {
-    return std::this_thread::get_id() == mainThread_;
-}
-
-bool VirtualMainQueue::runOneImmediate() {
-    Work work;
-    {
-        std::lock_guard lock(mutex_);
-        if (immediate_.empty()) return false;
-        work = std::move(immediate_.front());
-        immediate_.pop_front();
-    }
-    work();
-    return true;
+    return scheduled_.add(clock_.now() + (seconds > 0 ? seconds : 0), std::move(work));
 }
 
 void VirtualMainQueue::runPending() {
-    while (runOneImmediate()) {
+    for (;;) {
+        Work work;
+        {
+            std::lock_guard lock(mutex_);
+            if (immediate_.empty()) return;
+            work = std::move(immediate_.front());
+            immediate_.pop_front();
+        }
+        work();
     }
 }
 

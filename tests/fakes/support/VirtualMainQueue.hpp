@@ -9,12 +9,9 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
 #include <mutex>
 #include <thread>
-#include <utility>
 
-#include "support/Clock.hpp"
 #include "support/MainQueue.hpp"
 #include "support/ManualClocks.hpp"
 
@@ -28,7 +25,7 @@ class VirtualMainQueue final : public MainQueue {
 
     void post(Work work) override;
     DelayedWork postDelayed(double seconds, Work work) override;
-    bool isCurrent() const override;
+    bool isCurrent() const override { return std::this_thread::get_id() == mainThread_; }
 
     // Runs posted work, and work it posts in turn, without moving time.
     void runPending();
@@ -49,8 +46,6 @@ class VirtualMainQueue final : public MainQueue {
     std::size_t scheduledCount() const;
 
   private:
-    bool runOneImmediate();
-
     ManualClock& clock_;
     const std::thread::id mainThread_;
     mutable std::mutex mutex_;

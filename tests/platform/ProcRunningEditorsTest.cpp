@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "TestTree.hpp"
 #include "platform/ProcRunningEditors.hpp"
 #include "support/Paths.hpp"
@@ -17,58 +19,46 @@ namespace {
 using namespace testing;
 namespace fs = std::filesystem;
 
-TEST(EditorNamed, MatchesTheExecutableFirstThenTheCommandName) {
-    EXPECT_EQ(editorNamed("blender", "/usr/bin/blender"), "Blender");
-    EXPECT_EQ(editorNamed("python3", "/opt/resolve/bin/resolve"), "DaVinci Resolve");
-    EXPECT_EQ(editorNamed("krita", ""), "Krita");
-    EXPECT_EQ(editorNamed("bash", "/usr/bin/bash"), "");
-    // The match is exact: another version is not recognised.
-    EXPECT_EQ(editorNamed("gimp-2.8", "/usr/bin/gimp-2.8"), "");
-}
-
-class FakeProcTest : public ::testing::Test {
-  protected:
+TEST(ProcRunningEditors, KnowsEditorsByExecutableThenCommandAndWhatTheyHoldOpen) {
     TemporaryFolder root;
-    fs::path proc = root / "proc";
-
-    void addProcess(const std::string& pid, const std::string& command, const fs::path& executable,
-                    const std::vector<fs::path>& openFiles) {
-        writeFile(proc / pid / "comm", command + "\n");
-        makeLink(proc / pid / "exe", executable);
-        makeFolder(proc / pid / "fd");
-        int number = 0;
-        for (const auto& file : openFiles)
-            makeLink(proc / pid / "fd" / std::to_string(number++), file);
+    const fs::path proc = root / "proc", work = root / "work";
+    const struct {
+        const char *pid, *command, *executable;
+        std::vector<fs::path> open;
+    } processes[] = {
+        {"100", "blender", "/usr/bin/blender", {work / "scene.blend", "pipe:[1234]"}},
+        {"200", "python3", "/opt/resolve/bin/resolve", {}},
+        {"300", "krita", "/opt/krita/AppRun", {}},
+        {"400", "bash", "/usr/bin/bash", {work / "shell-history"}},
+        // The match is exact: another version is not recognised.
+        {"500", "gimp-2.8", "/usr/bin/gimp-2.8", {work / "old.xcf"}},
+        {"600", "ardour8", "/usr/bin/ardour8", {work / "Song.band/Media/take.wav"}},
+        {"700", "blender", "/usr/bin/blender", {"/gone/file (deleted)"}},
+    };
+    for (const auto& process : processes) {
+        writeFile(proc / process.pid / "comm", std::string(process.command) + "\n");
+        makeLink(proc / process.pid / "exe", process.executable);
+        makeFolder(proc / process.pid / "fd");
+        for (std::size_t fd = 0; fd < process.open.size(); ++fd)
+            makeLink(proc / process.pid / "fd" / std::to_string(fd), process.open[fd]);
     }
-};
-
-TEST_F(FakeProcTest, ReportsEditorsWithTheirOpenFilesAndNothingElse) {
-    writeFile(root / "work/scene.blend", "scene");
-    writeFile(root / "work/shell-history", "x");
-    addProcess("100", "blender", "/usr/bin/blender", {root / "work/scene.blend", "pipe:[1234]"});
-    addProcess("200", "krita", "/usr/bin/krita", {});
-    addProcess("300", "bash", "/usr/bin/bash", {root / "work/shell-history"});
-    addProcess("400", "blender", "/usr/bin/blender", {"/gone/file (deleted)"});
-    addProcess("500", "systemd", "/usr/lib/systemd/systemd", {"/etc/hostname"});
     writeFile(proc / "self-status-not-a-pid", "");
+    for (const char* file :
+         {"scene.blend", "shell-history", "old.xcf", "Song.band/Media/take.wav", "Song.bandage"})
+        writeFile(work / file, "x");
 
     const EditorSnapshot snapshot = ProcRunningEditors(proc).snapshot();
 
-    EXPECT_EQ(snapshot.names, (std::vector<std::string>{"Blender", "Krita"}));
-    EXPECT_EQ(snapshot.openPaths,
-              (std::set<std::string, std::less<>>{(root / "work/scene.blend").native()}));
-    EXPECT_TRUE(isOpenInEditor(snapshot, root / "work/scene.blend", nullptr));
-    EXPECT_FALSE(isOpenInEditor(snapshot, root / "work/shell-history", nullptr));
+    EXPECT_EQ(snapshot.names,
+              (std::vector<std::string>{"Ardour", "Blender", "DaVinci Resolve", "Krita"}));
+    // A folder copied whole is open when anything inside is.
+    for (const auto& [file, isOpen] : {std::pair{"scene.blend", true},
+                                       {"shell-history", false},
+                                       {"old.xcf", false},
+                                       {"Song.band", true},
+                                       {"Song.bandage", false}})
+        EXPECT_EQ(isOpenInEditor(snapshot, work / file, nullptr), isOpen) << file;
     EXPECT_FALSE(ProcRunningEditors(root / "no-proc-here").snapshot().hasEditors());
-}
-
-TEST_F(FakeProcTest, AFolderCopiedWholeIsOpenWhenAnythingInsideIs) {
-    writeFile(root / "work/Song.band/Media/take.wav", "take");
-    writeFile(root / "work/Song.bandage", "not inside");
-    addProcess("100", "ardour8", "/usr/bin/ardour8", {root / "work/Song.band/Media/take.wav"});
-    const EditorSnapshot snapshot = ProcRunningEditors(proc).snapshot();
-    EXPECT_TRUE(isOpenInEditor(snapshot, root / "work/Song.band", nullptr));
-    EXPECT_FALSE(isOpenInEditor(snapshot, root / "work/Song.bandage", nullptr));
 }
 
 TEST(RealProc, FindsARunningEditorAndTheFileItHoldsOpenByInode) {
@@ -98,8 +88,7 @@ TEST(RealProc, FindsARunningEditorAndTheFileItHoldsOpenByInode) {
     ::close(ready[0]);
     ::close(ready[1]);
 
-    EXPECT_NE(std::find(snapshot.names.begin(), snapshot.names.end(), "Krita"),
-              snapshot.names.end());
+    EXPECT_NE(std::ranges::find(snapshot.names, "Krita"), snapshot.names.end());
     const auto info = files::readInfo(root / "project.kra");
     ASSERT_TRUE(info);
     EXPECT_TRUE(isOpenInEditor(snapshot, root / "project.kra", &*info));

@@ -1,12 +1,10 @@
-// Settings, user defaults and bookmarks on disks that fill up or turn read-only: real tmpfs
-// mounts.
+// Settings and user defaults on disks that fill up or turn read-only: real tmpfs mounts.
 
 #include <gtest/gtest.h>
 
 #include "LogCapture.hpp"
 #include "PrivateMounts.hpp"
 #include "TestTree.hpp"
-#include "model/BookmarkManager.hpp"
 #include "model/ConfigStore.hpp"
 #include "model/FileUserDefaults.hpp"
 #include "support/VirtualMainQueue.hpp"
@@ -98,21 +96,6 @@ TEST_F(SettingsFaultsTest, DefaultsThatCannotBeWrittenStayInMemoryAndTheFileAsIt
     EXPECT_EQ(FileUserDefaults(settings.path() / "defaults.json").integer("Quillstow.tipCounter"),
               1);
     EXPECT_EQ(log.messages("app").at(0), "Failed to write defaults.json: Read-only file system");
-}
-
-TEST_F(SettingsFaultsTest, AReadOnlyDestinationIsDeniedAndAReadOnlySourceIsFine) {
-    TmpfsMount drive(root / "drive", 1 << 20);
-    makeFolder(drive.path() / "Backups");
-    const auto destination = BookmarkManager::bookmarkData(drive.path() / "Backups", false);
-    const auto source = BookmarkManager::bookmarkData(drive.path() / "Backups", true);
-    drive.remountReadOnly();
-    try {
-        BookmarkManager::resolveBookmark(destination, drive.path() / "Backups", false);
-        ADD_FAILURE() << "resolved a read-write bookmark on a read-only drive";
-    } catch (const BackupFailure& failure) {
-        EXPECT_EQ(failure.error().kind(), BackupError::Case::bookmarkAccessDenied);
-    }
-    EXPECT_FALSE(BookmarkManager::resolveBookmark(source, drive.path() / "Backups", true).newBytes);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Passes against real drives that fill up, turn read-only or are pulled in the middle: small
-// tmpfs mounts in the test's own mount namespace.
+// Passes and settings on real drives that fill up, turn read-only or are pulled in the middle:
+// small tmpfs mounts in the test's own mount namespace.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -7,12 +7,16 @@
 
 #include <fstream>
 
+#include "LogCapture.hpp"
 #include "PrivateMounts.hpp"
 #include "TestTree.hpp"
 #include "copy/FaultyFileSystem.hpp"
 #include "copy/FileCopier.hpp"
 #include "copy/FileTransfer.hpp"
 #include "environment/VolumeSpace.hpp"
+#include "model/ConfigStore.hpp"
+#include "model/FileUserDefaults.hpp"
+#include "support/VirtualMainQueue.hpp"
 
 namespace quillstow {
 namespace {
@@ -225,6 +229,83 @@ TEST_F(DriveFaultsTest, AMirrorIsNeverMadeAtTheMountPointOfADriveThatIsNotThere)
     }
     EXPECT_TRUE(fs::is_empty(mountPoint));
     fs::remove(mountPoint);
+}
+
+BackupPair pairNamed(const std::string& name) {
+    BackupPair pair;
+    pair.id = Uuid::random();
+    pair.name = name;
+    pair.sourceURL = "/home/ana/" + name;
+    pair.destinationURL = "/media/ana/Drive";
+    return pair;
+}
+
+TEST_F(DriveFaultsTest, ASettingsWriteThatFailsKeepsTheOldFilesWholeAndTheNewStateInMemory) {
+    const struct {
+        const char* name;
+        bool isFull;
+        std::int64_t defaultOnDisk;
+        std::vector<std::string> said;
+    } cases[] = {
+        {"read-only",
+         false,
+         1,
+         {"Failed to write config.json: Read-only file system",
+          "Failed to write backup-log.json: Read-only file system",
+          "Failed to write defaults.json: Read-only file system"}},
+        // Less room than config.json takes, even once the old backup is gone; the rest fits.
+        {"full", true, 2, {"Failed to write config.json: No space left on device"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ManualClock clock;
+        VirtualMainQueue queue{clock};
+        InMemoryUserDefaults inMemory;
+        TmpfsMount settings(root / "settings", 1 << 20);
+        const auto file = [&](const char* name) { return readFile(settings.path() / name); };
+        ConfigStore store(settings.path(), queue, inMemory);
+        FileUserDefaults defaults(settings.path() / "defaults.json");
+        defaults.setInteger("Quillstow.tipCounter", 1);
+        store.addPair(pairNamed("First"));
+        store.flush();
+        for (int i = 0; i < 10; ++i)
+            store.addPair(pairNamed(std::string(5000, 'n')));
+        store.addEvent(BackupEvent{});
+        queue.advance(1.0);
+        store.flush();
+        const std::string backup = file("config.json.backup"), config = file("config.json");
+        const std::string eventLog = file("backup-log.json");
+        ASSERT_NE(backup, config);
+
+        LogCapture log;
+        if (c.isFull) {
+            writeFile(settings.path() / "filler",
+                      std::string(fs::space(settings.path()).available - config.size() / 2, 'f'));
+        } else {
+            settings.remountReadOnly();
+        }
+        store.addPair(pairNamed("Last"));
+        store.addEvent(BackupEvent{});
+        queue.advance(1.0);
+        store.flush();
+        defaults.setInteger("Quillstow.tipCounter", 2);
+
+        EXPECT_EQ(store.pairs().size(), 12u);
+        EXPECT_EQ(store.events().size(), 2u);
+        EXPECT_EQ(defaults.integer("Quillstow.tipCounter"), 2);
+        EXPECT_TRUE(file("config.json.backup") == backup);
+        EXPECT_TRUE(file("config.json") == config);
+        EXPECT_EQ(file("backup-log.json") == eventLog, !c.isFull);
+        EXPECT_EQ(
+            FileUserDefaults(settings.path() / "defaults.json").integer("Quillstow.tipCounter"),
+            c.defaultOnDisk);
+        std::vector<std::string> said;
+        for (const auto& record : log.records())
+            said.push_back(record.message);
+        EXPECT_EQ(said, c.said);
+        for (const auto& entry : fs::directory_iterator(settings.path()))
+            EXPECT_FALSE(entry.path().filename().native().starts_with(".")) << entry.path();
+    }
 }
 
 }  // namespace

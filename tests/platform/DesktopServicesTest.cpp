@@ -1,6 +1,7 @@
 // The desktop's services over D-Bus, on a dbus-daemon of the test's own: fake UPower, power
 // profiles, notification server and NetworkManager, and what our readings, notifications and
-// reconnect triggers make of them. The route socket's trigger in a network namespace of its own.
+// reconnect triggers make of them; sysfs where no bus answers, and the order of the idle sources.
+// The route socket's trigger in a network namespace of its own.
 
 #include <gtest/gtest.h>
 #include <net/if.h>
@@ -16,12 +17,15 @@
 #include <map>
 #include <mutex>
 #include <semaphore>
+#include <sstream>
 #include <thread>
 
 #include "PrivateBus.hpp"
+#include "TestTree.hpp"
 #include "environment/Gates.hpp"
 #include "platform/DesktopNotifications.hpp"
 #include "platform/LinuxPowerReadings.hpp"
+#include "platform/LinuxUserActivity.hpp"
 #include "platform/ReconnectTriggers.hpp"
 #include "support/VirtualMainQueue.hpp"
 
@@ -29,6 +33,7 @@ namespace quillstow {
 namespace {
 
 using namespace testing;
+constexpr ThermalState nominal = ThermalState::nominal;
 
 // What a Notify call asked the server to show.
 struct Shown {
@@ -45,9 +50,10 @@ class DesktopServicesTest : public ::testing::Test {
         if (bus_->address().empty()) GTEST_SKIP() << bus_->whyNot();
     }
 
-    void set(const std::string& property, const std::string& value) {
+    // Returns what the property was.
+    std::string set(const std::string& property, const std::string& value) {
         std::lock_guard lock(mutex_);
-        properties_[property] = value;
+        return std::exchange(properties_[property], value);
     }
     std::vector<Shown> shown() {
         std::lock_guard lock(mutex_);
@@ -139,30 +145,84 @@ class DesktopServicesTest : public ::testing::Test {
     std::unique_ptr<PrivateBus> bus_;
 };
 
-// Each row changes one property of the services as the row before left them.
-TEST_F(DesktopServicesTest, PowerReadingsComeFromUPowerAndTheProfilesService) {
+// "current/max source" of a battery, "?" for what is unknown; "none" without one.
+std::string described(const std::optional<BatteryDescription>& battery) {
+    if (!battery) return "none";
+    const auto number = [](auto value) { return value ? std::to_string(*value) : "?"; };
+    return number(battery->currentCapacity) + "/" + number(battery->maxCapacity) + " " +
+           battery->powerSourceState.value_or("?");
+}
+
+// Each row is a laptop on battery at 29.4% as UPower tells it, with one property changed; or,
+// without a bus, what sysfs shows.
+TEST_F(DesktopServicesTest, PowerReadingsComeFromUPowerAndTheProfilesServiceElseFromSysfs) {
     const struct {
-        const char *property, *value;
-        std::optional<int> percent;
-        bool isOnAC, isPowerSaver;
+        const char *name, *property, *value;  // no property: no bus
+        const char* supplies;  // split by ";", each its folder, then its files as "file=value"
+        const char* zones;     // temperatures; each has a passive trip at 60000, critical 105000
+        const char* battery;
         ThermalState thermal;
-    } cases[] = {
-        {"Percentage", "d:29.4", 29, false, false, ThermalState::nominal},
-        {"OnBattery", "b:0", 29, true, false, ThermalState::nominal},
-        {"ActiveProfile", "s:power-saver", 29, true, true, ThermalState::nominal},
-        {"PerformanceDegraded", "s:high-operating-temperature", 29, true, true,
-         ThermalState::serious},
-        {"PerformanceDegraded", "s:lap-detected", 29, true, true, ThermalState::nominal},
-        {"Type", "u:1", std::nullopt, true, true, ThermalState::nominal},  // line power: no battery
+        bool isPowerSaver = false;
+    } rows[] = {
+        {"on battery", "OnBattery", "b:1", "", "", "2940/10000 Battery Power", nominal},
+        {"on AC", "OnBattery", "b:0", "", "", "2940/10000 AC Power", nominal},
+        {"a line power device, and sysfs not asked", "Type", "u:1", "BAT0 type=Battery capacity=3",
+         "", "none", nominal},
+        {"power saver", "ActiveProfile", "s:power-saver", "", "", "2940/10000 Battery Power",
+         nominal, true},
+        {"running hot", "PerformanceDegraded", "s:high-operating-temperature", "", "",
+         "2940/10000 Battery Power", ThermalState::serious},
+        {"another degradation", "PerformanceDegraded", "s:lap-detected", "", "",
+         "2940/10000 Battery Power", nominal},
+        {"a zone past its critical trip comes first", "PerformanceDegraded",
+         "s:high-operating-temperature", "", "70000 105000", "2940/10000 Battery Power",
+         ThermalState::critical},
+        {"off AC, by energy", nullptr, nullptr,
+         "AC type=Mains online=0;BAT0 type=Battery status=Discharging energy_now=1 energy_full=5",
+         "", "1/5 Battery Power", nominal},
+        {"plugged in, by charge", nullptr, nullptr,
+         "ADP1 type=Mains online=1;BAT1 type=Battery status=Charging charge_now=1 charge_full=4",
+         "", "1/4 AC Power", nominal},
+        {"only a capacity in percent", nullptr, nullptr,
+         "BAT0 type=Battery status=Discharging capacity=30", "", "30/100 Battery Power", nominal},
+        {"a capacity that is no number", nullptr, nullptr,
+         "BAT0 type=Battery status=Discharging capacity=x", "", "?/? Battery Power", nominal},
+        {"a mouse's battery and an absent one", nullptr, nullptr,
+         "mouse type=Battery scope=Device capacity=5;BAT0 type=Battery present=0 capacity=3", "",
+         "none", nominal},
+        {"past a passive trip only", nullptr, nullptr, "", "70000", "none", nominal},
     };
-    const LinuxPowerReadings power(DBusConnection::openAddress(address()), "/no-sysfs-here");
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.property) + " " + c.value);
-        set(c.property, c.value);
-        EXPECT_EQ(batteryPercent(power), c.percent);
-        EXPECT_EQ(isOnACPower(power), c.isOnAC);
-        EXPECT_EQ(power.isLowPowerModeEnabled(), c.isPowerSaver);
-        EXPECT_EQ(power.thermalState(), c.thermal);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        TemporaryFolder root;
+        std::istringstream supplies(row.supplies);
+        for (std::string supply; std::getline(supplies, supply, ';');) {
+            std::istringstream words(supply);
+            std::string folder, file;
+            words >> folder;
+            while (words >> file) {
+                const auto equals = file.find('=');
+                writeFile(root / "class/power_supply" / folder / file.substr(0, equals),
+                          file.substr(equals + 1) + "\n");
+            }
+        }
+        std::istringstream zones(row.zones);
+        int number = 0;
+        for (std::string temperature; zones >> temperature; ++number) {
+            const auto zone = root / "class/thermal" / ("thermal_zone" + std::to_string(number));
+            writeFile(zone / "temp", temperature + "\n");
+            writeFile(zone / "trip_point_0_type", "passive\n");
+            writeFile(zone / "trip_point_0_temp", "60000\n");
+            writeFile(zone / "trip_point_1_type", "critical\n");
+            writeFile(zone / "trip_point_1_temp", "105000\n");
+        }
+        const std::string before = row.property ? set(row.property, row.value) : "";
+        const LinuxPowerReadings power(
+            row.property ? DBusConnection::openAddress(address()) : nullptr, root / "class");
+        EXPECT_EQ(described(power.internalBatteryDescription()), row.battery);
+        EXPECT_EQ(power.thermalState(), row.thermal);
+        EXPECT_EQ(power.isLowPowerModeEnabled(), row.isPowerSaver);
+        if (row.property) set(row.property, before);
     }
 }
 
@@ -208,6 +268,30 @@ TEST_F(DesktopServicesTest, ANotificationIsShownAsOursAndTheSummaryReplacesTheOn
     EXPECT_EQ(shown()[2].replaces, 2u) << "the server's id of the earlier summary";
 }
 
+TEST(LinuxUserActivity, AsksTheSourcesInOrderKeepsAReadingForASecondAndTakesSilenceAsAway) {
+    ManualClock clock;
+    std::vector<std::string> asked;
+    const auto source = [&](const char* name, std::optional<double> idle) {
+        return [&asked, name, idle] {
+            asked.push_back(name);
+            return idle;
+        };
+    };
+    LinuxUserActivity activity(
+        {source("idle monitor", std::nullopt), source("screensaver", 5.0), source("x11", 3600.0)},
+        clock);
+    EXPECT_DOUBLE_EQ(activity.secondsSinceLastUserInput(), 5.0);
+    clock.advance(0.5);
+    EXPECT_DOUBLE_EQ(activity.secondsSinceLastUserInput(), 5.5);
+    EXPECT_EQ(asked, (std::vector<std::string>{"idle monitor", "screensaver"}));
+    clock.advance(0.5);
+    activity.secondsSinceLastUserInput();
+    EXPECT_EQ(asked.size(), 4u);
+
+    LinuxUserActivity silent({source("idle monitor", std::nullopt)}, clock);
+    EXPECT_GE(silent.secondsSinceLastUserInput(), userIdleThreshold);
+}
+
 // Counts what a trigger fires on its own thread; waits in real time, bounded, for a count, as
 // the trigger's thread reads a real socket.
 struct Fires {
@@ -226,13 +310,6 @@ struct Fires {
     std::atomic<int> count = 0;
     std::counting_semaphore<> fired{0};
 };
-
-TEST(NetworkState, UpWhenConnectedOrUnknown) {
-    const std::map<std::uint32_t, bool> cases{{0, true},  {20, false}, {40, false},
-                                              {50, true}, {60, true},  {70, true}};
-    for (const auto& [state, isUp] : cases)
-        EXPECT_EQ(isNetworkUp(state), isUp) << state;
-}
 
 TEST_F(DesktopServicesTest, EachTriggerFiresOnlyForItsSignalMeaningGo) {
     sd_bus* sender = nullptr;

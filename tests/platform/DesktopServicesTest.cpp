@@ -1,29 +1,26 @@
 // The desktop's services over D-Bus, on a dbus-daemon of the test's own: fake UPower, power
 // profiles, notification server and NetworkManager, and what our readings, notifications and
 // reconnect triggers make of them; sysfs where no bus answers, and the order of the idle sources.
-// The route socket's trigger in a network namespace of its own.
+// GVFS's mounts, with scripts standing in for gio.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <net/if.h>
-#include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <systemd/sd-bus.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <cstring>
-#include <future>
 #include <map>
 #include <mutex>
 #include <semaphore>
 #include <sstream>
-#include <thread>
 
+#include "LogCapture.hpp"
 #include "PrivateBus.hpp"
 #include "TestTree.hpp"
 #include "environment/Gates.hpp"
 #include "platform/DesktopNotifications.hpp"
+#include "platform/GioMounter.hpp"
 #include "platform/LinuxPowerReadings.hpp"
 #include "platform/LinuxUserActivity.hpp"
 #include "platform/ReconnectTriggers.hpp"
@@ -33,6 +30,8 @@ namespace quillstow {
 namespace {
 
 using namespace testing;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 constexpr ThermalState nominal = ThermalState::nominal;
 
 // What a Notify call asked the server to show.
@@ -362,32 +361,45 @@ TEST_F(DesktopServicesTest, EachTriggerFiresOnlyForItsSignalMeaningGo) {
     sd_bus_flush_close_unref(sender);
 }
 
-// In a network namespace of one thread of its own, so the machine's network is not touched:
-// the loopback brought up there gains its address.
-TEST(NetlinkAddressTrigger, FiresWhenAnInterfaceGainsAnAddress) {
-    std::promise<std::string> skipped;
-    Fires fires;
-    std::thread inNamespace([&] {
-        if (::unshare(CLONE_NEWNET) != 0) {
-            skipped.set_value("no network namespace: " + std::string(std::strerror(errno)));
-            return;
-        }
-        skipped.set_value("");
-        NetlinkAddressTrigger trigger;
-        trigger.start(fires.counter());
-        EXPECT_EQ(fires.count, 0);
-        const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        ifreq loopback{};
-        std::strcpy(loopback.ifr_name, "lo");
-        loopback.ifr_flags = IFF_UP;
-        EXPECT_EQ(::ioctl(socket, SIOCSIFFLAGS, &loopback), 0) << std::strerror(errno);
-        ::close(socket);
-        EXPECT_TRUE(fires.reach(1));
-        trigger.stop();
-    });
-    const std::string why = skipped.get_future().get();
-    inNamespace.join();
-    if (!why.empty()) GTEST_SKIP() << why;
+// Asking GVFS to mount, with small scripts standing in for gio: what it is given, that it can't
+// prompt, that it is killed at its time limit, and that a missing gio is said in the log.
+TEST(GioMounter, MountedOnlyWhenGioSaysSoWithNothingToPromptOnAndWithinItsTime) {
+    TemporaryFolder root;
+    // Each stands in for gio, with $here set to the test's folder.
+    const struct {
+        const char* body;
+        bool isMounted;
+    } cases[] = {
+        {R"(printf '%s\n' "$@" > "$here/arguments"
+if read -r line; then echo line; else echo end; fi > "$here/input"
+set -- $(cat /proc/$$/stat)
+if [ "$6" = "$$" ]; then echo own; else echo shared; fi > "$here/session")",
+         true},
+        {"exit 2", false},
+        {"kill -TERM $$", false},
+        {"echo $$ > \"$here/pid\"\nexec sleep 600", false},  // still running at its time limit
+    };
+    LogCapture log;
+    const auto start = std::chrono::steady_clock::now();
+    for (const auto& c : cases) {
+        writeFile(root / "gio", "#!/bin/sh\nhere=\"$(dirname \"$0\")\"\n" + std::string(c.body));
+        ::chmod((root / "gio").c_str(), 0755);
+        EXPECT_EQ(GioMounter((root / "gio").native(), 0.2).mount("smb://nas/photos/"), c.isMounted)
+            << c.body;
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_EQ(readFile(root / "arguments"), "mount\nsmb://nas/photos/\n");
+    EXPECT_EQ(readFile(root / "input"), "end\n") << "standard input is empty";
+    EXPECT_EQ(readFile(root / "session"), "own\n") << "a session without a terminal";
+    EXPECT_EQ(::kill(std::stoi(readFile(root / "pid")), 0), -1);
+    EXPECT_EQ(errno, ESRCH) << "killed and reaped";
+    EXPECT_THAT(log.messages("BackupEngine"), ::testing::IsEmpty());
+
+    const GioMounter missing((root / "no-gio").native());
+    EXPECT_FALSE(missing.mount("smb://nas/photos/"));
+    EXPECT_FALSE(missing.mount("smb://nas/photos/"));
+    EXPECT_THAT(log.messages("BackupEngine"), ElementsAre(HasSubstr("libglib2.0-bin")))
+        << "said once";
 }
 
 }  // namespace

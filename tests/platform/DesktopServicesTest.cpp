@@ -1,15 +1,21 @@
 // The desktop's services over D-Bus, on a dbus-daemon of the test's own: fake UPower, power
 // profiles, notification server and NetworkManager, and what our readings, notifications and
 // reconnect triggers make of them; sysfs where no bus answers, and the order of the idle sources.
-// GVFS's mounts, with scripts standing in for gio.
+// GVFS's mounts, with scripts standing in for gio; running editors found through /proc.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <systemd/sd-bus.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <fstream>
 #include <map>
 #include <mutex>
 #include <semaphore>
@@ -23,7 +29,9 @@
 #include "platform/GioMounter.hpp"
 #include "platform/LinuxPowerReadings.hpp"
 #include "platform/LinuxUserActivity.hpp"
+#include "platform/ProcRunningEditors.hpp"
 #include "platform/ReconnectTriggers.hpp"
+#include "support/Paths.hpp"
 #include "support/VirtualMainQueue.hpp"
 
 namespace quillstow {
@@ -400,6 +408,49 @@ if [ "$6" = "$$" ]; then echo own; else echo shared; fi > "$here/session")",
     EXPECT_FALSE(missing.mount("smb://nas/photos/"));
     EXPECT_THAT(log.messages("BackupEngine"), ElementsAre(HasSubstr("libglib2.0-bin")))
         << "said once";
+}
+
+// A child process named as an editor, holding a file open: by its path, by another path to it
+// (matched by device and inode), and by a folder copied whole around it.
+TEST(ProcRunningEditors, FindsARunningEditorAndWhatItHoldsOpen) {
+    TemporaryFolder root;
+    writeFile(root / "Song.band/take.kra", "layers");
+    writeFile(root / "Song.bandage", "not around it");
+    makeLink(root / "alias.kra", root / "Song.band/take.kra");
+    writeFile(root / "notes.txt", "held open by this test, which is no editor");
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        // Only async-signal-safe calls between fork and _exit.
+        const int fd = ::open((root / "Song.band/take.kra").c_str(), O_RDONLY);
+        ::prctl(PR_SET_NAME, "krita");
+        const char byte = fd >= 0 ? 'y' : 'n';
+        (void)!::write(ready[1], &byte, 1);
+        ::pause();
+        ::_exit(0);
+    }
+    char byte = 0;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+    ASSERT_EQ(byte, 'y');
+    const std::ifstream held(root / "notes.txt");  // after the fork, so the child has it not
+
+    const EditorSnapshot snapshot = ProcRunningEditors().snapshot();
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    ::close(ready[0]);
+    ::close(ready[1]);
+
+    EXPECT_NE(std::ranges::find(snapshot.names, "Krita"), snapshot.names.end());
+    const auto info = files::readInfo(root / "Song.band/take.kra");
+    ASSERT_TRUE(info);
+    EXPECT_TRUE(isOpenInEditor(snapshot, root / "Song.band/take.kra", &*info));
+    EXPECT_TRUE(isOpenInEditor(snapshot, root / "alias.kra", nullptr));
+    EXPECT_TRUE(isOpenInEditor(snapshot, root / "Song.band", nullptr));
+    EXPECT_FALSE(isOpenInEditor(snapshot, root / "Song.bandage", nullptr));
+    EXPECT_FALSE(isOpenInEditor(snapshot, root / "notes.txt", nullptr));
+    EXPECT_FALSE(ProcRunningEditors(root / "no-proc-here").snapshot().hasEditors());
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 // GVFS's mounts, with scripts standing in for gio; running editors found through /proc.
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -21,7 +20,6 @@
 #include <semaphore>
 #include <sstream>
 
-#include "LogCapture.hpp"
 #include "PrivateBus.hpp"
 #include "TestTree.hpp"
 #include "environment/Gates.hpp"
@@ -38,8 +36,6 @@ namespace quillstow {
 namespace {
 
 using namespace testing;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 constexpr ThermalState nominal = ThermalState::nominal;
 
 // What a Notify call asked the server to show.
@@ -370,7 +366,7 @@ TEST_F(DesktopServicesTest, EachTriggerFiresOnlyForItsSignalMeaningGo) {
 }
 
 // Asking GVFS to mount, with small scripts standing in for gio: what it is given, that it can't
-// prompt, that it is killed at its time limit, and that a missing gio is said in the log.
+// prompt, and that it is killed at its time limit.
 TEST(GioMounter, MountedOnlyWhenGioSaysSoWithNothingToPromptOnAndWithinItsTime) {
     TemporaryFolder root;
     // Each stands in for gio, with $here set to the test's folder.
@@ -387,7 +383,6 @@ if [ "$6" = "$$" ]; then echo own; else echo shared; fi > "$here/session")",
         {"kill -TERM $$", false},
         {"echo $$ > \"$here/pid\"\nexec sleep 600", false},  // still running at its time limit
     };
-    LogCapture log;
     const auto start = std::chrono::steady_clock::now();
     for (const auto& c : cases) {
         writeFile(root / "gio", "#!/bin/sh\nhere=\"$(dirname \"$0\")\"\n" + std::string(c.body));
@@ -401,13 +396,7 @@ if [ "$6" = "$$" ]; then echo own; else echo shared; fi > "$here/session")",
     EXPECT_EQ(readFile(root / "session"), "own\n") << "a session without a terminal";
     EXPECT_EQ(::kill(std::stoi(readFile(root / "pid")), 0), -1);
     EXPECT_EQ(errno, ESRCH) << "killed and reaped";
-    EXPECT_THAT(log.messages("BackupEngine"), ::testing::IsEmpty());
-
-    const GioMounter missing((root / "no-gio").native());
-    EXPECT_FALSE(missing.mount("smb://nas/photos/"));
-    EXPECT_FALSE(missing.mount("smb://nas/photos/"));
-    EXPECT_THAT(log.messages("BackupEngine"), ElementsAre(HasSubstr("libglib2.0-bin")))
-        << "said once";
+    EXPECT_FALSE(GioMounter((root / "no-gio").native()).mount("smb://nas/photos/"));
 }
 
 // A child process named as an editor, holding a file open: by its path, by another path to it

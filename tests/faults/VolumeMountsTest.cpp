@@ -41,9 +41,8 @@ BackupPair pairAt(const std::string& name, const fs::path& destination) {
     return pair;
 }
 
-// A drive whose mount point is left bare, heard by the monitor when it is plugged back and
-// reconnected at the next trigger by the machine's probe, beside a share that hangs in the
-// kernel.
+// A bare mount point, then a drive plugged in there: heard by the monitor and reconnected by the
+// machine's probe at the next trigger, beside a share that hangs in the kernel.
 TEST_F(VolumeMountsTest, ADriveBackIsHeardAndReconnectedAndAHungShareHoldsNeitherItNorTheQuit) {
     VolumeMonitor monitor(queue, roots);
     std::vector<std::string> heard;
@@ -105,7 +104,6 @@ TEST_F(VolumeMountsTest, ADriveBackIsHeardAndReconnectedAndAHungShareHoldsNeithe
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
     share->release();
     EXPECT_FALSE(queue.waitForPosted(0.2)) << "its late answer reaches no one";
-    EXPECT_EQ(reconnected.size(), 2u);
     share.reset();  // before the temporary folder goes, which must not look into the share
 }
 

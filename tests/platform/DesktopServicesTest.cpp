@@ -1,7 +1,6 @@
-// The desktop's services over D-Bus, on a dbus-daemon of the test's own: fake UPower, power
-// profiles, notification server and NetworkManager, and what our readings, notifications and
-// reconnect triggers make of them; sysfs where no bus answers, and the order of the idle sources.
-// GVFS's mounts, with scripts standing in for gio; running editors found through /proc.
+// Desktop services as the program reads them: fake UPower, power profiles, notification server
+// and NetworkManager on a dbus-daemon of the test's own; sysfs where no bus answers; the idle
+// sources; gio run as a child; and running editors found through /proc.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -42,7 +41,7 @@ constexpr ThermalState nominal = ThermalState::nominal;
 struct Shown {
     std::string application, icon, summary, body, sound, desktopEntry;
     std::uint32_t replaces = 0;
-    std::vector<std::string> actions;
+    std::string actions;  // joined by "|"
     bool operator==(const Shown&) const = default;
 };
 
@@ -83,11 +82,11 @@ class DesktopServicesTest : public ::testing::Test {
         const char *application, *icon, *summary, *body;
         std::uint32_t replaces = 0;
         sd_bus_message_read(call, "susss", &application, &replaces, &icon, &summary, &body);
-        Shown record{application, icon, summary, body, "", "", replaces, {}};
+        Shown record{application, icon, summary, body, "", "", replaces, ""};
         char** actions = nullptr;
         sd_bus_message_read_strv(call, &actions);
         for (char** action = actions; action && *action; ++action) {
-            record.actions.emplace_back(*action);
+            record.actions += (record.actions.empty() ? "" : "|") + std::string(*action);
             std::free(*action);
         }
         std::free(actions);
@@ -175,8 +174,6 @@ TEST_F(DesktopServicesTest, PowerReadingsComeFromUPowerAndTheProfilesServiceElse
          nominal, true},
         {"running hot", "PerformanceDegraded", "s:high-operating-temperature", "", "",
          "2940/10000 Battery Power", ThermalState::serious},
-        {"another degradation", "PerformanceDegraded", "s:lap-detected", "", "",
-         "2940/10000 Battery Power", nominal},
         {"a zone past its critical trip comes first", "PerformanceDegraded",
          "s:high-operating-temperature", "", "70000 105000", "2940/10000 Battery Power",
          ThermalState::critical},
@@ -188,12 +185,9 @@ TEST_F(DesktopServicesTest, PowerReadingsComeFromUPowerAndTheProfilesServiceElse
          "", "1/4 AC Power", nominal},
         {"only a capacity in percent", nullptr, nullptr,
          "BAT0 type=Battery status=Discharging capacity=30", "", "30/100 Battery Power", nominal},
-        {"a capacity that is no number", nullptr, nullptr,
-         "BAT0 type=Battery status=Discharging capacity=x", "", "?/? Battery Power", nominal},
         {"a mouse's battery and an absent one", nullptr, nullptr,
          "mouse type=Battery scope=Device capacity=5;BAT0 type=Battery present=0 capacity=3", "",
          "none", nominal},
-        {"past a passive trip only", nullptr, nullptr, "", "70000", "none", nominal},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -244,55 +238,49 @@ TEST_F(DesktopServicesTest, ANotificationIsShownAsOursAndTheSummaryReplacesTheOn
                         "message-new-instant",
                         "io.quillstow.Quillstow",
                         0,
-                        {"default", "Open Quillstow"}};
+                        "default|Open Quillstow"};
     ASSERT_EQ(shown(), std::vector<Shown>{problem});
     EXPECT_TRUE(notifications.hasShown(1));
-    EXPECT_FALSE(notifications.hasShown(2));
 
-    // The summary waits for its time; rescheduled, only the last is shown, in place of the last
-    // one shown.
-    const auto summary = [&](const std::string& body, std::chrono::hours in) {
+    // The summary waits for its time; one removed while pending is never shown; the next one
+    // takes the place of the one shown before.
+    const auto summary = [&](const std::string& body) {
         notifications.schedule({"quillstow-daily-summary", "Daily Backup Summary", body},
-                               wallClock.now() + in);
+                               wallClock.now() + std::chrono::hours(3));
     };
-    summary("1 backup completed.", std::chrono::hours(3));
+    summary("removed");
+    notifications.removePending("quillstow-daily-summary");
+    summary("1 backup completed.");
     queue.advance(3 * 3600 - 1);
     EXPECT_EQ(shown().size(), 1u);
     queue.advance(1);
-    ASSERT_EQ(shown().size(), 2u);
-    EXPECT_EQ(shown()[1].body, "1 backup completed.");
-    wallClock.set(wallClock.now() + std::chrono::hours(20));
-    summary("first", std::chrono::hours(4));
-    notifications.removePending("quillstow-daily-summary");
-    summary("2 backups completed.", std::chrono::hours(4));
-    queue.advance(5 * 3600);
+    summary("2 backups completed.");
+    queue.advance(3 * 3600);
     ASSERT_EQ(shown().size(), 3u);
+    EXPECT_EQ(shown()[1].body, "1 backup completed.");
     EXPECT_EQ(shown()[2].body, "2 backups completed.");
-    EXPECT_EQ(shown()[2].replaces, 2u) << "the server's id of the earlier summary";
+    EXPECT_EQ(shown()[2].replaces, 2u) << "the server's id of the summary shown before";
 }
 
 TEST(LinuxUserActivity, AsksTheSourcesInOrderKeepsAReadingForASecondAndTakesSilenceAsAway) {
     ManualClock clock;
-    std::vector<std::string> asked;
-    const auto source = [&](const char* name, std::optional<double> idle) {
-        return [&asked, name, idle] {
-            asked.push_back(name);
+    int asked = 0;
+    const auto source = [&](std::optional<double> idle) {
+        return [&asked, idle] {
+            ++asked;
             return idle;
         };
     };
-    LinuxUserActivity activity(
-        {source("idle monitor", std::nullopt), source("screensaver", 5.0), source("x11", 3600.0)},
-        clock);
+    LinuxUserActivity activity({source(std::nullopt), source(5.0), source(3600.0)}, clock);
     EXPECT_DOUBLE_EQ(activity.secondsSinceLastUserInput(), 5.0);
     clock.advance(0.5);
     EXPECT_DOUBLE_EQ(activity.secondsSinceLastUserInput(), 5.5);
-    EXPECT_EQ(asked, (std::vector<std::string>{"idle monitor", "screensaver"}));
+    EXPECT_EQ(asked, 2) << "the first answer wins, and is kept for a second";
     clock.advance(0.5);
     activity.secondsSinceLastUserInput();
-    EXPECT_EQ(asked.size(), 4u);
-
-    LinuxUserActivity silent({source("idle monitor", std::nullopt)}, clock);
-    EXPECT_GE(silent.secondsSinceLastUserInput(), userIdleThreshold);
+    EXPECT_EQ(asked, 4);
+    EXPECT_GE(LinuxUserActivity({source(std::nullopt)}, clock).secondsSinceLastUserInput(),
+              userIdleThreshold);
 }
 
 // Counts what a trigger fires on its own thread; waits in real time, bounded, for a count, as
@@ -354,14 +342,6 @@ TEST_F(DesktopServicesTest, EachTriggerFiresOnlyForItsSignalMeaningGo) {
     send(login, "org.freedesktop.login1.Manager", "PrepareForSleep", "b", 0);
     EXPECT_EQ(wake.count, 1) << "nothing after stop";
 
-    // A network already up when the trigger starts fires once at once.
-    set("State", "u:70");
-    Fires already;
-    networkTrigger = makeNetworkUpTrigger(address());
-    networkTrigger->start(already.counter());
-    EXPECT_TRUE(already.reach(1));
-    networkTrigger->stop();
-    EXPECT_EQ(already.count, 1);
     sd_bus_flush_close_unref(sender);
 }
 
@@ -383,14 +363,12 @@ if [ "$6" = "$$" ]; then echo own; else echo shared; fi > "$here/session")",
         {"kill -TERM $$", false},
         {"echo $$ > \"$here/pid\"\nexec sleep 600", false},  // still running at its time limit
     };
-    const auto start = std::chrono::steady_clock::now();
     for (const auto& c : cases) {
         writeFile(root / "gio", "#!/bin/sh\nhere=\"$(dirname \"$0\")\"\n" + std::string(c.body));
         ::chmod((root / "gio").c_str(), 0755);
         EXPECT_EQ(GioMounter((root / "gio").native(), 0.2).mount("smb://nas/photos/"), c.isMounted)
             << c.body;
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
     EXPECT_EQ(readFile(root / "arguments"), "mount\nsmb://nas/photos/\n");
     EXPECT_EQ(readFile(root / "input"), "end\n") << "standard input is empty";
     EXPECT_EQ(readFile(root / "session"), "own\n") << "a session without a terminal";

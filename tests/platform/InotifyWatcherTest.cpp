@@ -62,7 +62,6 @@ TEST_F(InotifyWatcherTest, ABurstIsOneCallHalfASecondAfterItsStartAndNothingCome
     writeFile(root / "source/g", "x");
     ASSERT_TRUE(batchArrives());
     watcher.stopWatching();
-    EXPECT_FALSE(watcher.isWatching());
     queue.advance(10);
     writeFile(root / "source/h", "x");
     EXPECT_TRUE(nothingArrives());
@@ -193,7 +192,6 @@ TEST(WatchedFolders, PathsFollowTheTableAsItChanges) {
         EXPECT_EQ(folders.pathOf(c.watch), c.path);
         EXPECT_EQ(folders.contains(c.watch), c.isHeld);
         EXPECT_EQ(folders.size(), c.size);
-        EXPECT_EQ(folders.watches().size(), c.size);
     }
 }
 

@@ -118,12 +118,9 @@ TEST_F(DriveFaultsTest, AReadOnlyDriveHasNothingWrittenOnItWhenItTurnsSoOrBefore
         pass(copier, source, mirror, [&](double fraction, const std::string&) {
             if (fraction >= 0.5 && fraction < 0.6) drive.remountReadOnly();
         });
-    EXPECT_EQ(result.copiedFiles, 0);
     ASSERT_EQ(result.errors.size(), 6u);
-    for (const auto& error : result.errors) {
-        EXPECT_EQ(error.operation, "copy");
+    for (const auto& error : result.errors)
         EXPECT_TRUE(errors::isPosix(error.underlying, EROFS)) << error.underlying.description;
-    }
     EXPECT_EQ(readFile(mirror / "f0"), "old");
     for (int i = 1; i < 6; ++i)
         EXPECT_FALSE(fs::exists(mirror / ("f" + std::to_string(i))));

@@ -1,22 +1,27 @@
-// Passes against drives that are full or read-only: real tmpfs mounts.
+// Passes and settings on real drives that fill up, turn read-only or are pulled in the middle:
+// small tmpfs mounts in the test's own mount namespace.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include <fstream>
+#include <sstream>
 
+#include "LogCapture.hpp"
 #include "PrivateMounts.hpp"
 #include "TestTree.hpp"
 #include "copy/FaultyFileSystem.hpp"
 #include "copy/FileCopier.hpp"
 #include "copy/FileTransfer.hpp"
 #include "environment/VolumeSpace.hpp"
+#include "model/ConfigStore.hpp"
+#include "model/FileUserDefaults.hpp"
+#include "support/VirtualMainQueue.hpp"
 
 namespace quillstow {
 namespace {
 
 using namespace testing;
-using Op = FaultyFileSystem::Operation;
 namespace fs = std::filesystem;
 
 class DriveFaultsTest : public ::testing::Test {
@@ -25,165 +30,257 @@ class DriveFaultsTest : public ::testing::Test {
 
     TemporaryFolder root;
     fs::path source = root / "source";
-    FaultyFileSystem fileSystem;
-    FileCopier copier{fileSystem};
-
-    std::vector<std::string> reservedNamesBelow(const fs::path& folder) {
-        std::vector<std::string> names;
-        for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-            if (transfer::isReservedName(entry.path().filename().native()))
-                names.push_back(entry.path());
-        }
-        return names;
-    }
 };
 
-TEST_F(DriveFaultsTest, AFileTooLargeForTheDriveFailsAloneAndKeepsTheOldCopyWhole) {
-    TmpfsMount drive(root / "drive", 256 * 1024);
-    const fs::path mirror = drive.path() / "Quillstow/Work";
-    const std::string oldCopy(40 * 1024, 'o');
-    writeFile(mirror / "video.mov", oldCopy, referenceDate());
-    writeFile(source / "video.mov", std::string(1024 * 1024, 'n'));
-    writeFile(source / "small.txt", "fits");
-
-    const BackupResult result = copier.scanAndCopy(
-        source, mirror, drive.path() / ".Quillstow-Trash", ExclusionFilter{}, nullptr);
-
-    ASSERT_EQ(result.errors.size(), 1u);
-    EXPECT_EQ(result.errors[0].operation, "copy");
-    EXPECT_EQ(result.errors[0].url, source / "video.mov");
-    EXPECT_TRUE(errors::isPosix(result.errors[0].underlying, ENOSPC))
-        << result.errors[0].underlying.description;
-    EXPECT_EQ(result.copiedRelativePaths, (std::vector<std::string>{"small.txt"}));
-    // At most one more attempt, after the copies waiting for their swap went in.
-    EXPECT_LE(fileSystem.calls(Op::copyItem), 3);
-    EXPECT_EQ(readFile(mirror / "video.mov"), oldCopy);
-    EXPECT_TRUE(reservedNamesBelow(mirror).empty());
+BackupResult pass(const FileCopier& copier, const fs::path& from, const fs::path& mirror,
+                  const FileCopier::ProgressCallback& onProgress = nullptr) {
+    return copier.scanAndCopy(from, mirror, mirror.parent_path() / ".Quillstow-Trash",
+                              filterForProfile(BackupProfile::standard), onProgress);
 }
 
-TEST_F(DriveFaultsTest, ANearlyFullDriveTakesUpdatesThatFitOneAtATime) {
-    TmpfsMount drive(root / "drive", 8 << 20);
-    const fs::path mirror = drive.path() / "Quillstow/Work";
-    for (int i = 0; i < 10; ++i)
-        writeFile(mirror / ("doc" + std::to_string(i)), std::string(600 * 1024, 'o'),
-                  referenceDate());
-    // Fill the drive until about 2.2 MB are left.
-    const std::int64_t filler = *volumes::availableCapacity(drive.path()) - 2'200'000;
-    writeFile(drive.path() / "filler", std::string(std::size_t(filler), 'f'));
-    for (int i = 0; i < 10; ++i)
-        writeFile(source / ("doc" + std::to_string(i)), std::string(600 * 1024, 'n'));
+TEST_F(DriveFaultsTest, AFullDriveFailsOnlyTheFileThatDoesntFitAndKeepsItsOldCopyWhole) {
+    struct Case {
+        const char* name;
+        std::uint64_t driveBytes;
+        std::int64_t firstBytes;  // of "a", copied first
+        int moreFiles;            // "b0", "b1"... after it
+        std::int64_t moreBytes;
+        std::int64_t oldCopyBytes;  // of each file, in the mirror before the pass; 0 for none
+        std::int64_t leftFree;      // once the old copies are in; 0 for what the drive has
+        bool firstFails;
+    };
+    const Case cases[] = {
+        {"a file larger than the drive", 256 << 10, 1 << 20, 1, 4, 40 << 10, 0, true},
+        {"updates that fit only one at a time", 8 << 20, 600 << 10, 9, 600 << 10, 500 << 10,
+         2'200'000, false},
+        // Its head takes the room that the files after it need once it is gone.
+        {"a streamed file larger than the drive", 48 << 20, 66 << 20, 20, 1 << 20, 0, 0, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TemporaryFolder root;
+        FaultyFileSystem fileSystem;
+        const FileCopier copier{fileSystem};
+        TmpfsMount drive(root / "drive", c.driveBytes);
+        const TmpfsMount sourceDrive(root / "source", 128 << 20);  // spares the disk the writes
+        const fs::path source = sourceDrive.path(), mirror = drive.path() / "Quillstow/Work";
+        makeFolder(mirror);
+        std::vector<std::pair<std::string, std::int64_t>> files{{"a", c.firstBytes}};
+        for (int i = 0; i < c.moreFiles; ++i)
+            files.emplace_back("b" + std::to_string(i), c.moreBytes);
+        for (const auto& [name, size] : files) {
+            if (c.oldCopyBytes > 0) {
+                writeFile(mirror / name, std::string(std::size_t(c.oldCopyBytes), 'o'),
+                          referenceDate());
+            }
+            writeFile(source / name, std::string(std::size_t(size), 'n'));
+        }
+        if (c.leftFree > 0) {
+            const std::int64_t filler = *volumes::availableCapacity(drive.path()) - c.leftFree;
+            writeFile(drive.path() / "filler", std::string(std::size_t(filler), 'f'));
+        }
 
-    const BackupResult result = copier.scanAndCopy(
-        source, mirror, drive.path() / ".Quillstow-Trash", ExclusionFilter{}, nullptr);
+        const BackupResult result = pass(copier, source, mirror);
 
-    EXPECT_TRUE(result.errors.empty()) << result.errors.front().underlying.description;
-    EXPECT_EQ(result.copiedFiles, 10);
-    for (int i = 0; i < 10; ++i)
-        EXPECT_EQ(readFile(mirror / ("doc" + std::to_string(i))), std::string(600 * 1024, 'n'));
-}
-
-TEST_F(DriveFaultsTest, APartialFileLeftByAFullDriveGoesAtOnce) {
-    TmpfsMount drive(root / "drive", 80 << 20);
-    const fs::path mirror = drive.path() / "Quillstow/Work";
-    // Streamed, and larger than the drive; the files after it fit once its head is gone.
-    writeFile(source / "a-large.mov", std::string(100 << 20, 'v'));
-    for (int i = 0; i < 20; ++i)
-        writeFile(source / ("b" + std::to_string(i) + ".txt"), std::string(1 << 20, 't'));
-
-    const BackupResult result = copier.scanAndCopy(
-        source, mirror, drive.path() / ".Quillstow-Trash", ExclusionFilter{}, nullptr);
-
-    ASSERT_EQ(result.errors.size(), 1u);
-    EXPECT_EQ(result.errors[0].url, source / "a-large.mov");
-    EXPECT_TRUE(errors::isPosix(result.errors[0].underlying, ENOSPC));
-    EXPECT_EQ(result.copiedFiles, 20);
-    EXPECT_TRUE(reservedNamesBelow(mirror).empty());
-}
-
-TEST_F(DriveFaultsTest, ASparseFileStaysSparseAndFitsADriveSmallerThanItsLength) {
-    TmpfsMount drive(root / "drive", 1 << 30);
-    const fs::path mirror = drive.path() / "Quillstow/Work";
-    makeFolder(source);
-    for (const std::int64_t length : {std::int64_t(3) << 30, std::int64_t(1) << 20}) {
-        const fs::path file = source / ("sparse-" + std::to_string(length));
-        writeFile(file, "");
-        std::filesystem::resize_file(file, std::uintmax_t(length));
-        std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
-        stream.seekp(length / 2);
-        stream << "eighteen bytes :-)";
-    }
-
-    const BackupResult result = copier.scanAndCopy(
-        source, mirror, drive.path() / ".Quillstow-Trash", ExclusionFilter{}, nullptr);
-
-    EXPECT_TRUE(result.errors.empty()) << result.errors.front().underlying.description;
-    for (const std::int64_t length : {std::int64_t(3) << 30, std::int64_t(1) << 20}) {
-        const fs::path copy = mirror / ("sparse-" + std::to_string(length));
-        struct stat status {};
-        ASSERT_EQ(::stat(copy.c_str(), &status), 0);
-        EXPECT_EQ(status.st_size, length);
-        EXPECT_LE(status.st_blocks * 512, 64 * 1024) << length;
-        std::ifstream stream(copy, std::ios::binary);
-        stream.seekg(length / 2);
-        std::string middle(18, '\0');
-        stream.read(middle.data(), 18);
-        EXPECT_EQ(middle, "eighteen bytes :-)");
+        ASSERT_EQ(result.errors.size(), c.firstFails ? 1u : 0u);
+        if (c.firstFails) {
+            EXPECT_EQ(result.errors[0].url, source / "a");
+            EXPECT_TRUE(errors::isPosix(result.errors[0].underlying, ENOSPC))
+                << result.errors[0].underlying.description;
+        }
+        EXPECT_EQ(result.copiedFiles, std::int64_t(files.size()) - (c.firstFails ? 1 : 0));
+        // At most one more attempt for a file that failed.
+        EXPECT_LE(fileSystem.calls(FaultyFileSystem::Operation::copyItem), int(files.size()) + 1);
+        for (const auto& [name, size] : files) {
+            const bool fails = c.firstFails && name == "a";
+            struct stat status {};
+            const bool isThere = ::stat((mirror / name).c_str(), &status) == 0;
+            EXPECT_EQ(isThere ? status.st_size : 0, fails ? c.oldCopyBytes : size) << name;
+        }
+        for (const auto& entry : fs::recursive_directory_iterator(mirror))
+            EXPECT_FALSE(transfer::isReservedName(entry.path().filename().native()))
+                << entry.path();
     }
 }
 
-TEST_F(DriveFaultsTest, AReadOnlyDriveIsRefusedBeforeAnythingIsWritten) {
-    TmpfsMount drive(root / "drive", 1024 * 1024);
-    const fs::path mirror = drive.path() / "Quillstow/Work";
-    makeFolder(mirror);
-    writeFile(source / "a.txt", "a");
-    drive.remountReadOnly();
-    try {
-        copier.scanAndCopy(source, mirror, drive.path() / ".Quillstow-Trash", ExclusionFilter{},
-                           nullptr);
-        ADD_FAILURE() << "the pass went on";
-    } catch (const FileOperationFailure& failure) {
-        EXPECT_EQ(failure.error().operation, "validateDestination");
-        EXPECT_EQ(failure.error().url, mirror);
-        EXPECT_EQ(failure.error().underlying,
-                  errors::quillstow(ErrorCode::destinationNotWritable,
-                                    "Destination folder is not writable — check "
-                                    "permissions or disk space."));
-    }
-    EXPECT_EQ(fileSystem.calls(Op::copyItem), 0);
-}
-
-TEST_F(DriveFaultsTest, ADriveThatTurnsReadOnlyMidPassFailsItemsNotThePass) {
-    TmpfsMount drive(root / "drive", 1024 * 1024);
+TEST_F(DriveFaultsTest, AReadOnlyDriveHasNothingWrittenOnItWhenItTurnsSoOrBeforeThePass) {
+    LocalFileSystem fileSystem;
+    const FileCopier copier{fileSystem};
+    TmpfsMount drive(root / "drive", 1 << 20);
     const fs::path mirror = drive.path() / "Quillstow/Work";
     writeFile(mirror / "f0", "old", referenceDate());
     for (int i = 0; i < 6; ++i)
         writeFile(source / ("f" + std::to_string(i)), "data");
+
+    // Turned read-only halfway: the copies made before wait for their swap, which the drive now
+    // refuses too. Each item fails on its own and the pass goes on.
     const BackupResult result =
-        copier.scanAndCopy(source, mirror, drive.path() / ".Quillstow-Trash", ExclusionFilter{},
-                           [&](double fraction, const std::string&) {
-                               if (fraction >= 0.5 && fraction < 0.6) drive.remountReadOnly();
-                           });
-    // Copies made before the change wait for their swap, which the drive now refuses too:
-    // every item fails on its own, in order, and no final name holds anything new.
-    EXPECT_EQ(result.copiedFiles, 0);
+        pass(copier, source, mirror, [&](double fraction, const std::string&) {
+            if (fraction >= 0.5 && fraction < 0.6) drive.remountReadOnly();
+        });
     ASSERT_EQ(result.errors.size(), 6u);
-    for (const auto& error : result.errors) {
-        EXPECT_EQ(error.operation, "copy");
+    for (const auto& error : result.errors)
         EXPECT_TRUE(errors::isPosix(error.underlying, EROFS)) << error.underlying.description;
-    }
     EXPECT_EQ(readFile(mirror / "f0"), "old");
     for (int i = 1; i < 6; ++i)
         EXPECT_FALSE(fs::exists(mirror / ("f" + std::to_string(i))));
+
+    // Read-only from the start: refused before anything is tried.
+    try {
+        pass(copier, source, mirror);
+        ADD_FAILURE() << "the pass went on";
+    } catch (const FileOperationFailure& failure) {
+        EXPECT_EQ(failure.error().operation, "validateDestination");
+        EXPECT_EQ(failure.error().underlying.code, int(ErrorCode::destinationNotWritable));
+    }
 }
 
-TEST_F(DriveFaultsTest, ACopyOfAReadOnlySourceDriveWorks) {
-    TmpfsMount sourceDrive(root / "source-drive", 1024 * 1024);
-    writeFile(sourceDrive.path() / "photos/a.jpg", "jpeg");
-    sourceDrive.remountReadOnly();
-    const BackupResult result = copier.scanAndCopy(
-        sourceDrive.path(), root / "mirror", root / ".Quillstow-Trash", ExclusionFilter{}, nullptr);
-    EXPECT_TRUE(result.errors.empty());
-    EXPECT_EQ(readFile(root / "mirror/photos/a.jpg"), "jpeg");
+// However the drive goes, the pass ends at once, nothing is read as deleted, and nothing is
+// written to the disk below the drive's mount point.
+TEST_F(DriveFaultsTest, APulledDriveEndsThePassAndNeverCostsTheMirrorAFile) {
+    struct Case {
+        const char* name;
+        bool isSource;     // the drive holds the source, else the mirror
+        bool isUpToDate;   // a pass before left nothing to copy
+        int pullAtReport;  // or at a copy, with the number negated
+        int code;          // of the error that ends the list
+    };
+    // 200 files in 7 folders: one report for each file.
+    const Case cases[] = {
+        {"the destination, while copying", false, false, 26, 1007},
+        {"the destination, with nothing to copy", false, true, 26, 1007},
+        {"the destination, after the last copy and before its swap", false, false, -200, 1007},
+        {"the source, with the last item after the last check", true, false, 200, 1006},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TemporaryFolder root;
+        FaultyFileSystem fileSystem;
+        const FileCopier copier{fileSystem};
+        auto drive = std::make_unique<TmpfsMount>(root / "drive", 8 << 20);
+        const TmpfsMount other(root / "other", 8 << 20);  // spares the disk the flushes
+        const fs::path source = c.isSource ? drive->path() / "Projects" : other.path() / "source";
+        const fs::path mirror =
+            c.isSource ? other.path() / "mirror" : drive->path() / "Quillstow/Work";
+        for (int i = 0; i < 200; ++i)
+            writeFile(source / ("d" + std::to_string(i % 7)) / std::to_string(i), "data");
+        if (c.isUpToDate) {
+            ASSERT_EQ(pass(copier, source, mirror).copiedFiles, 200);
+        }
+        writeFile(mirror / "orphan", "old");
+
+        int reports = 0, copies = 0, pulledAt = -1;
+        fileSystem.afterCopy = [&](const fs::path&, const fs::path&) {
+            if (++copies == -c.pullAtReport) drive->unmount();
+        };
+        const BackupResult result = pass(copier, source, mirror, [&](double, const std::string&) {
+            if (++reports != c.pullAtReport) return;
+            drive->unmount();
+            pulledAt = reports;
+        });
+
+        EXPECT_TRUE(result.abortedDueToVolumeLoss);
+        if (pulledAt > 0) {
+            EXPECT_LE(reports - pulledAt, 10);
+        }
+        ASSERT_FALSE(result.errors.empty());
+        EXPECT_EQ(result.errors.back().underlying.code, c.code);
+        EXPECT_EQ(result.archivedFiles, 0);
+        EXPECT_EQ(fs::exists(mirror / "orphan"), c.isSource);
+        EXPECT_TRUE(fs::is_empty(root / "drive")) << "the disk below holds nothing new";
+    }
+}
+
+TEST_F(DriveFaultsTest, AMirrorIsNeverMadeAtTheMountPointOfADriveThatIsNotThere) {
+    // A path where removable drives appear, held by the root file system: no drive is there.
+    const fs::path mountPoint = "/media/quillstow-test-" + std::to_string(::getpid());
+    makeFolder(mountPoint);
+    writeFile(source / "a.txt", "a");
+    LocalFileSystem fileSystem;
+    const FileCopier copier{fileSystem};
+    try {
+        pass(copier, source, mountPoint / "Quillstow/Work");
+        ADD_FAILURE() << "the pass went on";
+    } catch (const FileOperationFailure& failure) {
+        EXPECT_EQ(failure.error().underlying.code, 1007);
+    }
+    EXPECT_TRUE(fs::is_empty(mountPoint));
+    fs::remove(mountPoint);
+}
+
+BackupPair pairNamed(const std::string& name) {
+    BackupPair pair;
+    pair.id = Uuid::random();
+    pair.name = name;
+    pair.sourceURL = "/home/ana/" + name;
+    pair.destinationURL = "/media/ana/Drive";
+    return pair;
+}
+
+TEST_F(DriveFaultsTest, ASettingsWriteThatFailsKeepsTheOldFilesWholeAndTheNewStateInMemory) {
+    const struct {
+        const char* name;
+        bool isFull;
+        std::int64_t defaultOnDisk;
+        const char *failing, *reason;  // the files whose writes fail, and why
+    } cases[] = {
+        {"read-only", false, 1, "config.json backup-log.json defaults.json",
+         "Read-only file system"},
+        // Less room than config.json takes, even once the old backup is gone; the rest fits.
+        {"full", true, 2, "config.json", "No space left on device"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ManualClock clock;
+        VirtualMainQueue queue{clock};
+        InMemoryUserDefaults inMemory;
+        TmpfsMount settings(root / "settings", 1 << 20);
+        const auto file = [&](const char* name) { return readFile(settings.path() / name); };
+        ConfigStore store(settings.path(), queue, inMemory);
+        FileUserDefaults defaults(settings.path() / "defaults.json");
+        defaults.setInteger("Quillstow.tipCounter", 1);
+        store.addPair(pairNamed("First"));
+        store.flush();
+        for (int i = 0; i < 10; ++i)
+            store.addPair(pairNamed(std::string(5000, 'n')));
+        store.addEvent(BackupEvent{});
+        queue.advance(1.0);
+        store.flush();
+        const std::string backup = file("config.json.backup"), config = file("config.json");
+        const std::string eventLog = file("backup-log.json");
+
+        LogCapture log;
+        if (c.isFull) {
+            writeFile(settings.path() / "filler",
+                      std::string(fs::space(settings.path()).available - config.size() / 2, 'f'));
+        } else {
+            settings.remountReadOnly();
+        }
+        store.addPair(pairNamed("Last"));
+        store.addEvent(BackupEvent{});
+        queue.advance(1.0);
+        store.flush();
+        defaults.setInteger("Quillstow.tipCounter", 2);
+
+        EXPECT_EQ(store.pairs().size(), 12u);
+        EXPECT_EQ(store.events().size(), 2u);
+        EXPECT_EQ(defaults.integer("Quillstow.tipCounter"), 2);
+        EXPECT_TRUE(file("config.json.backup") == backup);
+        EXPECT_TRUE(file("config.json") == config);
+        EXPECT_EQ(file("backup-log.json") == eventLog, !c.isFull);
+        EXPECT_EQ(
+            FileUserDefaults(settings.path() / "defaults.json").integer("Quillstow.tipCounter"),
+            c.defaultOnDisk);
+        std::istringstream failing(c.failing);
+        std::vector<std::string> said, expected;
+        for (std::string name; failing >> name;)
+            expected.push_back("Failed to write " + name + ": " + c.reason);
+        for (const auto& record : log.records())
+            said.push_back(record.message);
+        EXPECT_EQ(said, expected);
+        for (const auto& entry : fs::directory_iterator(settings.path()))
+            EXPECT_FALSE(entry.path().filename().native().starts_with(".")) << entry.path();
+    }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Processes.hpp"
 #include "TestTree.hpp"
 #include "support/ManualClocks.hpp"
 #include "verify/IntegrityVerifier.hpp"
@@ -58,6 +59,20 @@ TEST(CheckSchedule, IsDueOnceADayAndNeverForAClockSetBack) {
 
 // One call after each pass: recorded, pruned, and checked when due, the database written once
 // and only when it holds something.
+TEST_F(IntegrityVerifierTest, DigestsAreTheOnesSha256sumGives) {
+    std::string large(9 << 20, '\0');  // more than two buffers
+    for (std::size_t i = 0; i < large.size(); ++i)
+        large[i] = char(i * 7919 % 251);
+    writeFile(root / "large", large);
+    writeFile(root / "empty", "");
+    for (const char* name : {"empty", "large"}) {
+        const auto expected = runProcess({"/usr/bin/sha256sum", (root / name).native()});
+        EXPECT_EQ(sha256OfFile(root / name), expected.output.substr(0, 64)) << name;
+    }
+    EXPECT_FALSE(sha256OfFile(root / "missing"));
+    EXPECT_FALSE(sha256OfFile(root.path())) << "a folder can't be read to its end";
+}
+
 TEST_F(IntegrityVerifierTest, AfterEveryPassTheDatabaseIsKeptAndTheSampleReadWhenDue) {
     EXPECT_TRUE(afterPass({"not-there"})) << "never checked: due";
     EXPECT_FALSE(fs::exists(backup / hashDatabaseName)) << "no digest, no write";

@@ -1,4 +1,5 @@
-// The activity gate's pauses and the power gate's verdicts, on readings a test sets.
+// The gates on readings a test sets: heat, power saving and a low battery off AC pause a pass;
+// the bandwidth mode, and under auto the user at the machine, slow it down.
 
 #include <gtest/gtest.h>
 
@@ -22,46 +23,76 @@ class FakeActivity final : public UserActivity {
     mutable int reads = 0;
 };
 
-// Each row: the mode and the user's idle time; whether the gate throttles, the pauses it takes
-// between files and then between chunks, and how often it read the idle time, afresh each call.
-TEST(ActivityGate, PausesByTheModeAndUnderAutoBelowTwoMinutesOfIdleOnly) {
+std::string battery(int percent) {
+    return "Battery at " + std::to_string(percent) + "% — will resume when plugged in.";
+}
+
+BatteryDescription charged(std::int64_t current, std::optional<std::int64_t> maximum,
+                           std::optional<std::string> source = "Battery Power") {
+    return {current, maximum, std::move(source)};
+}
+
+// Each row: the power readings, the bandwidth mode and the user's idle time; why the pass pauses
+// (nothing: it runs, as on every doubt), the pauses taken between files and between chunks (0:
+// none), and how often the idle time was read: afresh on each call.
+TEST(Gates, PauseForHeatThenPowerSavingThenALowBatteryAndSlowDownForTheUser) {
+    const std::string hot = "Your computer is running hot — will resume when it cools down.";
+    const std::string saver = "Power saver mode is on — will resume when disabled or plugged in.";
+    const std::optional<std::string> runs;
+    const std::optional<BatteryDescription> desktop;
+    using enum ThermalState;
+    using enum BandwidthMode;
     const struct {
         const char* name;
+        std::optional<BatteryDescription> battery;
+        bool lowPower;
+        ThermalState heat;
         BandwidthMode mode;
         double idle;
-        bool throttles;
-        std::vector<double> slept;
+        std::optional<std::string> reason;
+        double filePause, chunkPause;
         int reads;
     } rows[] = {
-        {"full never reads nor pauses", BandwidthMode::full, 0, false, {}, 0},
-        {"quiet pauses with the user long gone",
-         BandwidthMode::quiet,
-         36000,
-         true,
-         {0.030, 0.002},
+        {"under 30%, full mode", charged(29, 100), false, nominal, full, 0, battery(29), 0, 0, 0},
+        {"29.9% reads 29, quiet", charged(299, 1000), false, nominal, quiet, 1e5, battery(29),
+         0.030, 0.002, 0},
+        {"on AC, the user there", charged(29, 100, "AC Power"), false, nominal, automatic, 119.9,
+         runs, 0.010, 0.002, 3},
+        {"exactly 30%, the user away", charged(30, 100), false, nominal, automatic, 120, runs, 0, 0,
+         3},
+        {"serious heat before all", charged(10, 100), true, serious, full, 0, hot, 0, 0, 0},
+        {"critical heat", desktop, false, critical, full, 0, hot, 0, 0, 0},
+        {"fair heat is none", charged(10, 100), true, fair, full, 0, saver, 0, 0, 0},
+        {"power saving on AC", charged(100, 100, "AC Power"), true, nominal, full, 0, saver, 0, 0,
          0},
-        {"auto, the user just there", BandwidthMode::automatic, 119.9, true, {0.010, 0.002}, 3},
-        {"auto, two minutes away", BandwidthMode::automatic, 120.0, false, {}, 3},
+        {"a desktop", desktop, false, nominal, full, 0, runs, 0, 0, 0},
+        {"a zero maximum", charged(5, 0), false, nominal, full, 0, runs, 0, 0, 0},
+        {"no maximum", charged(5, std::nullopt), false, nominal, full, 0, runs, 0, 0, 0},
+        {"no source reads as AC", charged(5, 100, std::nullopt), false, nominal, full, 0, runs, 0,
+         0, 0},
+        {"only those words mean AC", charged(5, 100, "Charging"), false, nominal, full, 0,
+         battery(5), 0, 0, 0},
     };
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        FakePower power;
+        power.setBattery(row.battery);
+        power.setLowPower(row.lowPower);
+        power.setHeat(row.heat);
+        EXPECT_EQ(powerPauseReason(power), row.reason);
+
         FakeActivity activity;
         RecordingSleeper sleeper;
         ActivityGate gate{activity, sleeper};
         gate.setBandwidthMode(row.mode);
         activity.idle = row.idle;
-        EXPECT_EQ(gate.isThrottling(), row.throttles) << row.name;
+        EXPECT_EQ(gate.isThrottling(), row.filePause > 0);
         gate.pauseBetweenFiles({});
         gate.pauseBetweenChunks();
-        EXPECT_EQ(sleeper.slept, row.slept) << row.name;
-        EXPECT_EQ(activity.reads, row.reads) << row.name;
+        const std::vector<double> expected{row.filePause, row.chunkPause};
+        EXPECT_EQ(sleeper.slept, row.filePause > 0 ? expected : std::vector<double>{});
+        EXPECT_EQ(activity.reads, row.reads);
     }
-}
-
-TEST(BandwidthMode, IsEachGatesOwnAndStartsAtAuto) {
-    ActivityGate first;
-    const ActivityGate second;
-    first.setBandwidthMode(BandwidthMode::quiet);
-    EXPECT_EQ(second.bandwidthMode(), BandwidthMode::automatic);
 }
 
 TEST(Sleeper, AStopRequestCutsThePauseShort) {
@@ -70,51 +101,6 @@ TEST(Sleeper, AStopRequestCutsThePauseShort) {
     const auto before = std::chrono::steady_clock::now();
     Sleeper().sleep(3600, stop.get_token());
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5));
-}
-
-// Each row: the readings, and why the pass pauses (nothing: it runs). Every doubt runs.
-TEST(PowerGate, PausesForHeatThenPowerSavingThenALowBatteryOffAC) {
-    const std::string hot = "Your computer is running hot — will resume when it cools down.";
-    const std::string saver = "Power saver mode is on — will resume when disabled or plugged in.";
-    const struct {
-        const char* name;
-        std::optional<BatteryDescription> battery;
-        bool lowPower;
-        ThermalState heat;
-        std::optional<std::string> reason;
-    } rows[] = {
-        {"a battery under thirty percent", BatteryDescription{29, 100, "Battery Power"}, false,
-         ThermalState::nominal, "Battery at 29% — will resume when plugged in."},
-        {"29.9 percent reads 29", BatteryDescription{299, 1000, "Battery Power"}, false,
-         ThermalState::nominal, "Battery at 29% — will resume when plugged in."},
-        {"the same battery on AC", BatteryDescription{29, 100, "AC Power"}, false,
-         ThermalState::nominal, std::nullopt},
-        {"exactly thirty percent", BatteryDescription{30, 100, "Battery Power"}, false,
-         ThermalState::nominal, std::nullopt},
-        {"serious heat before all", BatteryDescription{10, 100, "Battery Power"}, true,
-         ThermalState::serious, hot},
-        {"critical heat", std::nullopt, false, ThermalState::critical, hot},
-        {"fair heat is none; power saving next", BatteryDescription{10, 100, "Battery Power"}, true,
-         ThermalState::fair, saver},
-        {"power saving on AC too", BatteryDescription{100, 100, "AC Power"}, true,
-         ThermalState::nominal, saver},
-        {"a desktop has no battery", std::nullopt, false, ThermalState::nominal, std::nullopt},
-        {"a zero maximum", BatteryDescription{5, 0, "Battery Power"}, false, ThermalState::nominal,
-         std::nullopt},
-        {"no maximum", BatteryDescription{5, std::nullopt, "Battery Power"}, false,
-         ThermalState::nominal, std::nullopt},
-        {"no power source reads as AC", BatteryDescription{5, 100, std::nullopt}, false,
-         ThermalState::nominal, std::nullopt},
-        {"only the exact words mean AC", BatteryDescription{5, 100, "Charging"}, false,
-         ThermalState::nominal, "Battery at 5% — will resume when plugged in."},
-    };
-    for (const auto& row : rows) {
-        FakePower power;
-        power.setBattery(row.battery);
-        power.setLowPower(row.lowPower);
-        power.setHeat(row.heat);
-        EXPECT_EQ(powerPauseReason(power), row.reason) << row.name;
-    }
 }
 
 }  // namespace

@@ -1,0 +1,292 @@
+// Where a destination lives: the mount that holds a path in the kernel's table, drives that are
+// not there, the volumes a user would pick, the shares GVFS can bring back, and the folders a
+// cloud client keeps in sync.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <mutex>
+
+#include "TestTree.hpp"
+#include "environment/CloudSyncDetector.hpp"
+#include "environment/DestinationProbe.hpp"
+#include "environment/MountTable.hpp"
+#include "environment/VolumeMonitor.hpp"
+#include "environment/Volumes.hpp"
+
+namespace quillstow {
+namespace {
+
+using namespace testing;
+using MountTable::Mount;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::Field;
+using ::testing::Pair;
+namespace fs = std::filesystem;
+
+Mount local(std::string point, std::string source = "/dev/sdb1", std::string type = "ext4") {
+    return {std::move(point), std::move(source), false, std::move(type)};
+}
+
+Mount network(std::string point, std::string source) {
+    return {std::move(point), std::move(source), true, "cifs"};
+}
+
+TEST(MountTable, TakesTheLongestMountPointThatHoldsAPathByItsExactBytes) {
+    const std::vector<Mount> mounts{local("/", "/dev/vda"), local("/media/u/Photos"),
+                                    local("/media/u/Photos 2", "/dev/sdc1"),
+                                    local("/media/u/backup", "/dev/sdd1")};
+    const std::pair<const char*, const char*> cases[] = {
+        {"/media/u/Photos 2/a", "/media/u/Photos 2"},
+        {"/media/u/Photos/a", "/media/u/Photos"},
+        {"/media/u/Photos", "/media/u/Photos"},
+        {"/media/u/Photos2", "/"},   // no slash after the name
+        {"/media/u/PHOTOS/a", "/"},  // case counts: another folder of the disk above
+        {"/media/u/Backup", "/"},
+        {"/media/u/backup/x", "/media/u/backup"},
+    };
+    for (const auto& [path, mountPoint] : cases)
+        EXPECT_EQ(MountTable::mount(path, mounts)->mountPoint, mountPoint) << path;
+    EXPECT_FALSE(MountTable::mount("/home/u", {local("/media/u/Photos")}));
+
+    TemporaryFolder root;
+    writeFile(root / "mountinfo",
+              "22 1 254:0 / / rw,relatime - ext4 /dev/vda rw\n"
+              "40 22 8:17 / /media/u/Photos\\0402 rw,nosuid - exfat /dev/sdb1 rw\n"
+              "41 22 0:50 / /media/u/Share rw - cifs //nas/share rw,vers=3.0\n"
+              "42 22 0:51 / /home/u/remote rw - fuse.sshfs u@host:/srv rw\n"
+              "43 22 0:52 / /mnt/nfs rw - nfs4 host:/export rw\n");
+    const auto read = MountTable::snapshot(root / "mountinfo");
+    std::vector<std::pair<std::string, bool>> points;
+    for (const auto& mount : read)
+        points.emplace_back(mount.mountPoint, mount.isNetwork);
+    EXPECT_THAT(points, ElementsAre(Pair("/", false), Pair("/media/u/Photos 2", false),
+                                    Pair("/media/u/Share", true), Pair("/home/u/remote", true),
+                                    Pair("/mnt/nfs", true)));
+    EXPECT_TRUE(MountTable::snapshot(root / "missing").empty());
+}
+
+TEST(MissingDrive, IsAPathBelowARemovableRootHeldByAMountAboveIt) {
+    const struct {
+        const char* path;
+        Mount holder;
+        bool isMissing;
+    } cases[] = {
+        {"/media/u/Drive/Backups", local("/", "/dev/vda"), true},
+        {"/run/media/u/Drive", local("/run", "tmpfs", "tmpfs"), true},
+        {"/Volumes/Photos/a", local("/", "/dev/vda"), true},
+        {"/MEDIA/u/Drive", local("/", "/dev/vda"), false},  // case counts
+        {"/media/u/Drive/Backups", local("/media/u/Drive"), false},
+        {"/mnt/backup", local("/mnt"), false},  // a drive at the root itself
+        {"/home/u/Backups", local("/", "/dev/vda"), false},
+        {"/mediafiles/x", local("/", "/dev/vda"), false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(isMissingDrive(c.path, c.holder), c.isMissing) << c.path;
+}
+
+// Reachable exactly when present: the mount judged by the path as written, the folder by what
+// it leads to.
+TEST(DestinationState, JudgesByTheMountFirstAndThenByTheFolderAfterLinks) {
+    TemporaryFolder root;
+    makeFolder(root / "home/Backups");
+    makeLink(root / "home/Link", root / "home/Backups");
+    makeLink(root / "home/IntoDrive", root / "media/Drive/Backups");
+    writeFile(root / "home/File", "not a folder");
+    makeFolder(root / "media/Drive/Backups");  // a stale folder where a drive was
+    const Volumes volumes({(root / "media").native() + "/"});
+    const std::vector<Mount> onlyRoot{local("/", "/dev/vda")};
+    const std::vector<Mount> withDrive{local("/", "/dev/vda"),
+                                       local((root / "media/Drive").native())};
+    using enum DestinationState;
+    const struct {
+        const char* name;
+        fs::path path;
+        std::vector<Mount> mounts;
+        DestinationState expected;
+    } cases[] = {
+        {"a folder", root / "home/Backups", onlyRoot, present},
+        {"a link to a folder", root / "home/Link", onlyRoot, present},
+        {"a link into a missing drive", root / "home/IntoDrive", onlyRoot, present},
+        {"a file", root / "home/File", onlyRoot, folderMissing},
+        {"nothing", root / "home/Gone", onlyRoot, folderMissing},
+        {"a stale folder of a drive not there", root / "media/Drive/Backups", onlyRoot, notMounted},
+        {"an empty table", root / "home/Backups", {}, notMounted},
+        {"the drive mounted", root / "media/Drive/Backups", withDrive, present},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(volumes.destinationState(c.path, c.mounts), c.expected) << c.name;
+        // The real table holds these paths by the root or /tmp, as `onlyRoot` does.
+        if (c.mounts == onlyRoot) {
+            EXPECT_EQ(volumes.isDestinationReachable(c.path), c.expected == present) << c.name;
+        }
+    }
+}
+
+TEST(UserVolumes, AreSharesAndDisksOutsideTheSystemsFoldersInTheOrderAFileManagerShows) {
+    const std::pair<Mount, bool> cases[] = {
+        {local("/", "/dev/vda"), false},
+        {network("/home/u/nas", "//nas/share"), true},
+        {local("/media/u/Photos", "/dev/sdb1", "exfat"), true},
+        {local("/run/media/u/Photos", "/dev/sdb1", "exfat"), true},
+        {local("/mnt/data", "/dev/sdc1"), true},
+        {local("/media/u/Scratch", "tmpfs", "tmpfs"), false},
+        {local("/boot/efi", "/dev/sda1", "vfat"), false},
+        {local("/run/user/1000/doc", "/dev/fuse", "fuse.portal"), false},
+        {local("/snap/core/1", "/dev/loop3", "squashfs"), false},
+    };
+    for (const auto& [mount, isUsers] : cases)
+        EXPECT_EQ(isUserVolume(mount), isUsers) << mount.mountPoint;
+
+    const auto volumes = listVolumes(
+        {local("/", "/dev/vda"), network("/media/u/Disk 10", "//nas/ten"),
+         network("/media/u/disk 3", "//nas/three"), network("/media/u/Disk 2", "//nas/two")});
+    std::vector<std::string> names;
+    for (const auto& volume : volumes)
+        names.push_back(volume.name);
+    EXPECT_THAT(names, ElementsAre("Disk 2", "disk 3", "Disk 10")) << "digits by value, any case";
+    EXPECT_FALSE(volumes[0].isExternal) << "a share says nothing of being internal";
+
+    const auto rootDisk = MountTable::mount("/", MountTable::snapshot());
+    if (!rootDisk || !rootDisk->source.starts_with("/dev/")) return;
+    const VolumeInfo volume = describeVolume(*rootDisk);
+    EXPECT_GE(volume.totalSpace, volume.freeSpace);
+    EXPECT_GT(volume.freeSpace, 0);
+}
+
+TEST(GvfsMountUri, NamesTheShareOfEachKindThatGvfsMounts) {
+    const std::string gvfs = "/run/user/1000/gvfs/";
+    const std::optional<std::string> none;
+    const std::pair<std::string, std::optional<std::string>> cases[] = {
+        {gvfs + "smb-share:server=nas,share=photos/Backups/2024", "smb://nas/photos/"},
+        {gvfs + "smb-share:domain=WORK,port=4450,server=nas,share=My%20Photos,user=ana",
+         "smb://WORK;ana@nas:4450/My%20Photos/"},
+        {gvfs + "smb-share:server=nas,share=Fotos-ä", "smb://nas/Fotos-%C3%A4/"},
+        {gvfs + "sftp:host=example.org,port=2222,user=bob/home/bob",
+         "sftp://bob@example.org:2222/"},
+        {gvfs + "sftp:host=h,user=ana%40corp", "sftp://ana%40corp@h/"},
+        {gvfs + "sftp:host=fe80%3A%3A1", "sftp://[fe80::1]/"},
+        {gvfs + "ftps:host=files.example.org,user=ana", "ftps://ana@files.example.org/"},
+        {gvfs + "dav:host=cloud,ssl=true,user=me,prefix=%2Fremote.php%2Fwebdav/Photos",
+         "davs://me@cloud/remote.php/webdav/"},
+        {gvfs + "dav:host=box,port=8080,ssl=false", "dav://box:8080/"},
+        {gvfs + "afp-volume:host=LCARS.local,user=jie%20mei,volume=video/Shows",
+         "afp://jie%20mei@LCARS.local/video/"},
+        {gvfs + "nfs:host=nas,prefix=%2Fexport", "nfs://nas/export/"},
+        {"/run/user/1000/gvfs/x/../sftp:host=h/./a", "sftp://h/"},
+        {gvfs + "mtp:host=Phone/DCIM", none},  // a phone is no share
+        {gvfs + "smb-server:server=nas", none},
+        {gvfs + "smb-share:server=nas", none},
+        {gvfs + "dav:ssl=true", none},
+        {gvfs + "sftp:host=h%2", none},
+        {gvfs + "sftp:host", none},
+        {"/run/user/1000/gvfs", none},
+        {"/run/user/ana/gvfs/sftp:host=h", none},
+        {"/media/ana/gvfs/smb-share:server=a,share=b", none},
+    };
+    for (const auto& [path, uri] : cases)
+        EXPECT_EQ(gvfsMountUri(path), uri) << path;
+}
+
+// Mounts nothing, and remembers what it was asked to mount.
+class RecordingMounter final : public GvfsMounter {
+  public:
+    bool mount(const std::string& uri) const override {
+        std::lock_guard lock(mutex_);
+        asked.push_back(uri);
+        return true;
+    }
+    mutable std::mutex mutex_;
+    mutable std::vector<std::string> asked;
+};
+
+// The probe opens the destination itself, as an automount point needs, and asks GVFS only for
+// its own locations.
+TEST(SystemDestinationProbe, OpensTheDestinationAndAsksGvfsOnlyForItsOwnLocations) {
+    TemporaryFolder root;
+    makeFolder(root / "Back");
+    const fs::path missingDrive = root / "media/Share/Backups";
+    makeFolder(missingDrive);
+    const auto mounter = std::make_shared<RecordingMounter>();
+    // A folder below media/ stands where a drive is not: the mount that holds it is above.
+    const SystemDestinationProbe probe{{(root / "media").native() + "/"}, mounter};
+    const int events = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    const int watch = ::inotify_add_watch(events, missingDrive.c_str(), IN_OPEN);
+    ASSERT_GE(watch, 0);
+
+    EXPECT_TRUE(probe.isBack(root / "Back"));
+    EXPECT_FALSE(probe.isBack(missingDrive));
+    EXPECT_FALSE(probe.isBack("/run/user/4242/gvfs/smb-share:server=nas,share=photos/Backups"));
+    EXPECT_THAT(mounter->asked, ElementsAre("smb://nas/photos/"));
+
+    // An event without a name is the folder itself opened; a stat, or opening its parent only,
+    // makes none.
+    alignas(inotify_event) char buffer[4096];
+    const ssize_t length = ::read(events, buffer, sizeof buffer);
+    ::close(events);
+    ASSERT_GT(length, 0) << "the destination was not opened";
+    const auto* event = reinterpret_cast<const inotify_event*>(buffer);
+    EXPECT_EQ(event->len, 0u);
+    EXPECT_TRUE(event->mask & IN_OPEN);
+}
+
+TEST(CloudSyncDetector, KnowsProvidersByTheirFoldersBelowHomeAfterLinks) {
+    using enum CloudSyncDetector::Provider;
+    TemporaryFolder root;
+    const fs::path home = root / "home/ana";
+    const std::optional<CloudSyncDetector::Provider> none;
+    const std::pair<const char*, std::optional<CloudSyncDetector::Provider>> cases[] = {
+        {"Library/Mobile Documents/com~apple~CloudDocs/Backups", iCloud},
+        {"Library/Mobile Documents/iCloud~com~example/Documents", iCloud},
+        {"Library/CloudStorage/OneDrive-Personal/x", oneDrive},
+        {"Library/CloudStorage/GoogleDrive-someone/My Drive", googleDrive},
+        {"Library/CloudStorage/ownCloud/x", nextcloud},
+        {"Library/CloudStorage/SomethingElse/x", dropbox},  // the last resort
+        {"Dropbox/x", dropbox},
+        {"Dropbox2", none},
+        {"Box Sync/a", box},
+        {"Sync/a", sync},
+        {"Documents/Dropbox", none},
+    };
+    for (const auto& [relative, provider] : cases)
+        EXPECT_EQ(CloudSyncDetector::provider(home / relative, home), provider) << relative;
+    EXPECT_FALSE(CloudSyncDetector::provider("/media/ana/Drive/Dropbox", home));
+
+    makeFolder(home / "Dropbox/Work");
+    makeLink(root / "shortcut", home / "Dropbox/Work");
+    EXPECT_EQ(CloudSyncDetector::provider(root / "shortcut/Backups", home), dropbox);
+    makeLink(root / "home-link", home);
+    EXPECT_EQ(CloudSyncDetector::provider(home / "OneDrive/x", root / "home-link"), oneDrive);
+}
+
+TEST(CloudSyncDetector, ListsTheProvidersFoundEachOnceLibraryFoldersFirst) {
+    using enum CloudSyncDetector::Provider;
+    TemporaryFolder root;
+    const fs::path home = root / "home/ana";
+    makeFolder(home / "Library/Mobile Documents/com~apple~CloudDocs");
+    makeFolder(home / "Library/CloudStorage/OneDrive-Personal");
+    makeFolder(home / "Library/CloudStorage/Dropbox");
+    makeFolder(home / "Library/CloudStorage/.hidden-dropbox");
+    // The legacy folder links to the CloudStorage one: listed once, under the latter.
+    makeLink(home / "Dropbox", home / "Library/CloudStorage/Dropbox");
+    makeFolder(home / "Nextcloud");
+    makeFolder(home / "MEGA");
+    writeFile(home / "Tresorit", "a file, not a folder");
+
+    using Found = CloudSyncDetector::AvailableProvider;
+    const auto found = CloudSyncDetector::availableProviders(home);
+    ASSERT_EQ(found.size(), 5u);
+    EXPECT_EQ(found[0].provider, iCloud);
+    EXPECT_THAT(found, Contains(Found{dropbox, home / "Library/CloudStorage/Dropbox"}));
+    EXPECT_THAT(found, Contains(Field(&Found::provider, oneDrive)));
+    // Home folders come last, in the table's order.
+    EXPECT_EQ(found[3], (Found{mega, home / "MEGA"}));
+    EXPECT_EQ(found[4], (Found{nextcloud, home / "Nextcloud"}));
+    EXPECT_TRUE(CloudSyncDetector::availableProviders(root / "nobody").empty());
+}
+
+}  // namespace
+}  // namespace quillstow

@@ -20,27 +20,16 @@ using ::testing::HasSubstr;
 
 enum class Record { settings, pair, file };
 
-const Value minimalSettings{{"backupInterval", "1hr"},
-                            {"notificationLevel", "errorsOnly"},
-                            {"launchAtLogin", true},
-                            {"hasCompletedOnboarding", false}};
-const Value minimalPair{{"id", "E621E1F8-C36C-495A-93FC-0C247A3E6E5F"},
-                        {"name", "Projects"},
-                        {"sourceURL", "file:///home/ana/Projects/"},
-                        {"destinationURL", "file:///media/ana/Drive/"},
-                        {"isEnabled", true},
-                        {"createdAt", "2026-03-01T09:30:00Z"}};
+const Value minimalSettings = json::read(R"({"backupInterval": "1hr",
+    "notificationLevel": "errorsOnly", "launchAtLogin": true, "hasCompletedOnboarding": false})");
+const Value minimalPair = json::read(R"({"id": "E621E1F8-C36C-495A-93FC-0C247A3E6E5F",
+    "name": "Projects", "sourceURL": "file:///home/ana/Projects/", "isEnabled": true,
+    "destinationURL": "file:///media/ana/Drive/", "createdAt": "2026-03-01T09:30:00Z"})");
+const Value goodRecords[] = {
+    minimalSettings, minimalPair, {{"pairs", {minimalPair}}, {"appConfig", minimalSettings}}};
 
 Value good(Record record) {
-    switch (record) {
-        case Record::settings:
-            return minimalSettings;
-        case Record::pair:
-            return minimalPair;
-        case Record::file:
-            return {{"pairs", {minimalPair}}, {"appConfig", minimalSettings}};
-    }
-    return {};
+    return goodRecords[int(record)];
 }
 
 // One value of a record set, or its key removed for null.

@@ -35,12 +35,9 @@ BackupPair pairNamed(const std::string& name) {
     return pair;
 }
 
-BackupEvent eventNumber(int number) {
+BackupEvent eventOf(int files) {
     BackupEvent event;
-    event.id = Uuid::random();
-    event.pairId = Uuid::random();
-    event.timestamp = sys_days{2026y / March / 1} + seconds(number);
-    event.filesAffected = number;
+    event.filesAffected = files;
     return event;
 }
 
@@ -130,7 +127,7 @@ TEST_F(ConfigStoreTest, DamagedFilesAreRecoveredOrReplacedAndNeverCostTheBackup)
         EXPECT_EQ(store->pairs(), std::vector<BackupPair>{rescued});
         EXPECT_TRUE(store->events().empty());
         store->addPair(later);
-        store->addEvent(eventNumber(1));
+        store->addEvent(eventOf(1));
         store->save();
         EXPECT_EQ(pairsOnDisk("config.json.backup"), std::vector<BackupPair>{rescued});
         if (!fs::is_directory(folder / "config.json")) {
@@ -177,7 +174,7 @@ TEST_F(ConfigStoreTest, ABurstOfEventsIsWrittenOnceHalfASecondAfterTheLast) {
         atomicfile::write(file, bytes);
     });
     for (int i = 0; i < 10; ++i) {
-        store->addEvent(eventNumber(i));
+        store->addEvent(eventOf(i));
         queue.advance(0.05);
     }
     queue.advance(0.449);
@@ -206,7 +203,7 @@ TEST_F(ConfigStoreTest, TheMainThreadNeverWaitsForTheDiskAndTheEndWaitsForTheLas
     store->addPair(pairNamed("Film"));
     ASSERT_EQ(writing.get_future().wait_for(10s), std::future_status::ready);
     store->addPair(pairNamed("Photos"));
-    store->addEvent(eventNumber(1));
+    store->addEvent(eventOf(1));
     store->save();
     EXPECT_FALSE(fs::exists(folder / "config.json")) << "nothing has reached the disk yet";
     release.set_value();

@@ -1,5 +1,6 @@
-// Where a destination lives: the mount that holds a path in the kernel's table, drives that are
-// not there, the shares GVFS can bring back, and the folders a cloud client keeps in sync.
+// Destinations: the mount that holds a path in the kernel's table, drives that are not there,
+// the shares GVFS can bring back, the reconnector that brings them back on a trigger, the
+// folders a cloud client keeps in sync, and a destination nested twice by an older layout.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,8 +12,12 @@
 #include "TestTree.hpp"
 #include "environment/CloudSyncDetector.hpp"
 #include "environment/DestinationProbe.hpp"
+#include "environment/FakeTrigger.hpp"
 #include "environment/MountTable.hpp"
+#include "environment/NestingMigration.hpp"
+#include "environment/VolumeReconnector.hpp"
 #include "environment/Volumes.hpp"
+#include "support/VirtualMainQueue.hpp"
 
 namespace quillstow {
 namespace {
@@ -23,6 +28,7 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Pair;
 namespace fs = std::filesystem;
+using Files = std::map<std::string, std::string>;
 
 Mount local(std::string point, std::string source = "/dev/sdb1", std::string type = "ext4") {
     return {std::move(point), std::move(source), false, std::move(type)};
@@ -200,6 +206,144 @@ TEST(CloudSyncDetector, KnowsProvidersByTheirFoldersBelowHomeAfterLinks) {
     EXPECT_EQ(CloudSyncDetector::provider(root / "shortcut/Backups", home), dropbox);
     makeLink(root / "home-link", home);
     EXPECT_EQ(CloudSyncDetector::provider(home / "OneDrive/x", root / "home-link"), oneDrive);
+}
+
+BackupPair pairAt(const std::string& name, const fs::path& destination) {
+    BackupPair pair;
+    pair.id = Uuid::random();
+    pair.name = name;
+    pair.destinationURL = destination;
+    return pair;
+}
+
+TEST(CandidatesForAttempt, LeavesOutBusyPairsAndThoseBroughtBackLately) {
+    const BackupPair a = pairAt("A", "/a"), b = pairAt("B", "/b");
+    const struct {
+        const char* name;
+        std::set<Uuid> busy;
+        std::map<Uuid, double> handled;
+        std::vector<std::string> expected;
+    } cases[] = {
+        {"both free", {}, {}, {"A", "B"}},
+        {"one busy", {a.id}, {}, {"B"}},
+        {"handled 4.9 s ago", {}, {{b.id, 5.1}}, {"A"}},
+        {"handled exactly 5 s ago", {}, {{b.id, 5.0}}, {"A", "B"}},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> names;
+        for (const auto& pair : candidatesForAttempt({a, b}, c.busy, c.handled, 10.0, 5.0))
+            names.push_back(pair.name);
+        EXPECT_EQ(names, c.expected) << c.name;
+    }
+}
+
+TEST(VolumeReconnector, TriggersWithinTheDelayMakeOneAttemptAndAStopEndsThem) {
+    TemporaryFolder root;
+    makeFolder(root / "Back");
+    ManualClock clock;
+    VirtualMainQueue queue{clock};
+    FakeTrigger wake, screens, network;
+    int asked = 0;
+    std::vector<std::string> reconnected;
+    VolumeReconnector reconnector(
+        queue, clock,
+        // Nothing of the temporary folder is a drive that is not there.
+        std::make_shared<SystemDestinationProbe>(std::vector<std::string>{"/nowhere/"},
+                                                 std::make_shared<GvfsMounter>()),
+        ReconnectTriggers{&wake, &screens, &network},
+        VolumeReconnector::Owner{
+            [&] {
+                ++asked;
+                return std::vector{pairAt("Work", root / "Back")};
+            },
+            [&](const BackupPair& pair) { reconnected.push_back(pair.name); }});
+    reconnector.start();
+    wake.fire();
+    queue.runPending();
+    queue.advance(1.0);
+    network.fire();
+    screens.fire();
+    queue.advance(0.9);
+    EXPECT_EQ(asked, 0) << "nothing before the delay";
+    queue.advance(0.1);
+    EXPECT_EQ(asked, 1);
+    EXPECT_TRUE(queue.runUntil([&] { return !reconnected.empty(); }, 10));
+    EXPECT_THAT(reconnected, ElementsAre("Work"));
+    queue.advance(10);
+    EXPECT_EQ(asked, 1) << "the later triggers asked for no attempt of their own";
+
+    // A stop ends the triggers and drops the attempt they had asked for.
+    wake.fire();
+    queue.runPending();
+    reconnector.stop();
+    wake.fire();
+    queue.advance(10);
+    EXPECT_EQ(asked, 1);
+}
+
+TEST(NestingMigration, MovesWhatIsFreeKeepsWhatIsTakenAndRemovesOnlyEmptiedFolders) {
+    struct Case {
+        const char* name;
+        const char* destination;
+        Files before;
+        Files after;
+        std::vector<const char*> foldersAfter = {};
+        std::vector<const char*> goneAfter = {};
+    };
+    const auto nothingToDo = [](const char* name, const char* destination, Files files) {
+        return Case{name, destination, files, files};
+    };
+    const Case cases[] = {
+        nothingToDo("a destination that doesn't end in Quillstow", "Backups",
+                    {{"Backups/Quillstow/Work/a", "a"}}),
+        nothingToDo("nothing nested", "Quillstow", {{"Quillstow/Work/a", "a"}}),
+        nothingToDo("a file where the nested folder would be", "Quillstow",
+                    {{"Quillstow/Quillstow/Work", "file"}}),
+        {"everything moves, hidden files too, and the emptied folders go",
+         "Quillstow",
+         {{"Quillstow/Quillstow/Work/a", "a"},
+          {"Quillstow/Quillstow/Work/.quillstow-hashes.json", "{}"},
+          {"Quillstow/Quillstow/Work/sub/b", "b"}},
+         {{"Quillstow/Work/a", "a"},
+          {"Quillstow/Work/.quillstow-hashes.json", "{}"},
+          {"Quillstow/Work/sub/b", "b"}},
+         {},
+         {"Quillstow/Quillstow"}},
+        {"a name taken at the right place stays nested, and the copy there wins",
+         "Quillstow",
+         {{"Quillstow/Quillstow/Work/a", "nested"},
+          {"Quillstow/Quillstow/Work/b", "b"},
+          {"Quillstow/Work/a", "correct"}},
+         {{"Quillstow/Quillstow/Work/a", "nested"},
+          {"Quillstow/Work/b", "b"},
+          {"Quillstow/Work/a", "correct"}}},
+        {"another pair's folder keeps the inner folder",
+         "Quillstow",
+         {{"Quillstow/Quillstow/Work/a", "a"}, {"Quillstow/Quillstow/Home/h", "h"}},
+         {{"Quillstow/Work/a", "a"}, {"Quillstow/Quillstow/Home/h", "h"}},
+         {"Quillstow/Quillstow"},
+         {"Quillstow/Quillstow/Work"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TemporaryFolder root;
+        for (const auto& [path, content] : c.before)
+            writeFile(root / path, content);
+        BackupPair pair;
+        pair.id = Uuid::random();
+        pair.name = "Work";
+        pair.destinationURL = root / c.destination;
+        // A record that can't be resolved falls back to the folder the pair names.
+        pair.destinationBookmark = base64::Bytes{'x'};
+        for (int run = 1; run <= 2; ++run) {
+            NestingMigration::run({pair});
+            EXPECT_EQ(filesBelow(root.path()), c.after) << "run " << run;
+        }
+        for (const auto* folder : c.foldersAfter)
+            EXPECT_TRUE(fs::is_directory(root / folder)) << folder;
+        for (const auto* gone : c.goneAfter)
+            EXPECT_FALSE(fs::exists(root / gone)) << gone;
+    }
 }
 
 }  // namespace

@@ -129,6 +129,7 @@ TEST_F(ConfigStoreTest, DamagedFilesAreRecoveredOrReplacedAndNeverCostTheBackup)
         store->addEvent(eventOf(1));
         store->save();
         EXPECT_EQ(pairsOnDisk("config.json.backup"), std::vector<BackupPair>{rescued});
+        // A folder in its place can't be written over; the backup still holds the pairs.
         if (!fs::is_directory(folder / "config.json")) {
             EXPECT_EQ(pairsOnDisk("config.json"), (std::vector<BackupPair>{rescued, later}));
             EXPECT_EQ(eventsOnDisk(), 1u);

@@ -139,7 +139,6 @@ TEST(RecordCoding, ReadsAroundOddValuesWritesThemBackAndRejectsOnlyWhatCantBeTol
         {"no pairs", file, "pairs", absent, rejected, "\"pairs\""},
         {"pairs not a list", file, "pairs", "none", rejected, "not an array"},
         {"a file not an object", file, nullptr, Value::array(), rejected, "not an object"},
-
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

@@ -127,7 +127,7 @@ TEST_F(ConfigStoreTest, DamagedFilesAreRecoveredOrReplacedAndNeverCostTheBackup)
         EXPECT_TRUE(store->events().empty());
         store->addPair(later);
         store->addEvent(eventOf(1));
-        store->save();
+        queue.advance(1);
         EXPECT_EQ(pairsOnDisk("config.json.backup"), std::vector<BackupPair>{rescued});
         // A folder in its place can't be written over; the backup still holds the pairs.
         if (!fs::is_directory(folder / "config.json")) {

@@ -1,10 +1,13 @@
-// The JSON shape of the settings and the log: what is written, what is read around, what is
-// kept for a newer version, and what fails a whole record.
+// The records of the settings, the log and the chosen folders: written and read back, odd values
+// read around and written back as they stood, what fails a whole record, the newest events of
+// every type wherever the reader's chunks fall, folder names that cannot leave their folder, and
+// folder records that lead only to the folder a pair names.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "TestTree.hpp"
+#include "model/BookmarkManager.hpp"
 #include "model/ConfigFile.hpp"
 #include "model/EventLogReader.hpp"
 
@@ -13,32 +16,27 @@ namespace {
 
 using namespace testing;
 using namespace std::chrono;
+using json::Value;
+namespace fs = std::filesystem;
 using ::testing::Contains;
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
-json::Value minimalPair() {
-    return json::Value{
-        {"id", "E621E1F8-C36C-495A-93FC-0C247A3E6E5F"},
-        {"name", "Projects"},
-        {"sourceURL", "file:///home/ana/Projects/"},
-        {"destinationURL", "file:///media/ana/Drive/"},
-        {"isEnabled", true},
-        {"createdAt", "2026-03-01T09:30:00Z"},
-    };
-}
+enum class Record { settings, pair, file };
 
-json::Value minimalConfig() {
-    return json::Value{
-        {"backupInterval", "1hr"},
-        {"notificationLevel", "errorsOnly"},
-        {"launchAtLogin", true},
-        {"hasCompletedOnboarding", false},
-    };
+const Value minimalSettings = json::read(R"({"backupInterval": "1hr",
+    "notificationLevel": "errorsOnly", "launchAtLogin": true, "hasCompletedOnboarding": false})");
+const Value minimalPair = json::read(R"({"id": "E621E1F8-C36C-495A-93FC-0C247A3E6E5F",
+    "name": "Projects", "sourceURL": "file:///home/ana/Projects/", "isEnabled": true,
+    "destinationURL": "file:///media/ana/Drive/", "createdAt": "2026-03-01T09:30:00Z"})");
+const Value goodRecords[] = {
+    minimalSettings, minimalPair, {{"pairs", {minimalPair}}, {"appConfig", minimalSettings}}};
+
+Value good(Record record) {
+    return goodRecords[int(record)];
 }
 
 // One value of a record set, or its key removed for null.
-json::Value with(json::Value record, const char* key, const json::Value& value) {
+Value with(Value record, const char* key, const Value& value) {
     if (value.is_null()) {
         record.erase(key);
     } else {
@@ -47,308 +45,252 @@ json::Value with(json::Value record, const char* key, const json::Value& value) 
     return record;
 }
 
-struct OddValue {
-    const char* key;
-    json::Value value;    // null: the key is missing
-    json::Value readAs;   // the field's encoding after reading; null: nothing
-    json::Value written;  // what a write puts under the key; null: nothing
+struct Decoded {
+    Value fields;   // what was read: kept values and unreadable pairs left out
+    Value written;  // what a write puts in the file
+    coding::DecodingNotes notes;
+    bool readsBack = false;
 };
 
-// Reads `good` with the odd value in it: the record reads around it, says so, and writes back
-// what it could not use, all its other fields unchanged.
 template <typename Decode>
-void expectReadAroundAndWrittenBack(const json::Value& good, const OddValue& odd, Decode decode) {
-    const std::string where = std::string(odd.key) + " = " + odd.value.dump();
-    coding::DecodingNotes notes;
-    const auto decoded = decode(with(good, odd.key, odd.value), &notes);
-    const json::Value fields = toJson(decode(good, nullptr));
-    auto plain = decoded;
-    plain.keptValues = {};
-    EXPECT_EQ(toJson(plain), with(fields, odd.key, odd.readAs)) << where;
-    EXPECT_EQ(toJson(decoded), with(fields, odd.key, odd.written)) << where;
-    EXPECT_THAT(notes, Contains(HasSubstr(std::string("\"") + odd.key + "\""))) << where;
-    EXPECT_EQ(decode(toJson(decoded), nullptr), decoded) << where;
+Decoded decodeWith(const Value& value, Decode decode) {
+    Decoded result;
+    auto decoded = decode(value, &result.notes);
+    result.written = toJson(decoded);
+    result.readsBack = decode(result.written, nullptr) == decoded;
+    decoded.keptValues = {};
+    if constexpr (requires { decoded.unreadablePairs; }) decoded.unreadablePairs = {};
+    result.fields = toJson(decoded);
+    return result;
 }
 
-void expectDecodingFailure(const std::function<void()>& decode, const std::string& why) {
-    try {
-        decode();
-        ADD_FAILURE() << "decoded although " << why;
-    } catch (const Failure& failure) {
-        EXPECT_EQ(failure.error().domain, errors::decodingDomain) << why;
+Decoded decode(Record record, const Value& value) {
+    switch (record) {
+        case Record::settings:
+            return decodeWith(value, [](auto& v, auto n) { return appConfigFromJson(v, n); });
+        case Record::pair:
+            return decodeWith(value, [](auto& v, auto n) { return backupPairFromJson(v, n); });
+        case Record::file:
+            return decodeWith(value, [](auto& v, auto n) { return configFileFromJson(v, n); });
     }
+    return {};
 }
 
-// Records written by an older version, without the later keys, read as fresh ones.
-TEST(Coding, OlderRecordsReadWithTheFreshValuesOfTheLaterKeys) {
-    EXPECT_EQ(appConfigFromJson(minimalConfig()), AppConfig{});
-    const BackupPair pair = backupPairFromJson(minimalPair());
-    EXPECT_EQ(pair.profile, BackupProfile::standard);
-    EXPECT_FALSE(pair.didSuggestProfile);
-    EXPECT_EQ(pair.sourceURL, std::filesystem::path("/home/ana/Projects/"));
-    EXPECT_EQ(pair.createdAt, sys_days{2026y / March / 1} + 9h + 30min);
-}
+// Each row sets one key of a good record (no key: the row's value is the whole record) and says
+// how the field reads and is written back; or, with no reading, the words of the error that
+// rejects the whole record.
+TEST(RecordCoding, ReadsAroundOddValuesWritesThemBackAndRejectsOnlyWhatCantBeToldApart) {
+    using enum Record;
+    const std::optional<Value> rejected;
+    const Value absent;
+    const Value freshSettings = toJson(AppConfig{});
+    const Value freshPair =
+        with(with(minimalPair, "profile", "standard"), "didSuggestProfile", false);
+    const AppConfig allSet{
+        BackupInterval::fourHours, NotificationLevel::everyBackup, false, true, true,
+        BandwidthMode::quiet};
+    const Value unreadable = with(minimalPair, "sourceURL", "smb://nas/ana");
+    const Value asStood = Value::array({minimalPair, unreadable, 7});
+    const Value readable = Value::array({freshPair});
+    const Value written = Value::array({freshPair, unreadable, 7});
+    const Value odd = {{"on", true}};
+    const struct {
+        const char* name;
+        Record record;
+        const char* key;
+        Value value;
+        std::optional<Value> readAs;
+        Value written;
+    } cases[] = {
+        {"older settings read fresh", settings, nullptr, minimalSettings, freshSettings,
+         freshSettings},
+        {"every setting", settings, nullptr, toJson(allSet), toJson(allSet), toJson(allSet)},
+        {"an unknown interval", settings, "backupInterval", "2hr", "1hr", "2hr"},
+        {"no interval", settings, "backupInterval", absent, "1hr", "1hr"},
+        {"a number for a switch", settings, "launchAtLogin", 1, true, 1},
+        {"a newer setting", settings, "futureSetting", odd, absent, odd},
+        {"settings not an object", settings, nullptr, "1hr", rejected, "not an object"},
 
-TEST(AppConfigCoding, RoundTripsEveryCase) {
-    for (auto [interval, intervalName] : backupIntervalNames) {
-        for (auto [level, levelName] : notificationLevelNames) {
-            for (auto [mode, modeName] : bandwidthModeNames) {
-                AppConfig config{interval, level, false, true, false, mode};
-                const json::Value value = toJson(config);
-                EXPECT_EQ(value["backupInterval"], intervalName);
-                EXPECT_EQ(value["bandwidthMode"], modeName);
-                EXPECT_EQ(appConfigFromJson(json::read(json::write(value))), config);
+        {"an older pair reads fresh", pair, nullptr, minimalPair, freshPair, freshPair},
+        {"an unknown profile", pair, "profile", "cinema", "standard", "cinema"},
+        // A pair whose switch can't be read waits for the user.
+        {"text for the switch", pair, "isEnabled", "yes", false, "yes"},
+        {"no switch", pair, "isEnabled", absent, false, false},
+        {"a date without a time", pair, "createdAt", "2026-03-01", "1970-01-01T00:00:00Z",
+         "2026-03-01"},
+        {"a bookmark not base64", pair, "sourceBookmark", "not base64!", absent, "not base64!"},
+        {"a fraction for a count", pair, "lastBackupFileCount", 1.5, absent, 1.5},
+        {"a web offsite", pair, "offsiteURL", "https://example.com/", absent,
+         "https://example.com/"},
+        {"a newer field", pair, "excludedFolders", {"node_modules"}, absent, {"node_modules"}},
+        {"an id that is no UUID", pair, "id", "not-a-uuid", rejected, "\"id\""},
+        {"a number for a name", pair, "name", 7, rejected, "\"name\""},
+        {"a relative source", pair, "sourceURL", "relative/path", rejected, "\"sourceURL\""},
+        {"a broken escape", pair, "sourceURL", "file:///home/ana/100%zz/", rejected,
+         "\"sourceURL\""},
+        {"no destination", pair, "destinationURL", absent, rejected, "\"destinationURL\""},
+        {"a pair not an object", pair, nullptr, Value::array(), rejected, "not an object"},
+
+        // What can't be read stays in the file as it stood, and costs no other pair.
+        {"unreadable pairs", file, "pairs", asStood, readable, written},
+        {"no settings", file, "appConfig", absent, freshSettings, freshSettings},
+        {"settings not an object", file, "appConfig", "hourly", freshSettings, "hourly"},
+        {"a newer document key", file, "future", {1, 2}, absent, {1, 2}},
+        {"no pairs", file, "pairs", absent, rejected, "\"pairs\""},
+        {"pairs not a list", file, "pairs", "none", rejected, "not an array"},
+        {"a file not an object", file, nullptr, Value::array(), rejected, "not an object"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Value document = c.key ? with(good(c.record), c.key, c.value) : c.value;
+        if (!c.readAs) {
+            try {
+                decode(c.record, document);
+                ADD_FAILURE() << "decoded";
+            } catch (const Failure& failure) {
+                EXPECT_EQ(failure.error().domain, errors::decodingDomain);
+                EXPECT_THAT(failure.error().description, HasSubstr(c.written.get<std::string>()));
             }
+            continue;
+        }
+        const Decoded decoded = decode(c.record, document);
+        const Value fields = decode(c.record, good(c.record)).fields;
+        EXPECT_EQ(decoded.fields, c.key ? with(fields, c.key, *c.readAs) : *c.readAs);
+        EXPECT_EQ(decoded.written, c.key ? with(fields, c.key, c.written) : c.written);
+        EXPECT_TRUE(decoded.readsBack);
+        // Whatever was read around is noted, by its key where it has one of its own.
+        EXPECT_EQ(decoded.notes.empty(), c.key == nullptr);
+        if (c.key && c.record != file) {
+            EXPECT_THAT(decoded.notes, Contains(HasSubstr(c.key)));
         }
     }
 }
 
-TEST(AppConfigCoding, AnOddValueTakesTheFreshValueAndIsWrittenBackAsItStood) {
-    const OddValue cases[] = {
-        {"backupInterval", "2hr", "1hr", "2hr"},
-        {"backupInterval", nullptr, "1hr", "1hr"},
-        {"notificationLevel", "loud", "errorsOnly", "loud"},
-        {"launchAtLogin", 1, true, 1},
-        {"launchAtLogin", nullptr, true, true},
-        {"hasCompletedOnboarding", "yes", false, "yes"},
-        {"trashReminderEnabled", "no", true, "no"},
-        {"bandwidthMode", "turbo", "auto", "turbo"},
-        {"futureSetting", {{"on", true}}, nullptr, {{"on", true}}},
-    };
-    for (const auto& odd : cases) {
-        expectReadAroundAndWrittenBack(
-            minimalConfig(), odd,
-            [](const json::Value& value, auto notes) { return appConfigFromJson(value, notes); });
-    }
-    expectDecodingFailure([] { appConfigFromJson("1hr"); }, "not an object");
-}
-
-TEST(BackupPairCoding, RoundTripsEveryFieldAndLosesOnlyFractionsOfDates) {
-    BackupPair pair;
-    pair.id = Uuid::random();
-    pair.name = "Film \"Final\" / ü";
-    pair.sourceURL = "/home/ana/Film Projects/";
-    pair.destinationURL = "/media/ana/T7 Shield/";
-    pair.sourceBookmark = base64::Bytes{0, 1, 2, 255};
-    pair.destinationBookmark = base64::Bytes{};
-    pair.isEnabled = false;
-    pair.createdAt = sys_days{2025y / December / 31} + 23h + 59min + 59s;
-    pair.lastBackupAt = pair.createdAt + 1s + 250ms;
-    pair.lastBackupFileCount = 42;
-    pair.lastBackupByteCount = 9'000'000'000'000;
-    pair.offsiteURL = "/home/ana/Dropbox/Offsite";
-    pair.offsiteBookmark = base64::Bytes{9};
-    pair.lastOffsiteAt = pair.createdAt;
-    pair.lastOffsiteFileCount = 0;
-    pair.profile = BackupProfile::film;
-    pair.didSuggestProfile = true;
-
-    BackupPair decoded = backupPairFromJson(json::read(json::write(toJson(pair))));
-    EXPECT_EQ(*decoded.lastBackupAt, pair.createdAt + 1s);
-    decoded.lastBackupAt = pair.lastBackupAt;
-    EXPECT_EQ(decoded, pair);
-}
-
-TEST(BackupPairCoding, AnOddValueTakesItsDefaultAndIsWrittenBackAsItStood) {
-    const OddValue cases[] = {
-        {"profile", "cinema", "standard", "cinema"},
-        {"didSuggestProfile", "yes", false, "yes"},
-        // A pair whose switch can't be read waits for the user.
-        {"isEnabled", "yes", false, "yes"},
-        {"isEnabled", nullptr, false, false},
-        {"createdAt", "2026-03-01", "1970-01-01T00:00:00Z", "2026-03-01"},
-        {"createdAt", "2026-03-01T09:30:00.5Z", "1970-01-01T00:00:00Z", "2026-03-01T09:30:00.5Z"},
-        {"sourceBookmark", "not base64!", nullptr, "not base64!"},
-        {"lastBackupFileCount", 1.5, nullptr, 1.5},
-        {"lastBackupByteCount", "12", nullptr, "12"},
-        {"lastBackupByteCount", json::read("18446744073709551616"), nullptr,
-         json::read("18446744073709551616")},
-        {"offsiteURL", "https://example.com/", nullptr, "https://example.com/"},
-        {"offsiteURL", "file:///home/ana/100%zz/", nullptr, "file:///home/ana/100%zz/"},
-        {"lastOffsiteAt", 7, nullptr, 7},
-        {"excludedFolders", {"node_modules"}, nullptr, {"node_modules"}},
-    };
-    for (const auto& odd : cases) {
-        expectReadAroundAndWrittenBack(
-            minimalPair(), odd,
-            [](const json::Value& value, auto notes) { return backupPairFromJson(value, notes); });
-    }
-}
-
-TEST(BackupPairCoding, FailsWhenThePairCantBeToldApartOrPlaced) {
-    const std::pair<const char*, json::Value> cases[] = {
-        {"id", "not-a-uuid"},
-        {"id", 7},
-        {"id", nullptr},
-        {"name", 7},
-        {"name", nullptr},
-        {"sourceURL", "relative/path"},
-        {"sourceURL", "https://example.com/"},
-        {"sourceURL", "file:///home/ana/100%zz/"},
-        {"destinationURL", "/no/scheme"},
-        {"destinationURL", nullptr},
-    };
-    for (const auto& [key, value] : cases) {
-        expectDecodingFailure([&] { backupPairFromJson(with(minimalPair(), key, value)); },
-                              std::string(key) + " = " + value.dump());
-    }
-    expectDecodingFailure([] { backupPairFromJson(json::Value::array()); }, "not an object");
-}
-
-TEST(ConfigFileCoding, APairThatCantBeReadStaysAsItStoodAndCostsNoOther) {
-    const json::Value unreadable = with(minimalPair(), "sourceURL", "smb://nas/ana");
-    const json::Value file{
-        {"pairs", {minimalPair(), unreadable, with(minimalPair(), "profile", "cinema"), 7}},
-        {"appConfig", minimalConfig()},
-    };
-    coding::DecodingNotes notes;
-    const ConfigFile decoded = configFileFromJson(file, &notes);
-    EXPECT_EQ(decoded.pairs.size(), 2u);
-    EXPECT_THAT(notes, Contains(StartsWith("pair 2: kept as it stands, unread: ")));
-    EXPECT_THAT(notes, Contains(StartsWith("pair 4: kept as it stands, unread: ")));
-    const json::Value written = toJson(decoded)["pairs"];
-    ASSERT_EQ(written.size(), 4u);
-    EXPECT_EQ(written[2], unreadable);
-    EXPECT_EQ(written[3], 7);
-    EXPECT_EQ(configFileFromJson(toJson(decoded)), decoded);
-}
-
-TEST(ConfigFileCoding, SettingsThatCantBeReadCostNoPair) {
-    const OddValue cases[] = {
-        {"appConfig", nullptr, toJson(AppConfig{}), toJson(AppConfig{})},
-        {"appConfig", "hourly", toJson(AppConfig{}), "hourly"},
-        {"futureDocumentKey", {1, 2}, nullptr, {1, 2}},
-    };
-    const json::Value file{{"pairs", {minimalPair()}}, {"appConfig", minimalConfig()}};
-    for (const auto& odd : cases) {
-        expectReadAroundAndWrittenBack(file, odd, [](const json::Value& value, auto notes) {
-            const ConfigFile decoded = configFileFromJson(value, notes);
-            EXPECT_EQ(decoded.pairs.size(), 1u);
-            return decoded;
-        });
-    }
-    const std::pair<const char*, json::Value> unusable[] = {
-        {"not an object", json::Value::array()},
-        {"no pairs", with(file, "pairs", nullptr)},
-        {"pairs not a list", with(file, "pairs", "none")},
-    };
-    for (const auto& [name, value] : unusable) {
-        expectDecodingFailure([&] { configFileFromJson(value); }, name);
-    }
-}
-
-TEST(EventLogCoding, RoundTripsAndAcceptsEveryType) {
-    std::vector<BackupEvent> events;
-    for (auto [type, name] : eventTypeNames) {
-        BackupEvent event;
-        event.id = Uuid::random();
-        event.pairId = Uuid::random();
-        event.timestamp = sys_days{2026y / November / 23} + 5h;
-        event.type = type;
-        event.filesAffected = 3;
-        event.bytesTransferred = 1 << 20;
-        event.duration = 1.25;
-        if (type == BackupEvent::EventType::error)
-            event.message = "3 of 4 files couldn't be backed up.";
-        events.push_back(event);
-    }
-    const json::Value value = toJson(events);
-    EXPECT_FALSE(value[0].contains("message"));
-    EXPECT_EQ(eventLogFromJson(json::read(json::write(value))), events);
-
-    json::Value bad = value;
-    bad[3]["type"] = "exploded";
-    expectDecodingFailure([&] { eventLogFromJson(bad); }, "unknown event type");
-    bad = value;
-    bad[0].erase("duration");
-    expectDecodingFailure([&] { eventLogFromJson(bad); }, "no duration");
-}
-
-// Messages that hold everything that could mislead a reader that follows only strings and
-// brackets.
-std::vector<BackupEvent> eventsWithAwkwardMessages(int count) {
+TEST(EventLogReading, KeepsTheNewestWhereverChunksAndEscapesFallAndFailsOnAnythingButAList) {
+    // Messages that hold everything that could mislead a reader that follows only strings and
+    // brackets, and events of every type.
     const char* const messages[] = {R"(a "quoted" ] name)", "back\\slash\\",
                                     "}{][,:", "\u00FC\u3000 \\\"", ""};
-    std::vector<BackupEvent> events(static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i) {
-        BackupEvent& event = events[std::size_t(i)];
-        event.id = Uuid::random();
-        event.pairId = event.id;
-        event.timestamp = sys_days{2026y / March / 1} + seconds(i);
-        event.filesAffected = i;
-        event.message = std::string(messages[i % std::size(messages)]) + std::to_string(i);
+    std::vector<BackupEvent> events(3000);
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        events[i].id = Uuid::random();
+        events[i].timestamp = sys_days{2026y / March / 1} + seconds(i);
+        events[i].type = eventTypeNames[i % eventTypeNames.size()].first;
+        events[i].message = messages[i % std::size(messages)] + std::to_string(i);
     }
-    return events;
-}
-
-TEST(EventLogReading, KeepsTheNewestWhereverChunksAndEscapesFall) {
-    const auto events = eventsWithAwkwardMessages(3000);
     const std::string text = json::write(toJson(events));
     const std::vector<BackupEvent> newest(events.end() - 500, events.end());
-    EXPECT_EQ(readNewestEvents(text, 500), newest);
     TemporaryFolder folder;
     // Some 700 KB: the file is read in chunks whose ends fall inside strings and escapes.
     writeFile(folder / "backup-log.json", text);
     EXPECT_EQ(readNewestEventsFromFile(folder / "backup-log.json", 500), newest);
-    EXPECT_EQ(readNewestEvents(text, 0), std::vector<BackupEvent>{});
     EXPECT_EQ(readNewestEvents(json::write(toJson(newest)).insert(0, "\xEF\xBB\xBF \n"), 500),
               newest);
-}
-
-TEST(EventLogReading, FailsOnAnythingButAList) {
-    const std::string event = json::write(toJson(eventsWithAwkwardMessages(1)[0]));
-    const std::pair<const char*, std::string> cases[] = {
-        {"empty", ""},
-        {"blank", " \n"},
-        {"not JSON", "log"},
-        {"an object", "{}"},
-        {"unclosed", "[" + event},
-        {"unclosed string", "[\"abc]"},
-        {"a comma too many", "[" + event + ",]"},
-        {"a comma too few", "[" + event + " " + event + "]"},
-        {"a leading comma", "[," + event + "]"},
-        {"crossed brackets", "[{]}"},
-        {"text after the list", "[]x"},
-        {"a second list", "[] []"},
-        {"a number for an event", "[1]"},
-        {"a bad event", "[" + event + ", {\"id\": 1}]"},
-    };
-    for (const auto& [name, text] : cases) {
-        expectDecodingFailure([&] { readNewestEvents(text, 500); }, name);
-    }
     EXPECT_TRUE(readNewestEvents(std::string_view(" [ \r\n\t] "), 500).empty());
     // As for the parser, a NUL byte outside a string ends the text, as after a crash.
     EXPECT_TRUE(readNewestEvents(std::string_view("[]\0\0x", 5), 500).empty());
-    expectDecodingFailure([] { readNewestEvents(std::string_view("[\0]", 3), 500); }, "NUL");
+
+    // @ stands for an event.
+    const std::string event = json::write(toJson(events[0]));
+    std::vector<std::string> bad{
+        "",      "log",  "{}",    "[@",  "[\"abc]",          "[@,]",
+        "[@ @]", "[{]}", "[] []", "[1]", "[@, {\"id\": 1}]", std::string("[\0]", 3)};
+    for (auto& text : bad) {
+        for (std::size_t at = 0; (at = text.find('@', at)) != std::string::npos; at += event.size())
+            text.replace(at, 1, event);
+    }
+    bad.push_back("[" + json::write(with(toJson(events[0]), "type", "exploded")) + "]");
+    bad.push_back("[" + json::write(with(toJson(events[0]), "duration", nullptr)) + "]");
+    for (const auto& text : bad) {
+        try {
+            readNewestEvents(text, 500);
+            ADD_FAILURE() << "read " << text;
+        } catch (const Failure& failure) {
+            EXPECT_EQ(failure.error().domain, errors::decodingDomain) << text;
+        }
+    }
 }
 
 TEST(SanitizedFolderName, RemovesWhatCouldLeaveTheFolder) {
     const std::pair<std::string, std::string> cases[] = {
         {"../My Docs/", "My Docs"},
-        {"Projects", "Projects"},
         {"a/b\\c", "abc"},
         {std::string("nul\0l", 5), "null"},
         {"  \n Photos 2026 \t", "Photos 2026"},
         {"...hidden", "hidden"},
-        // Whitespace is trimmed before the dots go, so a blank behind a dot stays.
-        {". .name", " .name"},
         {"....", "Untitled Backup"},
-        {" . ", "Untitled Backup"},
-        {"", "Untitled Backup"},
-        {"/", "Untitled Backup"},
-        {"v1.0..2", "v1.02"},
         // Every Unicode white space is trimmed, as the user sees none of them.
-        {"\u00A0Photos\u2003", "Photos"},
         {"\u3000\u2028Docs\u2029\u0085\u202F", "Docs"},
-        {"\u1680\u205F\u00A0", "Untitled Backup"},
-        {"\u00A0.hidden", "hidden"},
         {"My\u00A0Docs", "My\u00A0Docs"},
-        // Not white space: a zero-width space, and bytes that are not UTF-8.
-        {"\u200BName", "\u200BName"},
+        // Bytes that are not UTF-8 are no white space.
         {"\xA0Name\xE3\x80", "\xA0Name\xE3\x80"},
     };
     for (const auto& [name, folder] : cases)
         EXPECT_EQ(sanitizedFolderName(name), folder) << name;
+}
+
+void unchanged(const fs::path&) {}
+void renamed(const fs::path& root) {
+    fs::rename(root / "A", root / "A (old)");
+}
+void madeAnew(const fs::path& root) {
+    fs::remove(root / "A");
+    makeFolder(root / "elsewhere-to-take-the-inode");
+    makeFolder(root / "A");
+}
+void aFileInstead(const fs::path& root) {
+    fs::remove(root / "A");
+    writeFile(root / "A", "a file now");
+}
+
+// Each row: the record (none: the one of folder A), what happens to A, and the folder the pair
+// names. A record that no longer leads to that folder is stale: never followed elsewhere.
+TEST(Bookmarks, LeadOnlyToTheFolderThePairNamesAndAreMadeAnewForAnotherAtItsPath) {
+    const auto text = [](std::string text) { return base64::Bytes(text.begin(), text.end()); };
+    enum Outcome { same, refreshed, stale };
+    const struct {
+        const char* name;
+        std::optional<base64::Bytes> record;
+        void (*change)(const fs::path&);
+        const char* pairFolder;
+        Outcome outcome;
+    } cases[] = {
+        {"the same folder", std::nullopt, unchanged, "A", same},
+        {"the same folder, a slash behind", std::nullopt, unchanged, "A/", same},
+        {"another folder at its path", std::nullopt, madeAnew, "A", refreshed},
+        {"renamed", std::nullopt, renamed, "A", stale},
+        // The pair names B, the record A: the record may not lead the pair to another folder.
+        {"another folder's", std::nullopt, madeAnew, "B", stale},
+        {"a file where the folder was", std::nullopt, aFileInstead, "A", stale},
+        {"not JSON", text("not json"), unchanged, "A", stale},
+        {"a newer version", text(R"({"version": 2, "path": "/"})"), unchanged, "A", stale},
+        {"a relative path",
+         text(R"({"version": 1, "path": "relative", "volume": "", "belowMount": "", "inode": 1,
+                  "birth": 0, "readOnly": true})"),
+         unchanged, "A", stale},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TemporaryFolder root;
+        makeFolder(root / "A");
+        makeFolder(root / "B");
+        const auto record = c.record.value_or(BookmarkManager::bookmarkData(root / "A", true));
+        c.change(root.path());
+        try {
+            const auto resolved =
+                BookmarkManager::resolveBookmark(record, root / c.pairFolder, true);
+            EXPECT_EQ(resolved.newBytes ? refreshed : same, c.outcome);
+            EXPECT_EQ(resolved.url, root / "A");
+            if (resolved.newBytes) {
+                EXPECT_FALSE(BookmarkManager::resolveBookmark(*resolved.newBytes, root / "A", true)
+                                 .newBytes);
+            }
+        } catch (const BackupFailure& failure) {
+            EXPECT_EQ(c.outcome, stale);
+            EXPECT_EQ(failure.error().kind(), BackupError::Case::bookmarkStale);
+            EXPECT_EQ(failure.error().url(), root / c.pairFolder) << "the folder the user knows";
+        }
+    }
 }
 
 }  // namespace

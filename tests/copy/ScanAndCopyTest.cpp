@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <set>
@@ -15,6 +16,7 @@
 #include "copy/FileTransfer.hpp"
 #include "support/FileHandle.hpp"
 #include "support/ManualClocks.hpp"
+#include "support/Paths.hpp"
 #include "support/Retry.hpp"
 
 namespace quillstow {
@@ -60,6 +62,27 @@ class ScanAndCopyTest : public ::testing::Test {
         return false;
     }
 };
+
+// The copy and the archive of a run read one plan: each tree is walked once, whatever the run
+// finds to do, and a run with nothing to do copies nothing.
+TEST_F(ScanAndCopyTest, ARunWalksEachTreeOnce) {
+    for (int i = 0; i < 30; ++i)
+        writeFile(source / ("d" + std::to_string(i % 3)) / ("f" + std::to_string(i)), "new");
+    writeFile(mirror / "gone.txt", "gone");
+    const std::vector<fs::path> eachOnce{paths::resolved(mirror), paths::resolved(source)};
+    for (const int expectedCopies : {30, 0}) {
+        const int copiesBefore = fileSystem.calls(FaultyFileSystem::Operation::copyItem);
+        const std::size_t walksBefore = fileSystem.walkedRoots().size();
+        EXPECT_EQ(pass().copiedFiles, expectedCopies);
+        std::vector<fs::path> walked(fileSystem.walkedRoots().begin() + long(walksBefore),
+                                     fileSystem.walkedRoots().end());
+        std::sort(walked.begin(), walked.end());
+        EXPECT_EQ(walked, eachOnce);
+        EXPECT_EQ(fileSystem.calls(FaultyFileSystem::Operation::copyItem) - copiesBefore,
+                  expectedCopies);
+    }
+    EXPECT_TRUE(fs::exists(day / "gone.txt"));
+}
 
 TEST_F(ScanAndCopyTest, UnsafeDestinationsAreRefusedBeforeAnythingIsWritten) {
     writeFile(source / "a.txt", "a");

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Pairs.hpp"
 #include "TestTree.hpp"
 #include "control/CopyRedundancy.hpp"
 
@@ -17,10 +18,7 @@ TEST(CopyRedundancy, CountsSeparatePlacesAndNeverTakesAnUnpluggedSourceForGone) 
     const std::vector<std::string> roots{(root / "media").native() + "/"};
     const std::vector<MountTable::Mount> onlyRoot{{"/", "/dev/vda", false, "ext4"}};
     auto pair = [](const fs::path& source, const fs::path& destination, fs::path offsite = {}) {
-        BackupPair made;
-        made.id = Uuid::random();
-        made.sourceURL = source;
-        made.destinationURL = destination;
+        BackupPair made = pairOf("", source, destination);
         if (!offsite.empty()) made.offsiteURL = offsite;
         return made;
     };

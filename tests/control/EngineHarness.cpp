@@ -3,6 +3,8 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "Pairs.hpp"
+
 namespace quillstow::testing {
 
 void VirtualSleeper::sleep(double seconds, std::stop_token stop) const {
@@ -90,11 +92,8 @@ void EngineHarness::settle() {
 
 BackupPair EngineHarness::makePair(const std::string& name,
                                    const std::filesystem::path& destination) {
-    BackupPair pair;
-    pair.id = Uuid::random();
-    pair.name = name;
-    pair.sourceURL = root / ("source-" + name);
-    pair.destinationURL = destination.empty() ? root / "drive" : destination;
+    BackupPair pair =
+        pairOf(name, root / ("source-" + name), destination.empty() ? root / "drive" : destination);
     pair.createdAt = referenceDate();
     std::filesystem::create_directories(pair.sourceURL);
     std::filesystem::create_directories(pair.destinationURL);

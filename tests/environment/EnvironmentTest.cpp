@@ -10,6 +10,7 @@
 
 #include <mutex>
 
+#include "Pairs.hpp"
 #include "TestTree.hpp"
 #include "environment/CloudSyncDetector.hpp"
 #include "environment/DestinationProbe.hpp"
@@ -295,11 +296,7 @@ TEST(CloudSyncDetector, KnowsProvidersByTheirFoldersBelowHomeAfterLinks) {
 }
 
 BackupPair pairAt(const std::string& name, const fs::path& destination) {
-    BackupPair pair;
-    pair.id = Uuid::random();
-    pair.name = name;
-    pair.destinationURL = destination;
-    return pair;
+    return pairOf(name, {}, destination);
 }
 
 TEST(CandidatesForAttempt, LeavesOutBusyPairsAndThoseBroughtBackLately) {

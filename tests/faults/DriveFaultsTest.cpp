@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "LogCapture.hpp"
+#include "Pairs.hpp"
 #include "PrivateMounts.hpp"
 #include "TestTree.hpp"
 #include "copy/FaultyFileSystem.hpp"
@@ -209,12 +210,7 @@ TEST_F(DriveFaultsTest, AMirrorIsNeverMadeAtTheMountPointOfADriveThatIsNotThere)
 }
 
 BackupPair pairNamed(const std::string& name) {
-    BackupPair pair;
-    pair.id = Uuid::random();
-    pair.name = name;
-    pair.sourceURL = "/home/ana/" + name;
-    pair.destinationURL = "/media/ana/Drive";
-    return pair;
+    return pairOf(name, "/home/ana/" + name, "/media/ana/Drive");
 }
 
 TEST_F(DriveFaultsTest, ASettingsWriteThatFailsKeepsTheOldFilesWholeAndTheNewStateInMemory) {

@@ -7,6 +7,7 @@
 
 #include <future>
 
+#include "Pairs.hpp"
 #include "PrivateMounts.hpp"
 #include "TestTree.hpp"
 #include "environment/DestinationProbe.hpp"
@@ -37,11 +38,7 @@ class VolumeMountsTest : public ::testing::Test {
 };
 
 BackupPair pairAt(const std::string& name, const fs::path& destination) {
-    BackupPair pair;
-    pair.id = Uuid::random();
-    pair.name = name;
-    pair.destinationURL = destination;
-    return pair;
+    return pairOf(name, {}, destination);
 }
 
 // A bare mount point, then a drive plugged in there: heard by the monitor and reconnected by the

@@ -9,6 +9,7 @@
 #include <future>
 #include <random>
 
+#include "Pairs.hpp"
 #include "TestTree.hpp"
 #include "model/ConfigStore.hpp"
 #include "model/FileUserDefaults.hpp"
@@ -26,11 +27,7 @@ using ::testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
 
 BackupPair pairNamed(const std::string& name) {
-    BackupPair pair;
-    pair.id = Uuid::random();
-    pair.name = name;
-    pair.sourceURL = "/home/ana/" + name + "/";
-    pair.destinationURL = "/media/ana/Drive/";
+    BackupPair pair = pairOf(name, "/home/ana/" + name + "/", "/media/ana/Drive/");
     pair.createdAt = sys_days{2026y / March / 1} + 9h + 30min;
     return pair;
 }

@@ -18,6 +18,7 @@
 #include "support/Json.hpp"
 #include "support/Logger.hpp"
 #include "support/Retry.hpp"
+#include "support/Sleeper.hpp"
 #include "support/Tasks.hpp"
 
 namespace quillstow {
@@ -193,6 +194,16 @@ TEST(TaskRunnerTest, RunsTasksAtUtilityPriorityCancelsThemAndWaitsForThemAtItsEn
     runner.reset();
     EXPECT_TRUE(ended);
 }
+
+// A throttled copy or a paused pass sleeps on this; a stop that did not wake it would hold a quit
+// for the length of the pause (here an hour, which the test's time limit catches).
+TEST(Sleeper, AStopEndsAPauseBeforeAndWhileItSleeps) {
+    std::stop_source stopped;
+    stopped.request_stop();
+    Sleeper().sleep(3600, stopped.get_token());
+    std::jthread sleeping([](std::stop_token stop) { Sleeper().sleep(3600, stop); });
+    std::this_thread::yield();
+}  // the thread's end asks it to stop and waits for it
 
 TEST(WithRetry, TriesAgainWhileThePolicyAllows) {
     const auto cancelled = -1;

@@ -114,26 +114,29 @@ TEST_F(ScanAndCopyTest, UnsafeDestinationsAreRefusedBeforeAnythingIsWritten) {
     }
 }
 
-// The check runs on the copy before it is swapped in: the bad copy goes, and the mirror keeps
-// the copy it had.
+// The check runs on the copy before it is swapped in: the bad copy, longer or cut short, goes,
+// and the mirror keeps the copy it had.
 TEST_F(ScanAndCopyTest, ASizeMismatchLeavesNoCopyAndOneVerifySizeError) {
-    writeFile(source / "good.txt", "fine");
-    writeFile(source / "bad.txt", "will grow in the copy");
-    writeFile(mirror / "bad.txt", "an old copy");
-    fileSystem.afterCopy = [](const fs::path& from, const fs::path& to) {
-        if (from.filename() == "bad.txt") writeFile(to, "will grow in the copy, and more");
-    };
+    for (const std::string tampered : {"will grow in the copy, and more", "will grow"}) {
+        SCOPED_TRACE(tampered);
+        fs::remove_all(root / "drive");
+        writeFile(source / "good.txt", "fine");
+        writeFile(source / "bad.txt", "will grow in the copy");
+        writeFile(mirror / "bad.txt", "an old copy");
+        fileSystem.afterCopy = [&](const fs::path& from, const fs::path& to) {
+            if (from.filename() == "bad.txt") writeFile(to, tampered);
+        };
 
-    const BackupResult result = pass();
+        const BackupResult result = pass();
 
-    EXPECT_EQ(result.copiedRelativePaths, (std::vector<std::string>{"good.txt"}));
-    ASSERT_EQ(result.errors.size(), 1u);
-    EXPECT_EQ(result.errors[0].operation, "verifySize");
-    EXPECT_EQ(result.errors[0].url, mirror / "bad.txt");
-    EXPECT_EQ(result.errors[0].underlying.code, int(ErrorCode::sizeMismatch));
-    EXPECT_EQ(readFile(mirror / "bad.txt"), "an old copy");
-    EXPECT_FALSE(hasReservedNames(mirror));
-
+        EXPECT_EQ(result.copiedRelativePaths, (std::vector<std::string>{"good.txt"}));
+        ASSERT_EQ(result.errors.size(), 1u);
+        EXPECT_EQ(result.errors[0].operation, "verifySize");
+        EXPECT_EQ(result.errors[0].url, mirror / "bad.txt");
+        EXPECT_EQ(result.errors[0].underlying.code, int(ErrorCode::sizeMismatch));
+        EXPECT_EQ(readFile(mirror / "bad.txt"), "an old copy");
+        EXPECT_FALSE(hasReservedNames(mirror));
+    }
     fileSystem.afterCopy = nullptr;
     EXPECT_EQ(pass().copiedRelativePaths, (std::vector<std::string>{"bad.txt"}));
 }

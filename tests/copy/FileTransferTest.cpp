@@ -101,6 +101,8 @@ TEST_F(FileTransferTest, ATransientErrorGetsOneMoreWholeAttemptAndTheOldCopyStan
         {"a copy that failed twice", Op::copyItem, EINTR, 2, EINTR, 2, 0},
         {"a final copy error", Op::copyItem, EPERM, 1, EPERM, 1, 0},
         {"a final swap error", Op::replaceItem, ENOSPC, 1, ENOSPC, 1, 1},
+        {"a flush that failed once", Op::flushVolume, EIO, 1, 0, 2, 1},
+        {"a final flush error", Op::flushVolume, EIO, 2, EIO, 2, 2},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

@@ -128,6 +128,7 @@ TEST_F(SwapBatchTest, ABatchWhoseFlushFailedIsCopiedAgainItemByItem) {
     EXPECT_TRUE(result.errors.empty());
     EXPECT_EQ(result.copiedRelativePaths, (std::vector<std::string>{"a", "b", "c"}));
     EXPECT_EQ(readFile(mirror / "b"), "new b");
+    EXPECT_EQ(fileSystem.begun(), 4) << "each copy made again is flushed before its swap";
 }
 
 }  // namespace

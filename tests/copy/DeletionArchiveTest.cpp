@@ -26,6 +26,7 @@ TEST(ArchiveRefusal, AnEmptySourceOrNineTenthsOfAMirrorNeverGo) {
     const Case cases[] = {
         {"an empty mirror", 0, 0, 0, 0, ""},
         {"an empty source", 0, 3, 3, 1001, "skipped archival of 3 backup file(s)"},
+        {"an empty source, most of it unreadable", 0, 100, 5, 1001, "skipped archival of 100"},
         {"the one item of a mirror", 1, 1, 1, 0, ""},
         {"9 of 10 items", 1, 10, 9, 0, ""},
         {"10 of 10 items", 1, 10, 10, 1002, "(10)"},

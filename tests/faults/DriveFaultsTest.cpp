@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <functional>
 #include <sstream>
+#include <utility>
 
 #include "LogCapture.hpp"
 #include "Pairs.hpp"
@@ -190,6 +192,41 @@ TEST_F(DriveFaultsTest, APulledDriveEndsThePassAndNeverCostsTheMirrorAFile) {
         EXPECT_EQ(fs::exists(mirror / "orphan"), c.isSource);
         EXPECT_TRUE(fs::is_empty(root / "drive")) << "the disk below holds nothing new";
     }
+}
+
+// Items that can no longer be looked up once the drive is pulled are never taken for items gone
+// from the mirror: the archive stops there and says that the drive left.
+TEST_F(DriveFaultsTest, OrphansThatVanishWithAPulledDriveStopTheArchive) {
+    struct PullAtFirstMove final : ForwardingFileSystem {
+        PullAtFirstMove() : ForwardingFileSystem(real) {}
+        void moveItem(const ItemRef& from, const ItemRef& to) override {
+            ForwardingFileSystem::moveItem(from, to);
+            if (pull) std::exchange(pull, nullptr)();
+        }
+        LocalFileSystem real;
+        std::function<void()> pull;
+    } fileSystem;
+    const FileCopier copier{fileSystem};
+    TmpfsMount drive(root / "drive", 8 << 20);
+    const fs::path mirror = drive.path() / "Quillstow/Work";
+    for (int i = 0; i < 20; ++i)
+        writeFile(source / std::to_string(i), "data");
+    ASSERT_EQ(pass(copier, source, mirror).copiedFiles, 20);
+    for (const char* name : {"0", "1", "2"})
+        fs::remove(source / name);
+    // A detached mount still answers through the pass's open folders: the items go instead.
+    fileSystem.pull = [&] {
+        for (const char* name : {"0", "1", "2"})
+            fs::remove(mirror / name);
+        drive.unmount();
+    };
+
+    const BackupResult result = pass(copier, source, mirror);
+
+    EXPECT_TRUE(result.abortedDueToVolumeLoss);
+    ASSERT_FALSE(result.errors.empty());
+    EXPECT_EQ(result.errors.back().underlying.code, 1007);
+    EXPECT_EQ(result.archivedFiles, 1);
 }
 
 TEST_F(DriveFaultsTest, AMirrorIsNeverMadeAtTheMountPointOfADriveThatIsNotThere) {

@@ -183,9 +183,10 @@ TEST(PassPlan, TheSweepRemovesTheTemporariesItFoundAndNothingElse) {
     writeFile(mirror / "x/y/.quillstowresume-100-big.mov", "partial");
     writeFile(mirror / "x/.quillstowtmp-99999999-Song.band/inner", "partial tree");
     std::map<std::string, std::string> kept;
-    for (const char* name : {"x/keep.txt", "quillstowtmp-no-dot", ".quillstowtmp-notes.txt",
-                             ".quillstowtmp-abcdef12-lower.txt", ".quillstowresume-x-y",
-                             ".quillstowresume-12-", ".quillstowtmp-ABCDEF12-"}) {
+    for (const char* name :
+         {"x/keep.txt", "quillstowtmp-no-dot", ".quillstowtmp-notes.txt",
+          ".quillstowtmp-abcdef12-lower.txt", ".quillstowresume-x-y", ".quillstowresume-12-",
+          ".quillstowresume--x", ".quillstowtmp-ABCDEF12-"}) {
         writeFile(mirror / name, "keep");
         kept[name] = "keep";
     }

@@ -3,10 +3,16 @@
 // large files streamed in chunks that a later attempt continues.
 
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <optional>
@@ -192,6 +198,45 @@ TEST_F(FileTransferTest, AFolderIsCopiedWholeWithItsLinksAndReplacesTheOldOne) {
     EXPECT_EQ(fs::read_symlink(mirrored / "current"), "Media/take1.wav");
     EXPECT_FALSE(fs::exists(mirrored / "Media/old-take.wav"));
     EXPECT_TRUE(leftovers(root / "mirror").empty());
+}
+
+// As on a file system that can't refuse to replace: renameat2 with RENAME_NOREPLACE answers
+// EINVAL. For the rest of the calling process.
+bool refuseNoReplaceRenames() {
+    sock_filter rules[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_renameat2, 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args) + 4 * sizeof(__u64)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, RENAME_NOREPLACE, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EINVAL),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{sizeof rules / sizeof rules[0], rules};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+TEST_F(FileTransferTest, AMoveWhereTheFileSystemCantRefuseToReplaceStillNeverReplaces) {
+    const fs::path from = root / "new", taken = root / "taken", free = root / "free";
+    writeFile(from, "new");
+    writeFile(taken, "old");
+    const auto moves = [&] {
+        if (!refuseNoReplaceRenames()) std::_Exit(2);
+        if (::renameat2(AT_FDCWD, "/", AT_FDCWD, "/", RENAME_NOREPLACE) == 0 || errno != EINVAL) {
+            std::_Exit(3);
+        }
+        LocalFileSystem local;
+        bool refused = false;
+        try {
+            local.moveItem(ItemRef(from), ItemRef(taken));
+        } catch (const Failure& failure) {
+            refused = errors::isPosix(failure.error(), EEXIST);
+        }
+        const bool kept = refused && readFile(taken) == "old";
+        local.moveItem(ItemRef(from), ItemRef(free));
+        std::_Exit(kept && readFile(free) == "new" ? 0 : 1);
+    };
+    EXPECT_EXIT(moves(), ::testing::ExitedWithCode(0), "");
 }
 
 class StreamedCopyTest : public ::testing::Test {

@@ -143,10 +143,11 @@ TEST_F(DriveFaultsTest, AReadOnlyDriveHasNothingWrittenOnItWhenItTurnsSoOrBefore
 TEST_F(DriveFaultsTest, APulledDriveEndsThePassAndNeverCostsTheMirrorAFile) {
     struct Case {
         const char* name;
-        bool isSource;     // the drive holds the source, else the mirror
-        bool isUpToDate;   // a pass before left nothing to copy
-        int pullAtReport;  // or at a copy, with the number negated
-        int code;          // of the error that ends the list
+        bool isSource;             // the drive holds the source, else the mirror
+        bool isUpToDate;           // a pass before left nothing to copy
+        int pullAtReport;          // or at a copy, with the number negated
+        int code;                  // of the error that ends the list
+        bool movesFolder = false;  // the folder leaves its volume, and no mount changes
     };
     // 200 files in 7 folders: one report for each file.
     const Case cases[] = {
@@ -154,6 +155,7 @@ TEST_F(DriveFaultsTest, APulledDriveEndsThePassAndNeverCostsTheMirrorAFile) {
         {"the destination, with nothing to copy", false, true, 26, 1007},
         {"the destination, after the last copy and before its swap", false, false, -200, 1007},
         {"the source, with the last item after the last check", true, false, 200, 1006},
+        {"the source folder, moved away while copying", true, false, 26, 1006, true},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -178,7 +180,11 @@ TEST_F(DriveFaultsTest, APulledDriveEndsThePassAndNeverCostsTheMirrorAFile) {
         };
         const BackupResult result = pass(copier, source, mirror, [&](double, const std::string&) {
             if (++reports != c.pullAtReport) return;
-            drive->unmount();
+            if (c.movesFolder) {
+                fs::rename(source, drive->path() / "Moved");
+            } else {
+                drive->unmount();
+            }
             pulledAt = reports;
         });
 
@@ -190,7 +196,9 @@ TEST_F(DriveFaultsTest, APulledDriveEndsThePassAndNeverCostsTheMirrorAFile) {
         EXPECT_EQ(result.errors.back().underlying.code, c.code);
         EXPECT_EQ(result.archivedFiles, 0);
         EXPECT_EQ(fs::exists(mirror / "orphan"), c.isSource);
-        EXPECT_TRUE(fs::is_empty(root / "drive")) << "the disk below holds nothing new";
+        if (!c.movesFolder) {
+            EXPECT_TRUE(fs::is_empty(root / "drive")) << "the disk below holds nothing new";
+        }
     }
 }
 

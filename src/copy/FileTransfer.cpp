@@ -155,18 +155,17 @@ PreparedCopy prepareCopy(FileSystem& fileSystem, const Item& source, const Item&
     return copy;
 }
 
+bool sameSize(const CopiedItem& made, bool isFolder) {
+    if (isFolder) return made.type == FileInfo::Type::directory;
+    return made.type != FileInfo::Type::directory && made.type != FileInfo::Type::other &&
+           made.size == made.sourceSize;
+}
+
 PreparedCopy prepareVerifiedCopy(FileSystem& fileSystem, const Item& source,
                                  const Item& destination, const MirrorRoot* root,
                                  const StreamContext& context) {
     PreparedCopy copy = prepareCopy(fileSystem, source, destination, root, context);
-    // The copy read both sides on its open files at its end, after it found the source as it
-    // was at its open: nothing is looked at again. A folder is whole when it made a folder.
-    const CopiedItem& made = copy.made;
-    const bool isWhole = copy.isFolder ? made.type == FileInfo::Type::directory
-                                       : made.type != FileInfo::Type::directory &&
-                                             made.type != FileInfo::Type::other &&
-                                             made.size == made.sourceSize;
-    if (!isWhole) {
+    if (!sameSize(copy.made, copy.isFolder)) {
         const ItemRef temporary = destination.sibling(copy.temporary.filename().native());
         removeQuietly(temporary.folder, temporary.name);
         throw SizeMismatch{destination.path};

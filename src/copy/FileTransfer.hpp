@@ -138,6 +138,11 @@ void swapIntoPlace(FileSystem& fileSystem, const PreparedCopy& copy);
 std::int64_t copyOnce(FileSystem& fileSystem, const Path& source, const Path& destination,
                       const StreamContext& context = {});
 
+// Whether a copy is whole: the sizes the copy read on both open files at its end agree, after it
+// found the source as it was at its open, so nothing is looked at again. A folder copied whole
+// only needs to be a folder.
+bool sameSize(const CopiedItem& made, bool isFolder);
+
 // copyOnce under the retry policy: after a transient error the whole attempt once more at once,
 // under a new name.
 std::int64_t copyFile(FileSystem& fileSystem, const Path& source, const Path& destination,

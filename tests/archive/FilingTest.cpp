@@ -146,6 +146,11 @@ TEST(FreedesktopTrash, TakesAnItemWithAnInfoFileUnderANameOfItsOwn) {
     EXPECT_THAT(namesIn(root / "data/Trash/files"),
                 UnorderedElementsAre("Render Files", "Render Files 2", "Render Files 3", "clip.mov",
                                      "clip 2.mov", "notes", "notes 2"));
+    EXPECT_THAT(namesIn(root / "data/Trash/info"),
+                UnorderedElementsAre("Render Files.trashinfo", "Render Files 2.trashinfo",
+                                     "Render Files 3.trashinfo", "clip.mov.trashinfo",
+                                     "clip 2.mov.trashinfo", "notes 2.trashinfo"))
+        << "an earlier item's record is never written over nor taken away";
     EXPECT_EQ(readFile(root / "data/Trash/files/Render Files 3/x"), "b");
     EXPECT_EQ(readFile(root / "data/Trash/files/notes 2"), "mine");
 }

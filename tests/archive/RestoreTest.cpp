@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
 
 #include "TestTree.hpp"
 #include "archive/DeletedFiles.hpp"
@@ -91,6 +95,9 @@ struct Restore {
     }
 };
 
+// Each flush of a whole volume this program asks for.
+std::atomic<int> volumeFlushes{0};
+
 TEST(FileRestorer, PutsBackMoreFilesThanOneFlushHoldsWithTheirFoldersAndMetadata) {
     Restore r;
     Paths paths{"a/b/deep.txt", "top.txt"};
@@ -105,7 +112,9 @@ TEST(FileRestorer, PutsBackMoreFilesThanOneFlushHoldsWithTheirFoldersAndMetadata
         paths.push_back(name);
         expected[name] = name;
     }
+    const int flushesBefore = volumeFlushes;
     EXPECT_EQ(r.run(r.jobsFor(paths)).message(), "602 files restored successfully.");
+    EXPECT_EQ(volumeFlushes - flushesBefore, 3) << "one flush before each batch of renames";
     EXPECT_EQ(filesBelow(r.target), expected) << "every file, and no temporary";
     EXPECT_EQ(modificationDate(r.target / "a/b/deep.txt"), referenceDate());
     EXPECT_EQ(fs::status(r.target / "top.txt").permissions(),
@@ -155,6 +164,18 @@ TEST(FileRestorer, AnUnfinishedCopyLeavesTheUsersFileWholeAndNoTemporary) {
          {{"big.bin", "old"}, {"next.txt", "next"}}},
         {"a chunk fails",
          [](Restore& r) { r.fileSystem.failNext(FaultyFileSystem::Operation::copyChunk, EIO); },
+         "Error: Restored 1 files. 1 file failed.",
+         {{"big.bin", "old"}, {"next.txt", "next"}}},
+        {"its temporary taken away before the swap",
+         [](Restore& r) {
+             r.onProgress = [&r](const RestoreProgress& p) {
+                 if (p.filesDone != 1) return;
+                 for (const auto& entry : fs::directory_iterator(r.target)) {
+                     if (entry.path().filename().native().starts_with(".big.bin.restore-"))
+                         fs::remove(entry.path());
+                 }
+             };
+         },
          "Error: Restored 1 files. 1 file failed.",
          {{"big.bin", "old"}, {"next.txt", "next"}}},
         {"a cancel inside the file",
@@ -246,3 +267,9 @@ TEST(DeletedFiles, RecoversTheNewerOfTwoCopiesOfADayAndLeavesTheArchiveAsItWas) 
 
 }  // namespace
 }  // namespace quillstow
+
+// Stands in for the C library's syncfs in this test program, and passes every call on.
+extern "C" int syncfs(int fd) noexcept {
+    ++quillstow::volumeFlushes;
+    return int(::syscall(SYS_syncfs, fd));
+}

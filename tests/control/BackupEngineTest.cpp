@@ -120,6 +120,27 @@ TEST(BackupEngine, ARunHeldAtAGateEndsBeforeCopyingAndTellsNobody) {
     }
 }
 
+// The drive may go while a run waits its turn behind another pair's: the run is held then too,
+// before anything is written below the bare mount point.
+TEST(BackupEngine, ADrivePulledWhileTheRunWaitsInTheQueueHoldsItBeforeAnythingIsWritten) {
+    EngineHarness h;
+    const BackupPair first = pairWithFiles(h, 2);
+    const BackupPair waiting = h.makePair("Photos");
+    writeFile(waiting.sourceURL / "p", "x");
+    CopyGate& gate = h.holdAtCopy(1);
+    auto running = h.makeEngine(first);
+    running->start(first);
+    ASSERT_TRUE(gate.waitUntilHeld());
+    auto queued = h.makeEngine(waiting);
+    queued->start(waiting);
+    ASSERT_TRUE(h.runUntil([&] { return queued->status() == BackupStatus::queued(); }));
+    h.volumes.reachable = false;
+    gate.release();
+    h.settle();
+    EXPECT_EQ(queued->status(), BackupStatus::destinationUnreachable());
+    EXPECT_FALSE(fs::exists(EngineHarness::mirrorOf(waiting)));
+}
+
 // Ten triggers while a pass runs: each cancels the one before, which ends without a pass. A stop
 // ends the pass and every trigger: idle at once, and the run that ends records, tells and shows
 // nothing, not even over a status set after the stop.

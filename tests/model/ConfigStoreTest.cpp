@@ -112,15 +112,17 @@ TEST_F(ConfigStoreTest, DamagedFilesAreRecoveredOrReplacedAndNeverCostTheBackup)
         {"gone", [](const fs::path&) {}},
     };
     const BackupPair rescued = pairNamed("Rescued"), later = pairNamed("Later");
+    const std::string backup = json::write(toJson(ConfigFile{{rescued}, AppConfig{}}));
     for (const auto& [name, damage] : cases) {
         SCOPED_TRACE(name);
         fs::remove_all(folder);
-        writeFile(folder / "config.json.backup",
-                  json::write(toJson(ConfigFile{{rescued}, AppConfig{}})));
+        writeFile(folder / "config.json.backup", backup);
         damage(folder / "config.json");
         damage(folder / "backup-log.json");
         auto store = open();
         EXPECT_EQ(store->pairs(), std::vector<BackupPair>{rescued});
+        // The save after the recovery keeps the damaged file out of the backup even for a moment.
+        EXPECT_EQ(onDisk("config.json.backup"), backup);
         EXPECT_TRUE(store->events().empty());
         store->addPair(later);
         store->addEvent(eventOf(1));

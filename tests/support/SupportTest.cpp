@@ -1,7 +1,8 @@
 // The support layer: the forms values take in files and in the journal, reaching folders below an
-// open one, background tasks, and the one retry policy. Identifiers and base64 are read back by
-// the settings and bookmark tests, JSON members by the hash database's; the repeating timer is
-// shown by the status manager's schedule, the run loop by the headless program.
+// open one, the flush of an atomic save, background tasks, and the one retry policy. Identifiers
+// and base64 are read back by the settings and bookmark tests, JSON members by the hash database's;
+// the repeating timer is shown by the status manager's schedule, the run loop by the headless
+// program.
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -12,6 +13,7 @@
 #include <thread>
 
 #include "TestTree.hpp"
+#include "support/AtomicFile.hpp"
 #include "support/Dates.hpp"
 #include "support/FileHandle.hpp"
 #include "support/FileUrl.hpp"
@@ -160,6 +162,28 @@ TEST(OpenFolderBelow, FollowsNoLinkAndNeverLeavesItsBase) {
     EXPECT_EQ(errorOf([&] { handles::makeFoldersBelow(base.get(), "other", device + 1); }), EXDEV);
 }
 
+// While set, each fsync of this process notes the path its file had at that moment.
+std::vector<fs::path>* syncedFiles = nullptr;
+
+// A save is flushed under its temporary name beside the file, and only then renamed over it: a
+// power cut leaves the old file or the whole new one, never a torn one under the final name.
+TEST(AtomicFile, FlushesTheTemporaryBesideTheFileBeforeItTakesTheName) {
+    TemporaryFolder root;
+    const fs::path folder = fs::canonical(root.path());
+    writeFile(folder / "config.json", "old");
+    fs::create_hard_link(folder / "config.json", folder / "earlier");  // sees a write in place
+    std::vector<fs::path> synced;
+    syncedFiles = &synced;
+    atomicfile::write(folder / "config.json", "new");
+    syncedFiles = nullptr;
+    EXPECT_EQ(readFile(folder / "config.json"), "new");
+    EXPECT_EQ(readFile(folder / "earlier"), "old");
+    ASSERT_EQ(synced.size(), 1u);
+    EXPECT_EQ(synced[0].parent_path(), folder);
+    EXPECT_TRUE(atomicfile::isTemporaryName(synced[0].filename().native())) << synced[0];
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 2) << "a temporary left behind";
+}
+
 TEST(TaskRunnerTest, RunsTasksAtUtilityPriorityCancelsThemAndWaitsForThemAtItsEnd) {
     auto runner = std::make_unique<TaskRunner>();
     const auto untilStopped = [](std::stop_token stop) {
@@ -258,3 +282,13 @@ TEST(WithRetry, TriesAgainWhileThePolicyAllows) {
 
 }  // namespace
 }  // namespace quillstow
+
+// Stands in for the C library's fsync in this test program, and passes every call on.
+extern "C" int fsync(int fd) {
+    if (quillstow::syncedFiles) {
+        std::error_code error;
+        quillstow::syncedFiles->push_back(
+            std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), error));
+    }
+    return int(::syscall(SYS_fsync, fd));
+}

@@ -31,8 +31,8 @@ const std::string lowSpace = "The backup drive is running low on space.";
 void asIs(EngineHarness&, BackupPair&, TmpfsMount&) {}
 
 const DriveCase rows[] = {
-    {"less than 500 MiB refuses even an empty pass", 499ull << 20, 0, asIs, lowSpace, lowSpace,
-     "low disk: Work "},
+    {"a page less than 500 MiB refuses even an empty pass", (500ull << 20) - 4096, 0, asIs,
+     lowSpace, lowSpace, "low disk: Work "},
     {"what a pass would copy needs 500 MiB of headroom", 570'000'000, 60'000'000, asIs, lowSpace,
      lowSpace, "low disk: Work "},
     {"room for the floor and what the pass would copy", 600ull << 20, 60'000'000, asIs,

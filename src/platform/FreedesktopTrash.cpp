@@ -117,7 +117,7 @@ FreedesktopTrash::Target FreedesktopTrash::targetFor(const Path& item, dev_t dev
             requireOwnFolder(top / ".Trash" / uid, user_);
             return {top / ".Trash" / uid, relative};
         } catch (const Failure&) {
-            // The spec's fallback: the volume's own trash of this user.
+            // The Trash standard's fallback: the volume's own trash of this user.
         }
     }
     requireOwnFolder(top / (".Trash-" + uid), user_);
